@@ -1,0 +1,163 @@
+#include "platform/socket.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace zvqrn::platform {
+namespace {
+
+int Descriptor(SocketHandle socket) {
+  return static_cast<int>(socket);
+}
+
+// Makes a new descriptor a socket handle: never 0 (which a process with a closed standard input
+// would get), not inherited by the host's child processes, and non-blocking.
+SocketHandle Adopt(int descriptor) {
+  if (descriptor == 0) {
+    descriptor = fcntl(0, F_DUPFD_CLOEXEC, 1);
+    close(0);
+  }
+  if (descriptor < 0) {
+    return NO_SOCKET;
+  }
+  fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+  fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) | O_NONBLOCK);
+  return descriptor;
+}
+
+sockaddr_in AddressOf(std::uint32_t address, std::uint16_t port) {
+  sockaddr_in name{};
+  name.sin_family = AF_INET;
+  name.sin_port = htons(port);
+  name.sin_addr.s_addr = address;
+  return name;
+}
+
+SocketWait WaitFor(SocketHandle socket, short events, std::int32_t milliseconds) {
+  pollfd entry{Descriptor(socket), events, 0};
+  const int ready = poll(&entry, 1, milliseconds);
+  if (ready < 0) {
+    // An interrupted wait counts as one that ran out: the caller looks around and waits again.
+    return errno == EINTR ? SOCKET_TIMED_OUT : SOCKET_FAILED;
+  }
+  if (ready == 0) {
+    return SOCKET_TIMED_OUT;
+  }
+  return (entry.revents & POLLNVAL) != 0 ? SOCKET_FAILED : SOCKET_READY;
+}
+
+bool WouldWait() {
+  return errno == EAGAIN;
+}
+
+}  // namespace
+
+bool StartSockets() {
+  return true;
+}
+
+void EndSockets() {}
+
+SocketHandle OpenTcpSocket() {
+  return Adopt(::socket(AF_INET, SOCK_STREAM, 0));
+}
+
+void CloseSocket(SocketHandle socket) {
+  close(Descriptor(socket));
+}
+
+bool BindListeningPort(SocketHandle socket, std::uint16_t port) {
+  // Lets the port be bound again while connections of an earlier run are still dying.
+  const int on = 1;
+  setsockopt(Descriptor(socket), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  const sockaddr_in name = AddressOf(htonl(INADDR_ANY), port);
+  return bind(Descriptor(socket), reinterpret_cast<const sockaddr*>(&name), sizeof name) == 0;
+}
+
+std::int32_t BoundPort(SocketHandle socket) {
+  sockaddr_in name{};
+  socklen_t size = sizeof name;
+  if (getsockname(Descriptor(socket), reinterpret_cast<sockaddr*>(&name), &size) != 0) {
+    return -1;
+  }
+  return ntohs(name.sin_port);
+}
+
+bool StartListening(SocketHandle socket, std::int32_t backlog) {
+  return listen(Descriptor(socket), backlog) == 0;
+}
+
+SocketHandle AcceptConnection(SocketHandle listening) {
+  return Adopt(accept(Descriptor(listening), nullptr, nullptr));
+}
+
+ConnectResult ConnectTo(SocketHandle socket, std::uint32_t address, std::uint16_t port,
+                        std::int32_t milliseconds) {
+  const sockaddr_in name = AddressOf(address, port);
+  int error = 0;
+  if (connect(Descriptor(socket), reinterpret_cast<const sockaddr*>(&name), sizeof name) != 0) {
+    error = errno;
+  }
+  if (error == EINPROGRESS) {
+    const SocketWait wait = WaitWritable(socket, milliseconds);
+    if (wait != SOCKET_READY) {
+      return wait == SOCKET_TIMED_OUT ? CONNECT_TIMED_OUT : CONNECT_FAILED;
+    }
+    socklen_t size = sizeof error;
+    getsockopt(Descriptor(socket), SOL_SOCKET, SO_ERROR, &error, &size);
+  }
+  if (error == 0) {
+    return CONNECT_DONE;
+  }
+  return error == ECONNREFUSED ? CONNECT_REFUSED : CONNECT_FAILED;
+}
+
+SocketWait WaitReadable(SocketHandle socket, std::int32_t milliseconds) {
+  return WaitFor(socket, POLLIN, milliseconds);
+}
+
+SocketWait WaitWritable(SocketHandle socket, std::int32_t milliseconds) {
+  return WaitFor(socket, POLLOUT, milliseconds);
+}
+
+std::int32_t ReceiveBytes(SocketHandle socket, void* buffer, std::int32_t size) {
+  const ssize_t count = recv(Descriptor(socket), buffer, static_cast<std::size_t>(size), 0);
+  if (count < 0) {
+    return WouldWait() || errno == EINTR ? RECEIVE_NOTHING : -1;
+  }
+  return static_cast<std::int32_t>(count);
+}
+
+std::int32_t SendBytes(SocketHandle socket, const void* bytes, std::int32_t size) {
+  const ssize_t count =
+      send(Descriptor(socket), bytes, static_cast<std::size_t>(size), MSG_NOSIGNAL);
+  if (count < 0) {
+    return WouldWait() || errno == EINTR ? SEND_NO_ROOM : -1;
+  }
+  return static_cast<std::int32_t>(count);
+}
+
+void AddressToText(std::uint32_t address, char (&text)[ADDRESS_TEXT_SIZE]) {
+  in_addr name{};
+  name.s_addr = address;
+  inet_ntop(AF_INET, &name, text, ADDRESS_TEXT_SIZE);
+}
+
+bool TextToAddress(const char* text, std::uint32_t* address) {
+  in_addr name{};
+  if (inet_pton(AF_INET, text, &name) != 1) {
+    return false;
+  }
+  *address = name.s_addr;
+  return true;
+}
+
+}  // namespace zvqrn::platform

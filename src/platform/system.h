@@ -1,0 +1,30 @@
+// What the library asks of the machine it runs on.  Any thread.
+#pragma once
+
+#include <cstdint>
+
+namespace zvqrn::platform {
+
+// The computer's NetBIOS name (at most 15 bytes and a NUL) into a buffer of 17 bytes; false when
+// the system gives none.
+constexpr std::int32_t COMPUTER_NAME_SIZE = 17;
+bool ReadSystemComputerName(char (&buffer)[COMPUTER_NAME_SIZE]);
+
+// The machine's host name, NUL-terminated; false when the system gives none or it does not fit.
+constexpr std::int32_t HOST_NAME_SIZE = 256;
+bool ReadHostName(char (&buffer)[HOST_NAME_SIZE]);
+
+// The first of the machine's own IPv4 addresses (network byte order), the one that its host name
+// resolves to; the loopback address when it has no other.  False when it has none at all.
+bool FirstHostAddress(const char* hostName, std::uint32_t* address);
+
+// A shared library of the machine, loaded by its plain name ("NAME.dll", "libNAME.so"); null when
+// there is none.  The caller unloads it.
+void* LoadModule(const char* name);
+void UnloadModule(void* module);
+
+// A function of a loaded module, or null.
+using ModuleFunction = void (*)();
+ModuleFunction FindModuleFunction(void* module, const char* function);
+
+}  // namespace zvqrn::platform
