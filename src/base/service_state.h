@@ -1,0 +1,87 @@
+// ServiceState: the one record of the service in this process, all zero when the library is loaded.
+// Each field names what guards it; the atomic words may also be read without their lock.  The
+// order of the locks stands in docs/architecture.md.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "base/service_lock.h"
+#include "base/tagged_list.h"
+#include "base/thread_state.h"
+#include "zvqrn/zvqrn.h"
+
+namespace zvqrn {
+
+// GetTWAINName of the utility library: 1 = a driver name (at most 33 bytes and a NUL) was written.
+using GetTwainNameFunction = std::int32_t(QRN_EXPORT*)(const char* productName, char* driverName);
+
+struct ServiceState {
+  // The run flag: 0 or 1.  The lock lives from the library's load to its unload.
+  ServiceLock runLock;
+  std::atomic<std::int32_t> serviceRunning;
+
+  // 1 from the moment the library is being unloaded or the process ends: every thread stops, also
+  // one that had not yet set its state word.
+  std::atomic<std::int32_t> unloading;
+
+  // One start or stop at a time; lives as long as runLock.  Waited for, not polled: a stop can
+  // take as long as the host's callbacks do.
+  platform::Semaphore* lifecycleTurn;
+
+  // The host's values, written by a start before it starts any thread and only read afterwards.
+  PeerFilterCallback filterCallback;
+  FilterContext filterContext;
+  ScanEventCallback eventCallback;
+  EventContext eventContext;
+  StatusCallback statusCallback;
+  StatusContext statusContext;
+
+  // The thread that is inside statusCallback, or 0: the exports refuse it, because locks are held.
+  std::atomic<std::uintptr_t> statusCallbackThread;
+
+  // Who this PC is; guarded by identityLock, which a start makes and a stop destroys.
+  ServiceLock identityLock;
+  char* pcName;  // owned; pcNameLength bytes and a NUL, or null
+  std::int32_t pcNameLength;
+  std::uint32_t localAddress;  // network byte order; 0 = none usable
+  std::uint32_t eventPort;     // host byte order; 0 before the listener has bound it
+
+  // The event server's listener and its connections.
+  ThreadState listenerState;
+  ServiceLock listenerStateLock;
+  ThreadState connectionState;  // THREAD_IDLE, THREAD_STARTING or THREAD_RUNNING
+  ServiceLock connectionStateLock;
+  ServiceLock extraConnectionSlots;  // one count for each extra connection that may still come
+
+  // The tables of the main connection; their locks exist while one is served.
+  TaggedList jobTable;
+  ServiceLock jobTableLock;
+  TaggedList sendQueue;
+  ServiceLock sendQueueLock;
+  TaggedList deliveryList;
+  ServiceLock deliveryListLock;
+
+  // Bytes received on the main connection that belong to its next message; owned, or null and 0.
+  // Only the main connection's thread touches them, and the two fields after them.
+  char* incomingLeftover;
+  std::int32_t incomingLeftoverLength;
+  // When sending gives up because the service stops, in monotonic milliseconds; 0 = not stopping.
+  std::int64_t sendDeadline;
+
+  // The utility library and its function, or null; written while the library is loaded only.
+  void* utilityModule;
+  GetTwainNameFunction getTwainName;
+};
+
+extern ServiceState service;
+
+// True from the moment the event server has been told to stop until it has.
+inline bool StopRequested() {
+  return service.listenerState.load() == THREAD_STOP_REQUESTED || service.unloading.load() != 0;
+}
+
+// 1 = the service runs, 0 = it does not, -1 = runLock or the flag is unusable.
+std::int32_t IsServiceRunning();
+
+}  // namespace zvqrn

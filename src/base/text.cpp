@@ -1,0 +1,94 @@
+#include "base/text.h"
+
+#include <cstring>
+
+#include "base/allocation.h"
+
+namespace zvqrn {
+
+void CopyBounded(char* destination, const char* source, std::int32_t size) {
+  std::int32_t used = 0;
+  while (used < size - 1 && source[used] != '\0') {
+    destination[used] = source[used];
+    used++;
+  }
+  std::memset(destination + used, 0, static_cast<std::size_t>(size - used));
+}
+
+char* CopyText(const char* text) {
+  const std::size_t length = std::strlen(text);
+  char* copy = NewBytes(static_cast<std::int64_t>(length) + 1);
+  if (copy != nullptr) {
+    std::memcpy(copy, text, length);
+  }
+  return copy;
+}
+
+char ToCapital(char letter) {
+  return letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter;
+}
+
+std::int32_t EqualsIgnoringCase(const char* a, const char* b) {
+  if (a == nullptr || b == nullptr) {
+    return -1;
+  }
+  while (*a != '\0' && ToCapital(*a) == ToCapital(*b)) {
+    a++;
+    b++;
+  }
+  const auto left = static_cast<unsigned char>(ToCapital(*a));
+  const auto right = static_cast<unsigned char>(ToCapital(*b));
+  if (left == right) {
+    return 0;
+  }
+  return left < right ? -1 : 1;
+}
+
+bool BeginsIgnoringCase(const char* text, const char* prefix) {
+  while (*prefix != '\0' && ToCapital(*text) == ToCapital(*prefix)) {
+    text++;
+    prefix++;
+  }
+  return *prefix == '\0';
+}
+
+bool IsDigit(char letter) {
+  return letter >= '0' && letter <= '9';
+}
+
+bool IsWhiteSpace(char letter) {
+  return letter == ' ' || (letter >= '\t' && letter <= '\r');
+}
+
+std::int32_t DecimalNumber(const char* text) {
+  while (IsWhiteSpace(*text)) {
+    text++;
+  }
+  const bool negative = *text == '-';
+  if (*text == '-' || *text == '+') {
+    text++;
+  }
+  std::int64_t number = 0;
+  for (; IsDigit(*text); text++) {
+    number = number * 10 + (*text - '0');
+    if (number > INT32_MAX) {
+      return negative ? INT32_MIN : INT32_MAX;
+    }
+  }
+  return static_cast<std::int32_t>(negative ? -number : number);
+}
+
+void FormatDecimal(std::uint32_t number, char (&text)[DECIMAL_TEXT_SIZE]) {
+  char digits[DECIMAL_TEXT_SIZE];
+  std::int32_t count = 0;
+  do {
+    digits[count++] = static_cast<char>('0' + number % 10);
+    number /= 10;
+  } while (number != 0);
+  for (std::int32_t i = 0; i < count; i++) {
+    text[i] = digits[count - 1 - i];
+  }
+  text[count] = '\0';
+}
+
+}  // namespace zvqrn
