@@ -1,0 +1,186 @@
+#include "eventproto/message_reader.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "base/allocation.h"
+#include "base/service_state.h"
+#include "eventproto/message_head.h"
+#include "platform/clock.h"
+
+namespace zvqrn {
+namespace {
+
+// The bytes in hand.
+struct Holding {
+  OwnedBlock<char> bytes;
+  std::int32_t capacity;
+  std::int32_t held;
+};
+
+// Gives the buffer room for `wanted` bytes; false, and the buffer as it was, when memory runs out.
+bool Grow(Holding* holding, std::int32_t wanted) {
+  if (holding->capacity >= wanted) {
+    return true;
+  }
+  char* larger = NewBytes(wanted);
+  if (larger == nullptr) {
+    return false;
+  }
+  std::memcpy(larger, holding->bytes.get(), static_cast<std::size_t>(holding->held));
+  holding->bytes.reset(larger);
+  holding->capacity = wanted;
+  return true;
+}
+
+// Moves the leftover into a new buffer with room for a first receive.
+bool BeginHolding(Holding* holding, OwnedBlock<char> leftover, std::int32_t leftoverLength) {
+  holding->capacity = HEAD_LIMIT;
+  while (holding->capacity < leftoverLength) {
+    holding->capacity += HEAD_LIMIT;
+  }
+  holding->bytes.reset(NewBytes(holding->capacity));
+  if (!holding->bytes) {
+    return false;
+  }
+  if (leftover) {
+    std::memcpy(holding->bytes.get(), leftover.get(), static_cast<std::size_t>(leftoverLength));
+    holding->held = leftoverLength;
+  }
+  return true;
+}
+
+// The length of the message whose head is in hand, which may be below its head's and even below 0
+// when Content-Length is negative; false when there is no complete and well-formed head.
+bool AnnouncedLength(const Holding& holding, std::int64_t* total) {
+  ParsedMessage* parsed = nullptr;
+  const std::int32_t kind = ParseHead(holding.bytes.get(), holding.held, &parsed);
+  const OwnedParsedMessage owner(parsed);
+  if (kind < KIND_REQUEST) {
+    return false;
+  }
+  *total = static_cast<std::int64_t>(parsed->headLength) + ContentLength(parsed);
+  return true;
+}
+
+// Receives the rest of a body.  The buffer grows with what has arrived, not with what was
+// announced.  READ_DONE when the body is complete or can grow no further.
+ReadResult ReceiveBody(platform::SocketHandle socket, Holding* holding, std::int64_t total) {
+  const std::int64_t deadline = platform::MonotonicMilliseconds() + BODY_TIME_LIMIT_MS;
+  while (holding->held < total) {
+    const std::int64_t doubled =
+        std::max<std::int64_t>(HEAD_LIMIT, 2 * static_cast<std::int64_t>(holding->held));
+    const std::int64_t wanted = std::min<std::int64_t>({total, doubled, MESSAGE_LIMIT});
+    if (holding->held >= MESSAGE_LIMIT || !Grow(holding, static_cast<std::int32_t>(wanted))) {
+      return READ_DONE;
+    }
+    const std::int64_t ask = std::min<std::int64_t>(total, holding->capacity) - holding->held;
+    std::int32_t received = 0;
+    const ReadResult result = ReceiveWithTimeout(socket, holding->bytes.get() + holding->held,
+                                                 static_cast<std::int32_t>(ask), &received);
+    if (result != READ_DONE) {
+      return result;
+    }
+    holding->held += received;
+    if (StopRequested() || platform::MonotonicMilliseconds() >= deadline) {
+      return holding->held < total ? READ_TIMED_OUT : READ_DONE;
+    }
+  }
+  return READ_DONE;
+}
+
+// Hands back the first `total` bytes as the message and the rest as the leftover; all bytes as the
+// message when they cannot be split.
+void HandBack(Holding* holding, std::int64_t total, char** message, std::int32_t* messageLength,
+              char** leftover, std::int32_t* leftoverLength) {
+  if (holding->held > total && total >= 0) {
+    const auto first = static_cast<std::int32_t>(total);
+    const std::int32_t rest = holding->held - first;
+    OwnedBlock<char> head(NewBytes(std::max(first, 1)));
+    OwnedBlock<char> tail(NewBytes(rest));
+    if (head && tail) {
+      std::memcpy(head.get(), holding->bytes.get(), static_cast<std::size_t>(first));
+      std::memcpy(tail.get(), holding->bytes.get() + first, static_cast<std::size_t>(rest));
+      *message = head.release();
+      *messageLength = first;
+      *leftover = tail.release();
+      *leftoverLength = rest;
+      return;
+    }
+  }
+  *message = holding->bytes.release();
+  *messageLength = holding->held;
+}
+
+}  // namespace
+
+ReadResult ReceiveWithTimeout(platform::SocketHandle socket, char* buffer, std::int32_t length,
+                              std::int32_t* received) {
+  *received = 0;
+  switch (platform::WaitReadable(socket, RECEIVE_TIMEOUT_MS)) {
+    case platform::SOCKET_READY:
+      break;
+    case platform::SOCKET_TIMED_OUT:
+      return READ_TIMED_OUT;
+    default:
+      return READ_FAILED;
+  }
+  const std::int32_t count = platform::ReceiveBytes(socket, buffer, length);
+  if (count == 0) {
+    return READ_CLOSED;
+  }
+  if (count < 0) {
+    // A wait can be woken for bytes that turn out not to be there.
+    return count == platform::RECEIVE_NOTHING ? READ_TIMED_OUT : READ_FAILED;
+  }
+  *received = count;
+  return READ_DONE;
+}
+
+ReadResult ReadMessage(platform::SocketHandle socket, char** message, std::int32_t* messageLength,
+                       char** leftover, std::int32_t* leftoverLength) {
+  if (leftover == nullptr || leftoverLength == nullptr) {
+    return READ_FAILED;
+  }
+  OwnedBlock<char> earlier(*leftover);
+  const std::int32_t earlierLength = *leftoverLength;
+  *leftover = nullptr;
+  *leftoverLength = 0;
+  if (message == nullptr || messageLength == nullptr) {
+    return READ_FAILED;
+  }
+  std::free(*message);
+  *message = nullptr;
+  *messageLength = 0;
+  if ((earlier != nullptr) != (earlierLength > 0)) {
+    return READ_FAILED;
+  }
+  Holding holding{};
+  if (!BeginHolding(&holding, std::move(earlier), earlierLength)) {
+    return READ_FAILED;
+  }
+
+  ReadResult result = READ_DONE;
+  std::int64_t total = 0;
+  bool headKnown = holding.held > 0 && AnnouncedLength(holding, &total);
+  // Only a head that more bytes can still make good is worth a receive; the bytes in hand leave
+  // room for them, because such a head is shorter than the buffer.
+  if (!headKnown && holding.held < HEAD_LIMIT && HeadMayGrow(holding.bytes.get(), holding.held)) {
+    std::int32_t received = 0;
+    result = ReceiveWithTimeout(socket, holding.bytes.get() + holding.held,
+                                HEAD_LIMIT - holding.held, &received);
+    holding.held += received;
+    headKnown = result == READ_DONE && AnnouncedLength(holding, &total);
+  }
+  if (headKnown) {
+    result = ReceiveBody(socket, &holding, total);
+  }
+  if (result != READ_DONE && result != READ_TIMED_OUT) {
+    return result;
+  }
+  HandBack(&holding, total, message, messageLength, leftover, leftoverLength);
+  return result;
+}
+
+}  // namespace zvqrn
