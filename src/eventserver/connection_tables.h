@@ -1,0 +1,93 @@
+// The three tables of the main connection: the jobs (requests from their acceptance to their
+// answer, STARTs to the answer of their END), the messages waiting to be sent, and the delivery
+// threads.  They exist while a main connection is served; before and after, their locks cannot be
+// acquired and every operation fails.
+//
+// jobTableLock guards the jobs and their `delivered` and header uid; sendQueueLock guards the send
+// queue, of which only the main connection's thread removes; deliveryListLock guards the entries'
+// `thread` and `state`, while the list itself is changed and walked by the main connection's thread
+// only.  sendQueueLock may be taken inside jobTableLock; nothing else nests.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "base/tagged_list.h"
+#include "eventproto/outgoing_message.h"
+#include "platform/socket.h"
+#include "zvqrn/zvqrn.h"
+
+namespace zvqrn {
+
+// A request that has passed every check.  Owned by the job table.
+struct JobRecord {
+  platform::SocketHandle socket;  // the main connection's; not owned
+  EventHeader* header;            // owned; QRNSendData may change its uid
+  std::int32_t documentKind;      // DOCUMENT_PUSHSCAN_V1 or DOCUMENT_PUSHSCAN_V2
+  void* requestData;              // owned; the record that the host gets
+  std::int32_t requestDataSize;
+  char* status;              // owned; x-status of the answer that carries the host's result
+  char parentUid[UID_SIZE];  // of an END: the uid of its START; else empty
+  std::int32_t delivered;    // 1: a START whose answer has been queued
+};
+
+enum DeliveryState : std::int32_t {
+  DELIVERY_DONE = 0,
+  DELIVERY_STARTING = 1,
+  DELIVERY_RUNNING = 2
+};
+
+// One delivery thread.  Owned by the delivery list.
+struct DeliveryEntry {
+  std::uintptr_t thread;            // its id; 0 until it has been started
+  std::atomic<std::int32_t> state;  // DeliveryState; DELIVERY_DONE is the thread's last word
+};
+
+// Makes the three locks and empty tables; false, and nothing made, when the system refuses one.
+bool CreateConnectionTables();
+
+// The end of each table, with everything still in it.
+void DestroyDeliveryList();
+void DestroyJobTableAndSendQueue();
+
+// What a job is made from; `requestData` is taken over, the rest is copied.
+struct JobContent {
+  const EventHeader* header;
+  std::int32_t documentKind;
+  void* requestData;
+  std::int32_t requestDataSize;
+  const char* status;
+  const char* parentUid;
+};
+
+// Records a job; gives its node, or null when a part is missing, memory runs out or the table is
+// not there.  The request data belongs to this call in every case.
+ListNode* AddJob(platform::SocketHandle socket, const JobContent& content,
+                 std::int32_t delivered = 0);
+
+void ReleaseJob(JobRecord* job);
+
+// Queues a message for the main connection's thread to send; drops it when it cannot be made or
+// queued.
+void QueueMessage(platform::SocketHandle socket, const OutgoingContent& content);
+
+// Makes an entry in DELIVERY_STARTING; gives its node, or null when memory runs out.
+ListNode* AddDeliveryEntry();
+
+// The oldest job whose header carries this uid (case matters); null when there is none, or when an
+// END with that uid is among the jobs.  jobTableLock is held.
+ListNode* FindOpenJob(const char* uid);
+
+// Judges an END's x-parent-uid: STATUS_ACCEPTED when it names an open START that has been
+// delivered, else STATUS_UNKNOWN_PARENT; null when the table is not there.
+const char* CheckParentUid(const char* parentUid);
+
+// Releases every job with this uid, which must not lie in one of them.  jobTableLock is held.
+void RemoveJobsWithUid(const char* uid);
+
+// The record of a node of the job table.
+inline JobRecord* JobOf(const ListNode* node) {
+  return static_cast<JobRecord*>(node->item);
+}
+
+}  // namespace zvqrn

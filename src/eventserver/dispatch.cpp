@@ -1,0 +1,226 @@
+#include "eventserver/dispatch.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <utility>
+
+#include "base/allocation.h"
+#include "base/driver_name.h"
+#include "base/service_state.h"
+#include "base/text.h"
+#include "eventproto/message_head.h"
+#include "eventproto/message_reader.h"
+#include "eventserver/connection_tables.h"
+#include "eventserver/delivery.h"
+#include "eventserver/request_check.h"
+#include "pushscan/documents.h"
+
+namespace zvqrn {
+namespace {
+
+// The document of a request, ready for the host.
+struct RequestDocument {
+  std::int32_t code;  // DOC_OK, another DocumentResult, or one of the two codes below
+  std::int32_t kind;
+  OwnedBlock<char> data;
+  std::int32_t dataSize;
+};
+
+// The driver's name cannot be had; both are response codes as well.
+constexpr std::int32_t CODE_NO_DRIVER = QRN_RESPONSE_TWAIN_NOT_INSTALL;
+constexpr std::int32_t CODE_NO_UTILITY_LIBRARY = QRN_RESPONSE_ERROR;
+
+static_assert(offsetof(PushScanRequestRecord, productName) == 0 &&
+                  offsetof(PushScanIdRecord, productName) == 0,
+              "the product name comes first in both records");
+
+// Copies the record of a request and fills in the name of the driver that serves its scanner:
+// over the product name in a version 1 record, which has no field of its own for it.  False when
+// memory runs out.
+bool CompleteRequestData(const PushScanDataView& view, RequestDocument* document) {
+  OwnedBlock<char> record(NewBytes(view.dataSize));
+  OwnedBlock<char> driverName(NewBytes(DRIVER_NAME_SIZE));
+  if (!record || !driverName) {
+    return false;
+  }
+  std::memcpy(record.get(), view.data, static_cast<std::size_t>(view.dataSize));
+  switch (CallGetTwainName(service.getTwainName, record.get(), driverName.get())) {
+    case DRIVER_NAME_FOUND: {
+      const std::size_t place = view.kind == DOCUMENT_PUSHSCAN_V1
+                                    ? offsetof(PushScanRequestRecord, productName)
+                                    : offsetof(PushScanIdRecord, driverName);
+      CopyBounded(record.get() + place, driverName.get(), DRIVER_NAME_SIZE);
+      document->kind = view.kind;
+      document->data = std::move(record);
+      document->dataSize = view.dataSize;
+      return true;
+    }
+    case DRIVER_NAME_NO_LIBRARY:
+      document->code = CODE_NO_UTILITY_LIBRARY;
+      return true;
+    case DRIVER_NAME_UNKNOWN:
+      document->code = CODE_NO_DRIVER;
+      return true;
+    default:
+      return false;
+  }
+}
+
+// Reads the body of a request; false for an internal failure, else the outcome is in the
+// document's code.
+bool ReadPushScanRequest(const char* body, std::int32_t bodyLength, const char* protocolVersion,
+                         RequestDocument* document) {
+  if (body == nullptr || bodyLength < 1) {
+    return false;
+  }
+  PushScanDocument* made = nullptr;
+  document->code = ParsePushScanDocument(body, bodyLength, protocolVersion, &made);
+  if (document->code != DOC_OK) {
+    return true;
+  }
+  const OwnedParsedDocument parsed(made);
+  PushScanDataView view{};
+  document->code = GetPushScanData(parsed.get(), &view);
+  if (document->code != DOC_OK) {
+    return true;
+  }
+  if (view.kind != DOCUMENT_PUSHSCAN_V1 && view.kind != DOCUMENT_PUSHSCAN_V2) {
+    document->code = DOC_UNREADABLE;
+    return true;
+  }
+  return CompleteRequestData(view, document);
+}
+
+// Answers a request whose body was not accepted.  A missing driver is told in a document, under
+// the status that the request has negotiated, as the host's own verdicts are.
+void AnswerRejectedRequest(platform::SocketHandle socket, const EventHeader& header,
+                           const CheckedRequest& checked, bool read, std::int32_t code) {
+  OutgoingContent answer = AnswerWithoutBody(&header, STATUS_BAD_DOCUMENT, checked.parentUid);
+  OwnedBlock<char> body;
+  if (!read || code == DOC_FAILED) {
+    answer.status = STATUS_INTERNAL_FAILURE;
+  } else if (code == CODE_NO_DRIVER || code == CODE_NO_UTILITY_LIBRARY) {
+    char* made = nullptr;
+    if (BuildResponseBody(code, header.protocolVersion, &made, &answer.bodyLength) == 1) {
+      body.reset(made);
+      answer.body = made;
+      answer.status = checked.status;
+    } else {
+      answer.status = STATUS_INTERNAL_FAILURE;
+    }
+  }
+  QueueMessage(socket, answer);
+}
+
+void AcceptRequest(platform::SocketHandle socket, const EventHeader& header,
+                   const CheckedRequest& checked, RequestDocument* document) {
+  ListNode* job = AddJob(socket, JobContent{&header, document->kind, document->data.release(),
+                                            document->dataSize, checked.status, checked.parentUid});
+  if (job == nullptr) {
+    QueueMessage(socket, AnswerWithoutBody(&header, STATUS_INTERNAL_FAILURE, checked.parentUid));
+    return;
+  }
+  StartDelivery(job);
+}
+
+// True for a request of this protocol; its uid goes into the header.  Anything else gets no
+// answer.
+bool IsProtocolRequest(const ParsedMessage* parsed, EventHeader* header) {
+  const char* name = nullptr;
+  const char* uid = nullptr;
+  if (parsed->kind != KIND_REQUEST || FindHeader(parsed, HEADER_PROTOCOL_NAME, &name) != 1 ||
+      EqualsIgnoringCase(name, PROTOCOL_NAME) != 0 || FindHeader(parsed, HEADER_UID, &uid) != 1 ||
+      std::strlen(uid) >= static_cast<std::size_t>(UID_SIZE)) {
+    return false;
+  }
+  CopyBounded(header->uid, uid, UID_SIZE);
+  return true;
+}
+
+// Keeps the bytes that begin the next message, or drops them when they cannot become one.
+bool KeepLeftover(OwnedBlock<char> bytes, std::int32_t length) {
+  if (!bytes || length >= HEAD_LIMIT || !HeadMayGrow(bytes.get(), length)) {
+    return false;
+  }
+  service.incomingLeftover = bytes.release();
+  service.incomingLeftoverLength = length;
+  return true;
+}
+
+}  // namespace
+
+void DispatchMessage(platform::SocketHandle socket, const char* bytes, std::int32_t length) {
+  ParsedMessage* made = nullptr;
+  ParseHead(bytes, length, &made);
+  OwnedParsedMessage parsed(made);
+  EventHeader header{};
+  if (!parsed || !IsProtocolRequest(parsed.get(), &header)) {
+    return;
+  }
+  CheckedRequest checked{};
+  const CheckResult result = CheckRequestHeaders(parsed.get(), &header, &checked);
+  SelectAnswerVersion(header.protocolVersion);
+  parsed.reset();
+
+  if (result == CHECK_REFUSED) {
+    QueueMessage(socket, AnswerWithoutBody(&header, checked.status, checked.parentUid));
+  }
+  if (result != CHECK_ACCEPTED) {
+    return;
+  }
+  // Fewer bytes than announced are in hand when the scanner stopped in the middle of the body.
+  const auto present = static_cast<std::int32_t>(bytes + length - checked.bodyStart);
+  RequestDocument document{};
+  const bool read = ReadPushScanRequest(checked.bodyStart, std::min(checked.contentLength, present),
+                                        header.protocolVersion, &document);
+  if (read && document.code == DOC_OK) {
+    AcceptRequest(socket, header, checked, &document);
+  } else {
+    AnswerRejectedRequest(socket, header, checked, read, document.code);
+  }
+}
+
+void DropIncomingLeftover() {
+  std::free(service.incomingLeftover);
+  service.incomingLeftover = nullptr;
+  service.incomingLeftoverLength = 0;
+}
+
+ProcessResult ProcessIncoming(platform::SocketHandle socket) {
+  if (socket <= platform::NO_SOCKET) {
+    return PROCESS_ENDED;
+  }
+  OwnedBlock<char> leftover(service.incomingLeftover);
+  std::int32_t leftoverLength = service.incomingLeftoverLength;
+  service.incomingLeftover = nullptr;
+  service.incomingLeftoverLength = 0;
+
+  // The first read may wait for the scanner; the others only take apart what it brought, so that a
+  // scanner that never pauses cannot keep the answers from being sent.
+  for (bool first = true;; first = false) {
+    if (!first && FindHeadEnd(leftover.get(), leftoverLength) == 0) {
+      KeepLeftover(std::move(leftover), leftoverLength);
+      return PROCESS_HANDLED;
+    }
+    char* message = nullptr;
+    std::int32_t messageLength = 0;
+    char* rest = leftover.release();
+    const ReadResult result = ReadMessage(socket, &message, &messageLength, &rest, &leftoverLength);
+    const OwnedBlock<char> owner(message);
+    leftover.reset(rest);
+    if (result == READ_CLOSED || result == READ_FAILED) {
+      return PROCESS_ENDED;
+    }
+    if (messageLength == 0) {
+      const bool kept = KeepLeftover(std::move(leftover), leftoverLength);
+      return kept || result == READ_TIMED_OUT ? PROCESS_IDLE : PROCESS_HANDLED;
+    }
+    DispatchMessage(socket, message, messageLength);
+    if (!leftover) {
+      return result == READ_TIMED_OUT ? PROCESS_IDLE : PROCESS_HANDLED;
+    }
+  }
+}
+
+}  // namespace zvqrn

@@ -1,0 +1,84 @@
+#include "eventserver/main_connection.h"
+
+#include "base/service_state.h"
+#include "eventserver/connection_tables.h"
+#include "eventserver/delivery.h"
+#include "eventserver/dispatch.h"
+#include "eventserver/sending.h"
+#include "platform/clock.h"
+#include "platform/thread.h"
+
+namespace zvqrn {
+namespace {
+
+void WriteConnectionState(ThreadStateValue value) {
+  WriteThreadState(&service.connectionState, &service.connectionStateLock, value);
+}
+
+bool SetUpMainConnection() {
+  DropIncomingLeftover();
+  service.sendDeadline = 0;
+  if (!CreateConnectionTables()) {
+    return false;
+  }
+  WriteConnectionState(THREAD_RUNNING);
+  return true;
+}
+
+// Serves the connection until it ends; false when it can carry no further answer.
+bool ServeConnection(platform::SocketHandle socket) {
+  std::int64_t lastActivity = platform::WholeSeconds();
+  while (!StopRequested()) {
+    const ProcessResult processed = ProcessIncoming(socket);
+    if (processed == PROCESS_ENDED) {
+      return false;
+    }
+    const std::int64_t now = platform::WholeSeconds();
+    if (processed != PROCESS_IDLE) {
+      lastActivity = now;
+    } else if (now < lastActivity || now - lastActivity >= CONNECTION_IDLE_SECONDS) {
+      return true;
+    }
+    const FlushResult flushed = FlushSendQueue(socket);
+    if (flushed == FLUSH_FAILED) {
+      return false;
+    }
+    if (flushed == FLUSH_SENT) {
+      lastActivity = platform::WholeSeconds();
+    }
+  }
+  return true;
+}
+
+// The host's callbacks are waited for before anything that they may use goes.
+void EndMainConnection(platform::SocketHandle socket, bool usable) {
+  WaitForDeliveries();
+  DestroyDeliveryList();
+  // Answers that the deliveries have queued still reach the scanner, unless a message was broken
+  // off: what follows it would be taken for its rest.
+  if (usable && StopRequested()) {
+    FlushSendQueue(socket);
+  }
+  DestroyJobTableAndSendQueue();
+  DropIncomingLeftover();
+}
+
+void MainConnectionThread(void* argument) {
+  const auto socket = reinterpret_cast<platform::SocketHandle>(argument);
+  if (SetUpMainConnection()) {
+    const bool usable = ServeConnection(socket);
+    EndMainConnection(socket, usable);
+  }
+  platform::CloseSocket(socket);
+  // The listener's end waits for this word.
+  WriteConnectionState(THREAD_IDLE);
+}
+
+}  // namespace
+
+bool StartMainConnection(platform::SocketHandle socket) {
+  return platform::StartThread(&MainConnectionThread, reinterpret_cast<void*>(socket),
+                               platform::STACK_FOR_LIBRARY) != 0;
+}
+
+}  // namespace zvqrn
