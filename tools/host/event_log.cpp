@@ -1,0 +1,112 @@
+#include "host/event_log.h"
+
+#include "common/text.h"
+#include "host/options.h"
+#include "host/request_text.h"
+
+namespace zvqrn::host {
+
+namespace {
+
+std::string Uid(const EventHeader& header) {
+  return tools::FieldText(header.uid, sizeof header.uid);
+}
+
+std::string Quoted(const std::string& bytes) {
+  return "\"" + tools::EscapeBytes(bytes) + "\"";
+}
+
+}  // namespace
+
+void LogStarted(bool json, const std::string& pcName, bool waiting) {
+  if (json) {
+    tools::PrintJsonLine(
+        {{"event", "started"}, {"pcName", tools::JsonText(pcName)}, {"waiting", waiting}});
+    return;
+  }
+  tools::PrintLine("PC name: " + tools::EscapeBytes(pcName));
+  tools::PrintLine(waiting ? "The service waits for the PC to get a usable address."
+                           : "The service runs and listens on TCP port 2968.");
+}
+
+void LogRequest(bool json, std::int32_t number, const EventHeader& header,
+                std::int32_t documentKind, const void* requestData, std::int32_t size) {
+  if (json) {
+    tools::JsonObject object = {{"event", "request"}, {"number", number}};
+    AddRequestFields(header, documentKind, requestData, size, &object);
+    tools::PrintJsonLine(object);
+    return;
+  }
+  tools::PrintLine("request " + std::to_string(number) + ": " +
+                   DescribeRequest(header, documentKind, requestData, size));
+}
+
+void LogAnswer(bool json, std::int32_t number, const EventHeader& header, std::int32_t code) {
+  if (json) {
+    tools::PrintJsonLine({{"event", "answer"},
+                          {"number", number},
+                          {"uid", tools::JsonText(Uid(header))},
+                          {"code", code},
+                          {"word", AnswerWord(code)}});
+    return;
+  }
+  tools::PrintLine("answer " + std::to_string(number) + ": " + std::to_string(code) + " (" +
+                   AnswerWord(code) + ")");
+}
+
+void LogSend(bool json, std::int32_t number, const EventHeader& header, const std::string& newUid,
+             const std::string& bytes, std::int32_t result) {
+  if (json) {
+    tools::JsonObject object = {
+        {"event", "send"}, {"number", number}, {"uid", tools::JsonText(Uid(header))}};
+    if (result == 1) {
+      object["newUid"] = tools::JsonText(newUid);
+    }
+    object["bytes"] = bytes.size();
+    object["result"] = result;
+    tools::PrintJsonLine(object);
+    return;
+  }
+  const std::string what = std::to_string(bytes.size()) + " bytes";
+  tools::PrintLine("data for request " + std::to_string(number) + ": " +
+                   (result == 1 ? what + " on their way under uid " + Quoted(newUid)
+                                : what + " not taken: the request is not open any more"));
+}
+
+void LogPeer(bool json, const PeerDescription& peer) {
+  if (json) {
+    tools::PrintJsonLine({{"event", "peer"},
+                          {"driverName", tools::JsonText(peer.driverName)},
+                          {"serviceType", tools::JsonText(peer.serviceType)},
+                          {"scopeList", tools::JsonText(peer.scopeList)},
+                          {"tagList", tools::JsonText(peer.tagList)}});
+    return;
+  }
+  tools::PrintLine("a scanner looks for this PC: scope " + Quoted(peer.scopeList) + ", driver " +
+                   Quoted(peer.driverName) + ", tags " + Quoted(peer.tagList) + "; answered");
+}
+
+void LogStatus(bool json, std::int32_t statusClass, std::int32_t statusCode,
+               const std::string& message) {
+  if (json) {
+    tools::PrintJsonLine({{"event", "status"},
+                          {"class", statusClass},
+                          {"code", statusCode},
+                          {"message", tools::JsonText(message)}});
+    return;
+  }
+  const char* kind = statusClass == QRN_STATUS_CLASS_ERROR ? "error" : "notice";
+  tools::PrintLine(std::string("the library reports (") + kind + ", code " +
+                   std::to_string(statusCode) + "): " + tools::EscapeBytes(message));
+}
+
+void LogStopped(bool json, std::int32_t result, std::int32_t requests) {
+  if (json) {
+    tools::PrintJsonLine({{"event", "stopped"}, {"result", result}, {"requests", requests}});
+    return;
+  }
+  tools::PrintLine("The service has ended after " + std::to_string(requests) +
+                   (requests == 1 ? " request." : " requests."));
+}
+
+}  // namespace zvqrn::host

@@ -1,0 +1,37 @@
+// What quorin-host prints: each thing that happens, as prose or as one JSON object a line.  The
+// caller sees to it that only one thread at a time prints.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "zvqrn/zvqrn.h"
+
+namespace zvqrn::host {
+
+// The service runs (`waiting`: as soon as the PC has a usable address).
+void LogStarted(bool json, const std::string& pcName, bool waiting);
+
+// A request has come; `number` counts them.
+void LogRequest(bool json, std::int32_t number, const EventHeader& header,
+                std::int32_t documentKind, const void* requestData, std::int32_t size);
+
+// The callback returns `code` for that request.
+void LogAnswer(bool json, std::int32_t number, const EventHeader& header, std::int32_t code);
+
+// Data was given to the library for the scanner of request `number`; `newUid` is the name under
+// which it travels, `result` what QRNSendData gave.
+void LogSend(bool json, std::int32_t number, const EventHeader& header, const std::string& newUid,
+             const std::string& bytes, std::int32_t result);
+
+// A scanner looks for this PC by its own name.
+void LogPeer(bool json, const PeerDescription& peer);
+
+// The library tells of a condition of the service.
+void LogStatus(bool json, std::int32_t statusClass, std::int32_t statusCode,
+               const std::string& message);
+
+// The service has stopped (`result`: what QRNStopService gave) after so many requests.
+void LogStopped(bool json, std::int32_t result, std::int32_t requests);
+
+}  // namespace zvqrn::host

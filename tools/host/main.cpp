@@ -1,0 +1,147 @@
+// quorin-host: a host program for trying things out.  Loads the library, starts the service, waits
+// until it is to end, stops the service.
+#include <memory>
+
+#include "common/interrupt.h"
+#include "common/text.h"
+#include "host/callbacks.h"
+#include "host/event_log.h"
+#include "host/exit_codes.h"
+#include "platform/clock.h"
+#include "platform/socket.h"
+
+namespace zvqrn::host {
+
+namespace {
+
+constexpr std::uint16_t SERVICE_PORT = 2968;
+// How often the main loop looks for Ctrl-C and for data that is due.
+constexpr std::int32_t LOOK_EVERY_MS = 20;
+
+std::string PcName(const ServiceLibrary& library) {
+  std::int32_t length = 0;
+  if (library.getPcName(nullptr, &length) != 1 || length <= 0) {
+    return {};
+  }
+  std::string name(static_cast<std::size_t>(length), '\0');
+  return library.getPcName(name.data(), &length) == 1 ? name : std::string();
+}
+
+bool CanTakePort() {
+  if (!platform::StartSockets()) {
+    return false;
+  }
+  const platform::SocketHandle socket = platform::OpenTcpSocket();
+  bool taken = false;
+  if (socket > platform::NO_SOCKET) {
+    taken =
+        platform::BindListeningPort(socket, SERVICE_PORT) && platform::StartListening(socket, 1);
+    platform::CloseSocket(socket);
+  }
+  platform::EndSockets();
+  return taken;
+}
+
+bool ToldNoNetwork(HostState* state) {
+  const HeldLock lock = LockState(state);
+  return state->toldNoNetwork;
+}
+
+std::string WhyNotStarted(bool toldNoNetwork) {
+  if (toldNoNetwork) {
+    return "this PC has no usable address, only its loopback address; connect it to a network";
+  }
+  if (!CanTakePort()) {
+    return "TCP port 2968 is taken; another host program may be running on this PC";
+  }
+  return "the PC's name or address could not be had, or UDP port 2968 is taken";
+}
+
+bool IsFinished(HostState* state) {
+  const HeldLock lock = LockState(state);
+  const std::int32_t limit = state->options->requests;
+  return limit > 0 && state->answered >= limit && state->dueSends.empty();
+}
+
+void WaitUntilFinished(HostState* state) {
+  const auto limitMs = static_cast<std::int64_t>(state->options->seconds * 1000);
+  const std::int64_t startMs = platform::MonotonicMilliseconds();
+  while (!tools::InterruptCame() && !IsFinished(state)) {
+    if (limitMs > 0 && platform::MonotonicMilliseconds() - startMs >= limitMs) {
+      return;
+    }
+    platform::WaitEvent(state->changed, LOOK_EVERY_MS);
+    platform::ClearEvent(state->changed);
+    SendWhatIsDue(state);
+  }
+}
+
+// From the start of the service to its stop; `library` stays loaded.
+int RunService(const HostOptions& options, const ServiceLibrary& library, HostState* state) {
+  if (library.startService(OnPeer, OnScanEvent, OnStatus, state, state, state) != 1) {
+    tools::PrintError("The service did not start: " + WhyNotStarted(ToldNoNetwork(state)) + ".");
+    return EXIT_NO_SERVICE;
+  }
+  int exitCode = EXIT_OK;
+  const auto nameLength = static_cast<std::int32_t>(options.pcName.size());
+  if (nameLength > 0 && library.setPcName(options.pcName.data(), nameLength) != 1) {
+    tools::PrintError("The service did not take '" + options.pcName + "' as the PC's name.");
+    exitCode = EXIT_FAILED;
+  } else {
+    {
+      const std::string pcName = PcName(library);
+      const HeldLock lock = LockState(state);
+      LogStarted(options.json, pcName, state->toldNoNetwork);
+    }
+    WaitUntilFinished(state);
+  }
+  const std::int32_t result = library.stopService();
+  const HeldLock lock = LockState(state);
+  LogStopped(options.json, result, state->received);
+  // A service that still waits for an address has nothing to stop and says so.
+  if (result != 1 && !state->toldNoNetwork) {
+    tools::PrintError("The service did not stop as it should.");
+    exitCode = EXIT_FAILED;
+  }
+  return exitCode;
+}
+
+int Run(const HostOptions& options) {
+  ServiceLibrary library;
+  std::string why;
+  const std::string path = options.libraryPath.empty() ? DefaultLibraryPath() : options.libraryPath;
+  if (!LoadServiceLibrary(path, &library, &why)) {
+    tools::PrintError("The library cannot be used: " + why + ".");
+    return EXIT_NO_LIBRARY;
+  }
+  const std::unique_ptr<ServiceLibrary, decltype(&UnloadServiceLibrary)> loaded(
+      &library, UnloadServiceLibrary);
+  const std::unique_ptr<platform::Semaphore, decltype(&platform::CloseSemaphore)> lock(
+      platform::MakeSemaphore(1, 1), platform::CloseSemaphore);
+  const std::unique_ptr<platform::Event, decltype(&platform::CloseEvent)> changed(
+      platform::MakeEvent(), platform::CloseEvent);
+  if (lock == nullptr || changed == nullptr) {
+    tools::PrintError("The system gives no semaphore or event.");
+    return EXIT_FAILED;
+  }
+  HostState state;
+  state.options = &options;
+  state.library = &library;
+  state.lock = lock.get();
+  state.changed = changed.get();
+  return RunService(options, library, &state);
+}
+
+}  // namespace
+
+}  // namespace zvqrn::host
+
+int main(int argc, char** argv) {
+  zvqrn::host::HostOptions options;
+  int exitCode = zvqrn::host::EXIT_OK;
+  if (!zvqrn::host::ReadOptions(argc, argv, &options, &exitCode)) {
+    return exitCode;
+  }
+  zvqrn::tools::WatchForInterrupt();
+  return zvqrn::host::Run(options);
+}

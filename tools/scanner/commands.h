@@ -1,0 +1,24 @@
+// The subcommands of quorin-scanner, one file each.  Each adds itself to the program and, when the
+// command line names it, leaves behind what is to be run.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+#include "scanner/verdict.h"
+
+namespace zvqrn::scanner {
+
+// Runs a subcommand; gives the program's exit code or throws a Failure.
+struct Command {
+  std::function<ExitCode()> run;
+  bool json = false;  // how a Failure is to be reported
+};
+
+// push: sends requests and shows what comes back.
+void AddPush(CLI::App* app, Command* chosen);
+
+// listen: keeps a START open and shows the host's data.
+void AddListen(CLI::App* app, Command* chosen);
+
+}  // namespace zvqrn::scanner

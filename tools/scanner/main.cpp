@@ -1,0 +1,56 @@
+// quorin-scanner: plays a network scanner towards a PC on which the service runs.
+#include <exception>
+
+#include "common/text.h"
+#include "scanner/commands.h"
+#include "scanner/report.h"
+
+namespace zvqrn::scanner {
+
+namespace {
+
+constexpr char DESCRIPTION[] =
+    "Plays a network scanner: sends push-scan requests to a PC on which a host program of ZVQRN\n"
+    "runs, and shows how the PC answers.";
+
+constexpr char EXAMPLES[] =
+    "Examples:\n"
+    "  quorin-scanner push --to 192.0.2.7        is the PC ready for scans?\n"
+    "  quorin-scanner push --help                everything that can be tried\n"
+    "  quorin-scanner listen --to 192.0.2.7      what does the host send back?\n"
+    "\n"
+    "In --json output each text has one character (U+00HH) for a byte.\n"
+    "\n";
+
+int Main(int argc, char** argv) {
+  CLI::App app(DESCRIPTION, "quorin-scanner");
+  app.footer(std::string(EXAMPLES) + EXIT_CODES_HELP);
+  app.require_subcommand(1);
+  Command chosen;
+  AddPush(&app, &chosen);
+  AddListen(&app, &chosen);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
+  }
+  try {
+    return chosen.run();
+  } catch (const Failure& failure) {
+    PrintFailure(chosen.json, failure);
+    return failure.exitCode;
+  }
+}
+
+}  // namespace
+
+}  // namespace zvqrn::scanner
+
+int main(int argc, char** argv) {
+  try {
+    return zvqrn::scanner::Main(argc, argv);
+  } catch (const std::exception& error) {
+    zvqrn::tools::PrintError(std::string("quorin-scanner: ") + error.what());
+    return zvqrn::scanner::EXIT_LOCAL_TROUBLE;
+  }
+}

@@ -1,0 +1,12 @@
+// Where the stand-in utility library itself lies: its table of scanners is beside it.
+#pragma once
+
+#include <string>
+
+namespace zvqrn::utility {
+
+// The path of `name` beside this library's own file; just `name` when the system does not tell
+// where that is.
+std::string PathBesideLibrary(const std::string& name);
+
+}  // namespace zvqrn::utility

@@ -1,0 +1,20 @@
+// The table of scanners that the stand-in utility library knows: a text file with lines
+// "product name = driver name".  Blanks around both names do not count; empty lines and lines that
+// begin with # say nothing; of several lines for one product the first counts.  A line without "=",
+// with an empty name, or with a driver name longer than a TWAIN name field holds is left out.
+#pragma once
+
+#include <cstddef>
+#include <istream>
+#include <string>
+
+namespace zvqrn::utility {
+
+// The most bytes of a driver name; one more is needed for its NUL.
+constexpr std::size_t DRIVER_NAME_LIMIT = 33;
+
+// Gives the driver name of a product, whose letters A to Z may be in either case; empty when the
+// table does not have it.
+std::string FindDriverName(std::istream& table, const std::string& productName);
+
+}  // namespace zvqrn::utility
