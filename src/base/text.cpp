@@ -16,10 +16,10 @@ void CopyBounded(char* destination, const char* source, std::int32_t size) {
 }
 
 char* CopyText(const char* text) {
-  const std::size_t length = std::strlen(text);
-  char* copy = NewBytes(static_cast<std::int64_t>(length) + 1);
+  const std::size_t size = std::strlen(text) + 1;
+  char* copy = NewBytes(static_cast<std::int64_t>(size));
   if (copy != nullptr) {
-    std::memcpy(copy, text, length);
+    std::memcpy(copy, text, size);
   }
   return copy;
 }

@@ -56,7 +56,7 @@ std::string SaveData(const ListenOptions& options, int number, const std::string
   if (!options.saveFolder.empty()) {
     char name[32];
     std::snprintf(name, sizeof name, "data-%04d.bin", number);
-    const std::string path = (std::filesystem::path(options.saveFolder) / name).string();
+    std::string path = (std::filesystem::path(options.saveFolder) / name).string();
     WriteFile(path, bytes, std::ios::trunc);
     return path;
   }

@@ -37,7 +37,7 @@ std::string FindDriverName(std::istream& table, const std::string& productName) 
       continue;
     }
     const std::string product = Trim(text.substr(0, equals));
-    const std::string driver = Trim(text.substr(equals + 1));
+    std::string driver = Trim(text.substr(equals + 1));
     const bool usable = !product.empty() && !driver.empty() && driver.size() <= DRIVER_NAME_LIMIT;
     if (usable && SameProduct(product, wanted)) {
       return driver;

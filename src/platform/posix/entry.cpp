@@ -9,7 +9,9 @@ namespace {
 
 bool processEnds = false;
 
-void NoteProcessEnd(void* /*argument*/) { processEnds = true; }
+void NoteProcessEnd(void* /*argument*/) {
+  processEnds = true;
+}
 
 // A library cannot refuse to be loaded here; one that could not prepare itself answers every call
 // with 0.
@@ -20,6 +22,8 @@ __attribute__((constructor)) void Load() {
   zvqrn::platform::OnLibraryLoad();
 }
 
-__attribute__((destructor)) void Unload() { zvqrn::platform::OnLibraryUnload(processEnds); }
+__attribute__((destructor)) void Unload() {
+  zvqrn::platform::OnLibraryUnload(processEnds);
+}
 
 }  // namespace

@@ -1,0 +1,37 @@
+# The commands of this repository.  Each installs the Debian packages that it needs if they are
+# missing (as root, or with sudo).
+
+.PHONY: help demo test windows format lint clean
+
+help:
+	@echo 'make demo     build, and show a scanner and a host talking through the library'
+	@echo 'make test     build and run every test'
+	@echo 'make windows  build ZVQRN.dll and the tools for 32-bit Windows'
+	@echo 'make format   lay out the source files'
+	@echo 'make lint     check the source files'
+	@echo 'make clean    remove everything that was built'
+
+demo:
+	@scripts/install_packages.sh build
+	@scripts/build.sh release
+	@scripts/demo.sh build/release
+
+test:
+	@scripts/install_packages.sh test
+	@scripts/run_tests.sh
+
+windows:
+	@scripts/install_packages.sh test
+	@scripts/build.sh windows-x86
+
+format:
+	@scripts/install_packages.sh test
+	@find src include tools tests -name '*.cpp' -o -name '*.h' | xargs clang-format -i
+
+lint:
+	@scripts/install_packages.sh test
+	@cmake --preset debug >/dev/null
+	@scripts/lint.sh
+
+clean:
+	@rm -rf build

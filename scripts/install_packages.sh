@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that a command of the Makefile needs and that are missing.
+# Usage: scripts/install_packages.sh build|test
+set -euo pipefail
+
+packages=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev iproute2 util-linux hostname)
+case ${1:-} in
+  build) ;;
+  test) packages+=(libgtest-dev clang-format clang-tidy shellcheck g++-mingw-w64-i686-win32) ;;
+  *)
+    printf 'usage: scripts/install_packages.sh build|test\n' >&2
+    exit 2
+    ;;
+esac
+
+missing=()
+for package in "${packages[@]}"; do
+  if [[ $(dpkg-query -W -f '${Status}' "$package" 2>/dev/null) != "install ok installed" ]]; then
+    missing+=("$package")
+  fi
+done
+[[ ${#missing[@]} -gt 0 ]] || exit 0
+
+printf 'Installing: %s\n' "${missing[*]}"
+as_root=()
+if [[ $(id -u) -ne 0 ]]; then
+  command -v sudo >/dev/null || {
+    printf 'These packages are missing, and only root may install them: %s\n' "${missing[*]}" >&2
+    exit 1
+  }
+  as_root=(sudo)
+fi
+"${as_root[@]}" apt-get update -qq
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+  apt-get install -y -qq --no-install-recommends "${missing[@]}"

@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Checks the layout of every source file, the library's and the tools' code with clang-tidy, the
+# scripts, and that the floors of src/ include downwards only.  Needs the preset debug configured.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+mapfile -t sources < <(find src include tools tests -name '*.cpp' -o -name '*.h' | sort)
+clang-format --dry-run --Werror "${sources[@]}"
+shellcheck scripts/*.sh .ci/run
+
+# A file may include files of its own floor or of a floor below.
+declare -A floors=([platform]=1 [base]=2 [eventproto]=3 [discovery]=3 [pushscan]=4 [eventserver]=5
+  [service]=6)
+broken=0
+while IFS=: read -r file included; do
+  room=${file#src/}
+  if [[ ${floors[${included%%/*}]} -gt ${floors[${room%%/*}]} && $file != *release_item.cpp ]]; then
+    printf '%s includes %s, which is on a floor above\n' "$file" "$included" >&2
+    broken=1
+  fi
+done < <(grep -rEo '^#include "(platform|base|eventproto|discovery|pushscan|eventserver|service)/[^"]+' \
+  src | sed 's/#include "//')
+[[ $broken -eq 0 ]]
+
+# The operating system shows in src/platform/ only.
+if grep -rnE '^#include <(windows|winsock|ws2|unistd|sys/|netinet|arpa|pthread|dlfcn|poll)|_WIN32' \
+  src --include='*.h' --include='*.cpp' | grep -v '^src/platform/'; then
+  printf 'the operating system shows outside src/platform/\n' >&2
+  exit 1
+fi
+
+find src tools -name '*.cpp' -not -path '*/windows/*' -print0 | sort -z |
+  xargs -0 -n 4 -P "$(nproc)" clang-tidy --quiet -p build/debug --extra-arg=-Wno-unknown-warning-option 2>/dev/null

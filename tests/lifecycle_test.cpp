@@ -1,0 +1,294 @@
+// Start, stop, load and unload, and the exports in every state.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/clock.h"
+#include "platform/socket.h"
+#include "platform/thread.h"
+#include "support/host.h"
+#include "support/messages.h"
+#include "support/scanner.h"
+
+namespace zvqrn::test {
+namespace {
+
+std::ptrdiff_t Count(const char* folder) {
+  const std::filesystem::directory_iterator entries(folder);
+  return std::distance(begin(entries), end(entries));
+}
+
+std::ptrdiff_t Threads() {
+  return Count("/proc/self/task");
+}
+std::ptrdiff_t Descriptors() {
+  return Count("/proc/self/fd");
+}
+
+bool IsLoaded() {
+  std::ifstream maps("/proc/self/maps");
+  for (std::string line; std::getline(maps, line);) {
+    if (line.find("libZVQRN.so") != std::string::npos) {
+      return true;
+    }
+  }
+  return false;
+}
+
+std::int32_t QRN_CALLBACK NoFilter(const PeerDescription*, void*) {
+  return 0;
+}
+std::int32_t QRN_CALLBACK NoEvent(EventHeader*, std::int32_t, const void*, std::int32_t, void*) {
+  return 1;
+}
+std::int32_t QRN_CALLBACK NoStatus(std::int32_t, std::int32_t, const char*, void*) {
+  return 0;
+}
+
+TEST(Lifecycle, GivesResultsInEveryState) {
+  Host host(LibraryPath());
+  EventHeader header{};
+  std::int32_t length = 0;
+  const auto expectStopped = [&] {
+    EXPECT_EQ(host.Stop(), 0);
+    EXPECT_EQ(host.library.getPcName(nullptr, &length), 0);
+    EXPECT_EQ(host.library.setPcName("ABC", 3), 0);
+    EXPECT_EQ(host.library.sendData(&header, "x", 1), 0);
+  };
+  expectStopped();
+  EXPECT_EQ(host.library.startService(nullptr, NoEvent, NoStatus, nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(host.library.startService(NoFilter, nullptr, NoStatus, nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(host.library.startService(NoFilter, NoEvent, nullptr, nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(host.library.startService(NoFilter, NoEvent, NoStatus, nullptr, nullptr, nullptr), 1);
+  EXPECT_EQ(host.Start(), 0) << "it runs already";
+  EXPECT_EQ(host.library.sendData(&header, "x", 1), 0) << "nobody is connected";
+  EXPECT_EQ(host.Stop(), 1);
+  expectStopped();
+  EXPECT_TRUE(host.statusMessages.empty());
+}
+
+TEST(Lifecycle, KeepsTheNameUntilTheStop) {
+  Host host(LibraryPath());
+  ASSERT_EQ(host.Start(), 1);
+  std::int32_t length = 0;
+  EXPECT_EQ(host.library.getPcName(nullptr, nullptr), 0);
+  ASSERT_EQ(host.library.getPcName(nullptr, &length), 1);
+  std::string own(static_cast<std::size_t>(length), '?');
+  EXPECT_EQ(host.library.getPcName(own.data(), &length), 1);
+  EXPECT_GT(length, 0);
+  EXPECT_EQ(own.find_first_of("abcdefghijklmnopqrstuvwxyz.?"), std::string::npos) << own;
+  std::int32_t tooSmall = length - 1;
+  char untouched[16] = "unchanged";
+  EXPECT_EQ(host.library.getPcName(untouched, &tooSmall), QRN_BUFFER_TOO_SMALL);
+  EXPECT_EQ(tooSmall, length);
+  EXPECT_STREQ(untouched, "unchanged");
+
+  const struct {
+    const char* name;
+    std::int32_t length;
+    std::int32_t result;
+  } names[] = {{"ABC", 0, 0},   {"1234567890123456", 16, 0}, {"ABC", -1, 0},
+               {nullptr, 3, 0}, {"123456789012345", 15, 1},  {"A\0B", 3, 1},
+               {"ABCD", 3, 1}};
+  for (const auto& n : names) {
+    EXPECT_EQ(host.library.setPcName(n.name, n.length), n.result) << n.length;
+  }
+  char name[15] = {};
+  length = 15;
+  EXPECT_EQ(host.library.getPcName(name, &length), 1);
+  EXPECT_EQ(std::string(name, static_cast<std::size_t>(length)), "ABC");
+  EXPECT_EQ(host.Stop(), 1);
+  ASSERT_EQ(host.Start(), 1);
+  std::string again(15, '?');
+  length = 15;
+  EXPECT_EQ(host.library.getPcName(again.data(), &length), 1);
+  EXPECT_EQ(again.substr(0, static_cast<std::size_t>(length)), own);
+  EXPECT_EQ(host.Stop(), 1);
+}
+
+TEST(Lifecycle, FailsAStartWhosePortIsTaken) {
+  const platform::SocketHandle taken = platform::OpenTcpSocket();
+  ASSERT_TRUE(platform::BindListeningPort(taken, 2968));
+  ASSERT_TRUE(platform::StartListening(taken, 1));
+  Host host(LibraryPath());
+  const std::ptrdiff_t threads = Threads();
+  const std::ptrdiff_t descriptors = Descriptors();
+  EXPECT_EQ(host.Start(), 0);
+  EXPECT_EQ(host.Stop(), 0);
+  EXPECT_EQ(Threads(), threads);
+  EXPECT_EQ(Descriptors(), descriptors);
+  platform::CloseSocket(taken);
+  const std::ptrdiff_t descriptorsWithout = Descriptors();
+  EXPECT_EQ(host.Start(), 1) << "the failed start has undone itself";
+  EXPECT_EQ(host.Stop(), 1);
+  EXPECT_EQ(Threads(), threads);
+  EXPECT_EQ(Descriptors(), descriptorsWithout);
+}
+
+// The answers that are due at a stop still reach the scanner, then its connection ends.
+TEST(Lifecycle, SendsWhatIsDueBeforeItStops) {
+  Host host(LibraryPath());
+  std::atomic<bool> release{false};
+  host.verdict = [&](EventHeader*) {
+    while (!release.load()) {
+      platform::SleepMilliseconds(1);
+    }
+    return QRN_RESPONSE_OK;
+  };
+  ASSERT_EQ(host.Start(), 1);
+  Scanner scanner;
+  Scanner extra;
+  scanner.Send(Request(Identity("2.00", "due"), DOCUMENT_V2));
+  ASSERT_TRUE(host.WaitForDeliveries(1));
+  std::thread stopper([&] { EXPECT_EQ(host.Stop(), 1); });
+  // Long enough for every thread to have seen the stop; the callback holds it up.
+  EXPECT_TRUE(scanner.HearsNothing(1000));
+  EXPECT_TRUE(extra.SeesClose(0)) << "extra connections do not wait";
+  release = true;
+  EXPECT_NE(scanner.Receive().find("x-uid : due\r\nx-status : 0001\r\n"), std::string::npos);
+  EXPECT_TRUE(scanner.SeesClose());
+  stopper.join();
+}
+
+TEST(Lifecycle, RefusesAStopFromInsideACallback) {
+  Host host(LibraryPath());
+  std::atomic<std::int32_t> results{0};
+  host.verdict = [&](EventHeader*) {
+    std::int32_t length = 0;
+    results = host.Stop() + 10 * host.Start() + 100 * host.library.getPcName(nullptr, &length) +
+              1000 * host.library.setPcName("X", 1);
+    return QRN_RESPONSE_OK;
+  };
+  ASSERT_EQ(host.Start(), 1);
+  Scanner scanner;
+  scanner.Send(Request(Identity("2.00", "1"), DOCUMENT_V2));
+  EXPECT_NE(scanner.Receive(), "");
+  EXPECT_EQ(results.load(), 1100);
+  EXPECT_EQ(host.Stop(), 1);
+}
+
+// Threads of the host call every export while connections and the service itself come and go.
+TEST(Lifecycle, SurvivesExportsAtAnyMoment) {
+  Host host(LibraryPath());
+  std::atomic<bool> done{false};
+  std::atomic<std::int32_t> sent{0};
+  host.verdict = [&](EventHeader* header) {
+    EventHeader copy = *header;
+    sent += host.library.sendData(&copy, "data", 4);
+    return QRN_RESPONSE_OK;
+  };
+  std::vector<std::thread> callers;
+  callers.emplace_back([&] {
+    while (!done.load()) {
+      char name[15];
+      std::int32_t length = 15;
+      host.library.getPcName(name, &length);
+      host.library.setPcName("SOMEBODY", 8);
+    }
+  });
+  callers.emplace_back([&] {
+    EventHeader header{};
+    header.uid[0] = '1';
+    while (!done.load()) {
+      EventHeader copy = header;
+      sent += host.library.sendData(&copy, "more", 4);
+    }
+  });
+  callers.emplace_back([&] {
+    while (!done.load()) {
+      host.Start();
+      platform::SleepMilliseconds(700);
+      host.Stop();
+    }
+  });
+  const std::int64_t until = platform::MonotonicMilliseconds() + 5000;
+  std::int32_t answered = 0;
+  for (std::int32_t patience = 0; platform::MonotonicMilliseconds() < until;
+       patience = (patience + 50) % 500) {
+    const platform::SocketHandle socket = platform::OpenTcpSocket();
+    std::uint32_t address = 0;
+    platform::TextToAddress("127.0.0.1", &address);
+    if (platform::ConnectTo(socket, address, 2968, 100) == platform::CONNECT_DONE) {
+      const std::string request =
+          Request(Identity("2.00", "1") + "x-subevent : START\r\n", DOCUMENT_V2);
+      platform::SendBytes(socket, request.data(), static_cast<std::int32_t>(request.size()));
+      char bytes[4096];
+      answered += platform::WaitReadable(socket, patience) == platform::SOCKET_READY &&
+                          platform::ReceiveBytes(socket, bytes, sizeof bytes) > 0
+                      ? 1
+                      : 0;
+    }
+    platform::CloseSocket(socket);
+  }
+  done = true;
+  for (std::thread& caller : callers) {
+    caller.join();
+  }
+  host.Stop();
+  EXPECT_GT(answered, 0);
+  EXPECT_GT(sent.load(), 0);
+}
+
+TEST(Unload, LeavesNoThreadInUnloadedCode) {
+  std::atomic<bool> inCallback{false};
+  const std::ptrdiff_t threads = Threads();
+  for (int round = 0; round < 6; round++) {
+    Host host(LibraryPath());
+    host.verdict = [&](EventHeader*) {
+      inCallback = true;
+      platform::SleepMilliseconds(100);
+      inCallback = false;
+      return QRN_RESPONSE_OK;
+    };
+    if (round == 0) {
+      EXPECT_EQ(Threads(), threads) << "nothing runs before the start";
+    } else {
+      ASSERT_EQ(host.Start(), 1);
+    }
+    std::unique_ptr<Scanner> scanner;
+    std::unique_ptr<Scanner> extra;
+    if (round >= 2) {
+      scanner = std::make_unique<Scanner>();
+      extra = std::make_unique<Scanner>();
+      scanner->Send(Request(Identity("2.00", "1"), DOCUMENT_V2));
+    }
+    if (round >= 4) {
+      ASSERT_TRUE(host.WaitForDeliveries(1));
+    }
+    const std::int64_t begin = platform::MonotonicMilliseconds();
+    host.Unload();
+    EXPECT_LT(platform::MonotonicMilliseconds() - begin, 5000);
+    EXPECT_FALSE(inCallback.load());
+    EXPECT_FALSE(IsLoaded());
+    EXPECT_EQ(Threads(), threads);
+    // A thread that was left behind would now meet memory that is gone.
+    platform::SleepMilliseconds(50);
+  }
+}
+
+// A process that ends with the service running, a callback in progress, does not wait for it.
+TEST(ProcessEnd, DoesNotWaitForCallbacks) {
+  EXPECT_EXIT(
+      {
+        auto* host = new Host(LibraryPath());
+        host->verdict = [](EventHeader*) {
+          platform::SleepMilliseconds(60000);
+          return QRN_RESPONSE_OK;
+        };
+        const bool started = host->Start() == 1;
+        Scanner scanner;
+        scanner.Send(Request(Identity("2.00", "1"), DOCUMENT_V2));
+        exit(started && host->WaitForDeliveries(1) ? 7 : 1);
+      },
+      testing::ExitedWithCode(7), "");
+}
+
+}  // namespace
+}  // namespace zvqrn::test

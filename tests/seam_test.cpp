@@ -1,0 +1,144 @@
+// The service with single calls of the platform replaced: long waits, and refusals of the system.
+
+#include <gtest/gtest.h>
+
+#include "base/service_state.h"
+#include "platform/clock.h"
+#include "platform/entry.h"
+#include "platform/thread.h"
+#include "support/host.h"
+#include "support/messages.h"
+#include "support/replaced_calls.h"
+#include "support/scanner.h"
+
+namespace zvqrn::test {
+namespace {
+
+std::int32_t QRN_EXPORT KnowsEveryScanner(const char* /*product*/, char* driver) {
+  // As long as a driver's name can be, and longer than a version 1 record's product name.
+  memcpy(driver, "123456789012345678901234567890123", 33);
+  return 1;
+}
+
+class Seam : public testing::Test {
+ protected:
+  void SetUp() override {
+    isTestThread = true;
+    clockAhead = 0;
+    ASSERT_TRUE(platform::OnLibraryLoad());
+    service.getTwainName = &KnowsEveryScanner;
+    ASSERT_EQ(host.Start(), 1);
+  }
+  void TearDown() override {
+    threadsBeforeRefusal = -1;
+    emptySends = 0;
+    EXPECT_EQ(host.Stop(), 1);
+    DestroyServiceLock(&service.runLock);
+    platform::CloseSemaphore(service.lifecycleTurn);
+  }
+
+  static std::string SingleRequest(const char* uid) {
+    return Request(Identity("1.00", uid), DOCUMENT_V1);
+  }
+
+  Host host{host::ServiceLibrary{nullptr, &QRNStartService, &QRNStopService, &QRNSendData,
+                                 &QRNGetPCName, &QRNSetPCName}};
+};
+
+TEST_F(Seam, ClosesConnectionsThatStayIdle) {
+  Scanner main;
+  main.Send(SingleRequest("1"));
+  EXPECT_NE(main.Receive(), "");
+  Scanner extra;
+  EXPECT_TRUE(extra.HearsNothing(400));
+  clockAhead = 87;
+  EXPECT_TRUE(extra.HearsNothing(700));
+  clockAhead = 91;
+  EXPECT_TRUE(extra.SeesClose());
+  // Half a message does not count as one; a whole message does.
+  clockAhead = 290;
+  main.Send(SingleRequest("2"));
+  EXPECT_NE(main.Receive(), "");
+  clockAhead = 580;
+  EXPECT_TRUE(main.HearsNothing(700));
+  main.Send("POST /PushScan HT");
+  EXPECT_TRUE(main.HearsNothing(700));
+  clockAhead = 591;
+  EXPECT_TRUE(main.SeesClose());
+  // A clock that is set back ends the wait as well.
+  Scanner next;
+  next.Send(SingleRequest("3"));
+  EXPECT_NE(next.Receive(), "");
+  EXPECT_TRUE(next.HearsNothing(400));
+  clockAhead = 0;
+  EXPECT_TRUE(next.SeesClose());
+}
+
+TEST_F(Seam, FillsTheDriversNameIn) {
+  Scanner scanner;
+  scanner.Send(SingleRequest("1"));
+  EXPECT_NE(scanner.Receive(), "");
+  EXPECT_EQ(host.Deliveries()[0].data.substr(0, 66),
+            "123456789012345678901234567890123" + std::string(33, '\0'));
+  scanner.Send(Request(Identity("2.00", "2"), DOCUMENT_V2));
+  EXPECT_NE(scanner.Receive(), "");
+  EXPECT_EQ(host.Deliveries()[1].data.substr(0, 66), "XS-200" + std::string(26, '\0') +
+                                                         "123456789012345678901234567890123" +
+                                                         std::string(1, '\0'));
+}
+
+TEST_F(Seam, AnswersWhenADeliveryCannotStart) {
+  Scanner scanner;
+  scanner.Send(SingleRequest("first"));
+  EXPECT_NE(scanner.Receive(), "");
+  threadsBeforeRefusal = 0;
+  scanner.Send(Request(Identity("2.00", "refused") + "x-subevent : START\r\n", DOCUMENT_V2));
+  EXPECT_EQ(scanner.Receive(),
+            std::string(ANSWER_BEGIN) +
+                "x-protocol-name : Zorva Network Service Protocol\r\n"
+                "x-protocol-version : 2.00\r\nx-subevent : START\r\nx-uid : refused\r\n"
+                "x-status : 3001\r\n\r\n");
+  scanner.Send(Request(Identity("2.00", "end") + "x-subevent : END\r\nx-parent-uid : refused\r\n",
+                       DOCUMENT_V2));
+  EXPECT_NE(scanner.Receive().find("x-status : 2002\r\n"), std::string::npos)
+      << "the START is forgotten";
+  EXPECT_EQ(host.Deliveries().size(), 1U);
+  // A connection for which no thread can be had is closed, and the next one is served; so is an
+  // extra one, whose slot is free again.
+  threadsBeforeRefusal = 0;
+  Scanner extra;
+  EXPECT_TRUE(extra.SeesClose());
+  scanner.Close();
+  while (service.connectionState.load() != THREAD_IDLE) {
+    platform::SleepMilliseconds(1);
+  }
+  threadsBeforeRefusal = 0;
+  Scanner unlucky;
+  EXPECT_TRUE(unlucky.SeesClose());
+  Scanner lucky;
+  lucky.Send(SingleRequest("lucky"));
+  EXPECT_NE(lucky.Receive().find("x-status : 0001\r\n"), std::string::npos);
+}
+
+TEST_F(Seam, FailsAStartWithoutThreads) {
+  ASSERT_EQ(host.Stop(), 1);
+  threadsBeforeRefusal = 0;
+  EXPECT_EQ(host.Start(), 0);
+  EXPECT_EQ(host.Start(), 1);
+}
+
+TEST_F(Seam, TriesAnEmptySendThreeTimes) {
+  Scanner scanner;
+  emptySends = 2;
+  const std::int64_t begin = platform::MonotonicMilliseconds();
+  scanner.Send(SingleRequest("patient"));
+  EXPECT_NE(scanner.Receive().find("x-uid : patient\r\n"), std::string::npos);
+  EXPECT_GE(platform::MonotonicMilliseconds() - begin, 2000) << "a pause after each";
+  emptySends = 3;
+  scanner.Send(SingleRequest("given up"));
+  EXPECT_TRUE(scanner.SeesClose());
+  EXPECT_EQ(emptySends.load(), 0);
+}
+
+}  // namespace
+}  // namespace zvqrn::test

@@ -1,0 +1,115 @@
+#include "base/service_lock.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+#include "platform/clock.h"
+#include "platform/thread.h"
+
+namespace zvqrn {
+namespace {
+
+TEST(ServiceLock, CountsAndFails) {
+  ServiceLock lock{};
+  EXPECT_EQ(AcquireServiceLock(&lock), LOCK_FAILED) << "an empty slot";
+  EXPECT_EQ(TryAcquireServiceLock(&lock), LOCK_FAILED);
+  ReleaseServiceLock(&lock);
+  DestroyServiceLock(&lock);
+  EXPECT_FALSE(CreateServiceLock(&lock, -1, 1));
+  EXPECT_FALSE(CreateServiceLock(&lock, 0, 0));
+
+  ASSERT_TRUE(CreateServiceLock(&lock, 2, 2));
+  EXPECT_FALSE(CreateServiceLock(&lock, 1, 1)) << "the slot is taken";
+  EXPECT_EQ(AcquireServiceLock(&lock), LOCK_OBTAINED);
+  EXPECT_EQ(TryAcquireServiceLock(&lock), LOCK_OBTAINED);
+  EXPECT_EQ(TryAcquireServiceLock(&lock), LOCK_EXHAUSTED);
+  for (int i = 0; i < 3; i++) {
+    ReleaseServiceLock(&lock);  // the third is one too many and does not count
+  }
+  EXPECT_EQ(TryAcquireServiceLock(&lock), LOCK_OBTAINED);
+  EXPECT_EQ(TryAcquireServiceLock(&lock), LOCK_OBTAINED);
+  EXPECT_EQ(TryAcquireServiceLock(&lock), LOCK_EXHAUSTED);
+  ReleaseServiceLock(&lock);
+  DestroyServiceLock(&lock);
+  EXPECT_EQ(AcquireServiceLock(&lock), LOCK_FAILED);
+}
+
+// Threads use a lock that comes and goes under them: each attempt holds it alone or fails, and
+// nobody touches a closed one.
+TEST(ServiceLock, MayBeDestroyedWhileOthersTry) {
+  ServiceLock lock{};
+  std::atomic<bool> done{false};
+  std::atomic<std::int32_t> holders{0};
+  std::atomic<std::int32_t> obtained{0};
+  std::atomic<std::int32_t> failed{0};
+  std::vector<std::thread> users;
+  for (int i = 0; i < 3; i++) {
+    users.emplace_back([&] {
+      while (!done.load()) {
+        const LockScope scope(&lock);
+        if (scope.Held()) {
+          EXPECT_EQ(holders.fetch_add(1), 0);
+          obtained++;
+          holders.fetch_sub(1);
+        } else {
+          failed++;
+        }
+      }
+    });
+  }
+  // Goes on until both outcomes have been seen often.
+  const std::int64_t deadline = platform::MonotonicMilliseconds() + 20000;
+  while ((obtained.load() < 1000 || failed.load() < 1000) &&
+         platform::MonotonicMilliseconds() < deadline) {
+    EXPECT_TRUE(CreateServiceLock(&lock, 1, 1));
+    std::this_thread::yield();
+    DestroyServiceLock(&lock);
+    std::this_thread::yield();
+  }
+  done = true;
+  for (std::thread& user : users) {
+    user.join();
+  }
+  EXPECT_GE(obtained.load(), 1000);
+  EXPECT_GE(failed.load(), 1000);
+}
+
+TEST(Semaphore, WaitsForTheTimeGiven) {
+  platform::Semaphore* semaphore = platform::MakeSemaphore(0, 1);
+  ASSERT_NE(semaphore, nullptr);
+  const std::int64_t begin = platform::MonotonicMilliseconds();
+  EXPECT_EQ(platform::WaitSemaphore(semaphore, 50), platform::SYNC_TIMED_OUT);
+  EXPECT_GE(platform::MonotonicMilliseconds() - begin, 49);
+  std::thread giver([&] {
+    platform::SleepMilliseconds(20);
+    platform::SignalSemaphore(semaphore);
+  });
+  EXPECT_EQ(platform::WaitSemaphore(semaphore, platform::WAIT_WITHOUT_END),
+            platform::SYNC_SIGNALLED);
+  giver.join();
+  platform::CloseSemaphore(semaphore);
+}
+
+TEST(Event, StaysSetAndEitherOfTwoWakes) {
+  platform::Event* first = platform::MakeEvent();
+  platform::Event* second = platform::MakeEvent();
+  EXPECT_EQ(platform::WaitEvent(first, 0), platform::SYNC_TIMED_OUT);
+  std::thread setter([&] {
+    platform::SleepMilliseconds(20);
+    platform::SignalEvent(second);
+  });
+  EXPECT_EQ(platform::WaitEitherEvent(first, second), platform::EITHER_SECOND);
+  setter.join();
+  platform::SignalEvent(first);
+  EXPECT_EQ(platform::WaitEitherEvent(first, second), platform::EITHER_FIRST);
+  EXPECT_EQ(platform::WaitEvent(first, 0), platform::SYNC_SIGNALLED);
+  platform::ClearEvent(first);
+  EXPECT_EQ(platform::WaitEvent(first, 10), platform::SYNC_TIMED_OUT);
+  platform::CloseEvent(first);
+  platform::CloseEvent(second);
+}
+
+}  // namespace
+}  // namespace zvqrn

@@ -1,0 +1,88 @@
+#include "support/host.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "common/module_loader.h"
+#include "platform/clock.h"
+#include "platform/thread.h"
+#include "support/scanner.h"
+
+namespace zvqrn::test {
+
+Host::Host(const std::string& path) {
+  std::string why;
+  EXPECT_TRUE(host::LoadServiceLibrary(path, &library, &why)) << why;
+}
+
+Host::~Host() {
+  Unload();
+}
+
+void Host::Unload() {
+  if (library.module != nullptr) {
+    host::UnloadServiceLibrary(&library);
+  }
+}
+
+std::int32_t Host::Start() {
+  return library.startService(&OnFilter, &OnEvent, &OnStatus, this, this, this);
+}
+
+bool Host::WaitForDeliveries(std::size_t count) {
+  const std::int64_t deadline = platform::MonotonicMilliseconds() + PATIENCE_MS;
+  while (Deliveries().size() < count) {
+    if (platform::MonotonicMilliseconds() > deadline) {
+      return false;
+    }
+    platform::SleepMilliseconds(1);
+  }
+  return true;
+}
+
+std::vector<Delivery> Host::Deliveries() {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return deliveries_;
+}
+
+std::int32_t Host::OnFilter(const PeerDescription* /*peer*/, void* /*context*/) {
+  return 1;
+}
+
+std::int32_t Host::OnEvent(EventHeader* header, std::int32_t kind, const void* data,
+                           std::int32_t size, void* context) {
+  auto* self = static_cast<Host*>(context);
+  {
+    const std::lock_guard<std::mutex> guard(self->mutex_);
+    self->deliveries_.push_back(Delivery{
+        *header, kind, std::string(static_cast<const char*>(data), static_cast<std::size_t>(size)),
+        context});
+  }
+  return self->verdict ? self->verdict(header) : QRN_RESPONSE_OK;
+}
+
+std::int32_t Host::OnStatus(std::int32_t statusClass, std::int32_t statusCode, const char* message,
+                            void* context) {
+  auto* self = static_cast<Host*>(context);
+  self->statusMessages.push_back(StatusMessage{statusClass, statusCode, message});
+  if (self->onStatus) {
+    self->onStatus();
+  }
+  return 0;
+}
+
+std::string LibraryPath() {
+  return tools::ProgramFolder() + "/" + tools::SERVICE_LIBRARY_FILE;
+}
+
+std::string LonelyLibraryPath() {
+  const std::filesystem::path folder = std::filesystem::path(tools::ProgramFolder()) / "lonely";
+  std::filesystem::create_directories(folder);
+  const std::filesystem::path path = folder / tools::SERVICE_LIBRARY_FILE;
+  std::filesystem::copy_file(LibraryPath(), path,
+                             std::filesystem::copy_options::overwrite_existing);
+  return path.string();
+}
+
+}  // namespace zvqrn::test

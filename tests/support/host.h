@@ -1,0 +1,69 @@
+// A host program: its callbacks, and the library as it loads it or is linked with it.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "host/service_library.h"
+#include "zvqrn/zvqrn.h"
+
+namespace zvqrn::test {
+
+// One request as ScanEventCallback got it.
+struct Delivery {
+  EventHeader header;
+  std::int32_t kind;
+  std::string data;
+  void* context;
+};
+
+struct StatusMessage {
+  std::int32_t statusClass;
+  std::int32_t statusCode;
+  std::string text;
+};
+
+class Host {
+ public:
+  // Uses functions that are linked into the test, or loads the library at `path`.
+  explicit Host(const host::ServiceLibrary& linked) : library(linked) {}
+  explicit Host(const std::string& path);
+  ~Host();
+  Host(const Host&) = delete;
+  Host& operator=(const Host&) = delete;
+
+  std::int32_t Start();
+  std::int32_t Stop() { return library.stopService(); }
+  // Stops using the library without stopping the service.
+  void Unload();
+
+  // Waits until that many requests have been delivered; false when they do not come in time.
+  bool WaitForDeliveries(std::size_t count);
+  std::vector<Delivery> Deliveries();
+
+  host::ServiceLibrary library;
+  // What the callbacks do; set before Start.  By default every request is answered 1.
+  std::function<std::int32_t(EventHeader*)> verdict;
+  std::function<void()> onStatus;
+  std::vector<StatusMessage> statusMessages;
+
+ private:
+  static std::int32_t QRN_CALLBACK OnFilter(const PeerDescription* peer, void* context);
+  static std::int32_t QRN_CALLBACK OnEvent(EventHeader* header, std::int32_t kind, const void* data,
+                                           std::int32_t size, void* context);
+  static std::int32_t QRN_CALLBACK OnStatus(std::int32_t statusClass, std::int32_t statusCode,
+                                            const char* message, void* context);
+
+  std::mutex mutex_;
+  std::vector<Delivery> deliveries_;
+};
+
+// The library beside the test programs, with the utility stand-in beside it; and the same library
+// in a folder of its own, where it finds no utility library.
+std::string LibraryPath();
+std::string LonelyLibraryPath();
+
+}  // namespace zvqrn::test

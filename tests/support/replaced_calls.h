@@ -1,0 +1,22 @@
+// Calls of the platform that a test replaces at link time (ld's --wrap), so that clocks run fast
+// and the system refuses what it rarely refuses.  Only seam_tests is linked so.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+namespace zvqrn::test {
+
+// Seconds that the calendar clock runs ahead.
+extern std::atomic<std::int64_t> clockAhead;
+
+// Thread starts that go through before one is refused; negative: none is.
+extern std::atomic<std::int32_t> threadsBeforeRefusal;
+
+// Sends of the library that transfer nothing before one goes through, counted while above 0.
+extern std::atomic<std::int32_t> emptySends;
+
+// True on threads of the test itself, whose sends are left alone.
+extern thread_local bool isTestThread;
+
+}  // namespace zvqrn::test

@@ -1,0 +1,47 @@
+// A scanner at the other end of a real connection.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "platform/socket.h"
+
+namespace zvqrn::test {
+
+// How long a test waits for what must come.
+constexpr std::int32_t PATIENCE_MS = 10000;
+
+class Scanner {
+ public:
+  // Connects to the event port of this machine; fails the test when nobody listens.
+  Scanner();
+  ~Scanner();
+  Scanner(const Scanner&) = delete;
+  Scanner& operator=(const Scanner&) = delete;
+
+  // Sends all bytes; false when the library does not take them.
+  bool Send(std::string_view bytes);
+
+  // The next whole message; empty when the connection ends or nothing comes in time.
+  std::string Receive(std::int32_t milliseconds = PATIENCE_MS);
+
+  // True when the library closes the connection in time, without a further byte.
+  bool SeesClose(std::int32_t milliseconds = PATIENCE_MS);
+
+  // True when not a byte comes for that long and the connection stays open.
+  bool HearsNothing(std::int32_t milliseconds);
+
+  // Closes the connection, or breaks it off with a reset.
+  void Close();
+  void Reset();
+
+ private:
+  enum Filled { FILLED, ENDED, TIMED_OUT };
+  Filled Fill(std::int64_t deadline);
+
+  platform::SocketHandle socket_;
+  std::string received_;
+};
+
+}  // namespace zvqrn::test
