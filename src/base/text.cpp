@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "base/allocation.h"
+#include "platform/encoding.h"
 
 namespace zvqrn {
 
@@ -76,6 +77,14 @@ std::int32_t DecimalNumber(const char* text) {
     }
   }
   return static_cast<std::int32_t>(negative ? -number : number);
+}
+
+bool EndsWithLeadByte(const char* text, std::int32_t length) {
+  std::int32_t at = 0;
+  while (at < length - 1) {
+    at += platform::IsLeadByte(text[at]) ? 2 : 1;
+  }
+  return at == length - 1 && platform::IsLeadByte(text[at]);
 }
 
 void FormatDecimal(std::uint32_t number, char (&text)[DECIMAL_TEXT_SIZE]) {

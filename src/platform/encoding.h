@@ -5,8 +5,12 @@
 
 namespace zvqrn::platform {
 
-// True when the byte at `index` is the lead byte of a double-byte character, judged from the start
-// of `text`, of which the bytes up to `index` are looked at.
-bool IsLeadByteAt(const char* text, std::int32_t index);
+// True when the byte begins a double-byte character.
+bool IsLeadByte(char byte);
+
+// Converts a NUL-terminated text from the ANSI code page to UTF-8, by way of UTF-16.  Gives the
+// bytes that the result takes, its NUL included, and writes them when `size` is large enough; 0
+// when the text cannot be converted.
+std::int32_t AnsiToUtf8Bytes(const char* text, char* utf8, std::int32_t size);
 
 }  // namespace zvqrn::platform

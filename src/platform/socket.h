@@ -1,6 +1,6 @@
-// TCP over IPv4 as the library needs it.  A socket handle is greater than 0; 0 and below mean "no
-// socket".  Each handle has one owner, who closes it.  Any thread may call any function, but a
-// socket is used by one thread at a time.
+// TCP and UDP over IPv4 as the library needs them.  A socket handle is greater than 0; 0 and below
+// mean "no socket".  Each handle has one owner, who closes it.  Any thread may call any function,
+// but a socket is used by one thread at a time.
 //
 // No call waits unless it says so: connections are made non-blocking, and whoever wants to wait
 // does so with WaitReadable or WaitWritable.
@@ -59,6 +59,48 @@ std::int32_t ReceiveBytes(SocketHandle socket, void* buffer, std::int32_t size);
 // SEND_NO_ROOM when it takes none.  A peer that has gone is an error, never a signal.
 constexpr std::int32_t SEND_NO_ROOM = -2;
 std::int32_t SendBytes(SocketHandle socket, const void* bytes, std::int32_t size);
+
+// ---- Datagrams ------------------------------------------------------------------------------
+
+SocketHandle OpenUdpSocket();
+
+// Binds to a port on every local address (0 = a port of the system's choice) or, with `address`
+// not 0, to that one.  With `shared`, others may be bound to the same port for multicast.
+bool BindDatagramPort(SocketHandle socket, std::uint32_t address, std::uint16_t port, bool shared);
+
+// A multicast group that a socket has joined, and where.
+struct GroupMembership {
+  std::uint32_t group;      // network byte order
+  std::uint32_t interface;  // as the system numbers it; 0 = the system's choice
+};
+
+// Joins a group on the interface that the default route uses; without a default route under POSIX,
+// on the one whose address the machine calls its own.  Fills in `membership`.
+bool JoinGroup(SocketHandle socket, std::uint32_t group, GroupMembership* membership);
+
+// Leaves the group where it was joined; false when that interface is gone.
+bool LeaveGroup(SocketHandle socket, const GroupMembership& membership);
+
+// Chooses the interface, by its address, from which this socket's multicasts are sent, and lets
+// them reach listeners on this machine too.
+bool SendMulticastFrom(SocketHandle socket, std::uint32_t interfaceAddress);
+
+// Where a datagram comes from or goes to.
+struct Endpoint {
+  std::uint32_t address;  // network byte order
+  std::uint16_t port;     // host byte order
+};
+
+// Receives one datagram of at most `size` bytes: its length (which may be 0), negative on an
+// error and when it is larger than `size`, RECEIVE_NOTHING when none has arrived.
+std::int32_t ReceiveDatagram(SocketHandle socket, void* buffer, std::int32_t size,
+                             Endpoint* sender);
+
+// Sends one datagram; false when the system refuses it.
+bool SendDatagramTo(SocketHandle socket, const void* bytes, std::int32_t size,
+                    const Endpoint& receiver);
+
+// ---- Addresses ------------------------------------------------------------------------------
 
 // An IPv4 address (network byte order) as dotted text, and back; false for anything but four
 // decimal numbers.

@@ -18,6 +18,14 @@ bool ReadHostName(char (&buffer)[HOST_NAME_SIZE]);
 // resolves to; the loopback address when it has no other.  False when it has none at all.
 bool FirstHostAddress(const char* hostName, std::uint32_t* address);
 
+// True when the system can tell of changes of its addresses: an NT system of major version 5 or
+// higher under Windows, always under POSIX.
+bool CanWatchAddresses();
+
+// Writes a line to where the system collects debugging output: the debugger under Windows, the
+// system's log at its lowest level under POSIX.
+void WriteDebuggerLine(const char* line);
+
 // A shared library of the machine, loaded by its plain name ("NAME.dll", "libNAME.so"); null when
 // there is none.  The caller unloads it.
 void* LoadModule(const char* name);

@@ -7,8 +7,8 @@
 #include "base/allocation.h"
 #include "base/service_state.h"
 #include "base/status.h"
+#include "base/text.h"
 #include "eventserver/host_data.h"
-#include "platform/encoding.h"
 #include "service/lifecycle.h"
 #include "zvqrn/zvqrn.h"
 
@@ -98,7 +98,7 @@ int32_t QRN_EXPORT QRNGetPCName(char* buffer, int32_t* length) {
 
 int32_t QRN_EXPORT QRNSetPCName(const char* name, int32_t length) {
   if (name == nullptr || length < 1 || length > zvqrn::PC_NAME_LIMIT ||
-      zvqrn::platform::IsLeadByteAt(name, length - 1) || !zvqrn::MayServe()) {
+      zvqrn::EndsWithLeadByte(name, length) || !zvqrn::MayServe()) {
     return 0;
   }
   const zvqrn::LockScope scope(&zvqrn::service.identityLock);

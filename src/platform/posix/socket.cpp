@@ -8,8 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
+#include "platform/posix/interfaces.h"
 
 namespace zvqrn::platform {
 namespace {
@@ -52,6 +51,13 @@ SocketWait WaitFor(SocketHandle socket, short events, std::int32_t milliseconds)
     return SOCKET_TIMED_OUT;
   }
   return (entry.revents & POLLNVAL) != 0 ? SOCKET_FAILED : SOCKET_READY;
+}
+
+ip_mreqn RequestOf(const GroupMembership& membership) {
+  ip_mreqn request{};
+  request.imr_multiaddr.s_addr = membership.group;
+  request.imr_ifindex = static_cast<int>(membership.interface);
+  return request;
 }
 
 bool WouldWait() {
@@ -143,6 +149,66 @@ std::int32_t SendBytes(SocketHandle socket, const void* bytes, std::int32_t size
     return WouldWait() || errno == EINTR ? SEND_NO_ROOM : -1;
   }
   return static_cast<std::int32_t>(count);
+}
+
+SocketHandle OpenUdpSocket() {
+  return Adopt(::socket(AF_INET, SOCK_DGRAM, 0));
+}
+
+bool BindDatagramPort(SocketHandle socket, std::uint32_t address, std::uint16_t port, bool shared) {
+  const int on = 1;
+  if (shared && setsockopt(Descriptor(socket), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) {
+    return false;
+  }
+  const sockaddr_in name = AddressOf(address, port);
+  return bind(Descriptor(socket), reinterpret_cast<const sockaddr*>(&name), sizeof name) == 0;
+}
+
+bool JoinGroup(SocketHandle socket, std::uint32_t group, GroupMembership* membership) {
+  // Without this, multicasts for groups that other programs have joined arrive here too.
+  const int off = 0;
+  setsockopt(Descriptor(socket), IPPROTO_IP, IP_MULTICAST_ALL, &off, sizeof off);
+  OwnInterface own{};
+  FindOwnInterface(&own);
+  *membership = GroupMembership{group, own.index};
+  const ip_mreqn request = RequestOf(*membership);
+  return setsockopt(Descriptor(socket), IPPROTO_IP, IP_ADD_MEMBERSHIP, &request, sizeof request) ==
+         0;
+}
+
+bool LeaveGroup(SocketHandle socket, const GroupMembership& membership) {
+  const ip_mreqn request = RequestOf(membership);
+  return setsockopt(Descriptor(socket), IPPROTO_IP, IP_DROP_MEMBERSHIP, &request, sizeof request) ==
+         0;
+}
+
+bool SendMulticastFrom(SocketHandle socket, std::uint32_t interfaceAddress) {
+  in_addr name{};
+  name.s_addr = interfaceAddress;
+  const int on = 1;
+  return setsockopt(Descriptor(socket), IPPROTO_IP, IP_MULTICAST_IF, &name, sizeof name) == 0 &&
+         setsockopt(Descriptor(socket), IPPROTO_IP, IP_MULTICAST_LOOP, &on, sizeof on) == 0;
+}
+
+std::int32_t ReceiveDatagram(SocketHandle socket, void* buffer, std::int32_t size,
+                             Endpoint* sender) {
+  sockaddr_in name{};
+  socklen_t nameSize = sizeof name;
+  // MSG_TRUNC: the length as it was sent, also of a datagram that does not fit.
+  const ssize_t length = recvfrom(Descriptor(socket), buffer, static_cast<std::size_t>(size),
+                                  MSG_TRUNC, reinterpret_cast<sockaddr*>(&name), &nameSize);
+  if (length < 0) {
+    return WouldWait() || errno == EINTR ? RECEIVE_NOTHING : -1;
+  }
+  *sender = Endpoint{name.sin_addr.s_addr, ntohs(name.sin_port)};
+  return length > size ? -1 : static_cast<std::int32_t>(length);
+}
+
+bool SendDatagramTo(SocketHandle socket, const void* bytes, std::int32_t size,
+                    const Endpoint& receiver) {
+  const sockaddr_in name = AddressOf(receiver.address, receiver.port);
+  return sendto(Descriptor(socket), bytes, static_cast<std::size_t>(size), MSG_NOSIGNAL,
+                reinterpret_cast<const sockaddr*>(&name), sizeof name) == size;
 }
 
 void AddressToText(std::uint32_t address, char (&text)[ADDRESS_TEXT_SIZE]) {

@@ -1,55 +1,22 @@
 #include "platform/system.h"
 
-#include <arpa/inet.h>
 #include <dlfcn.h>
-#include <ifaddrs.h>
-#include <net/if.h>
-#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 
+#include "platform/posix/interfaces.h"
+
 namespace zvqrn::platform {
 namespace {
 
 constexpr std::size_t NETBIOS_NAME_BYTES = 15;
-
-// The interface of the default route with the lowest metric, or an empty text.  The kernel lists
-// one route a line: interface, destination, gateway, flags, use counts, metric, mask.
-void DefaultRouteInterface(char (&name)[IF_NAMESIZE]) {
-  name[0] = '\0';
-  const std::unique_ptr<FILE, int (*)(FILE*)> routes(fopen("/proc/net/route", "re"), fclose);
-  if (!routes) {
-    return;
-  }
-  unsigned long best = 0;
-  char line[256];
-  while (fgets(line, sizeof line, routes.get()) != nullptr) {
-    char* rest = nullptr;
-    const char* interface = strtok_r(line, "\t ", &rest);
-    const char* columns[7] = {};
-    for (const char*& column : columns) {
-      column = strtok_r(nullptr, "\t ", &rest);
-    }
-    // columns: destination, gateway, flags, reference count, use, metric, mask
-    if (interface == nullptr || columns[6] == nullptr || strcmp(columns[0], "00000000") != 0 ||
-        strcmp(columns[6], "00000000") != 0) {
-      continue;
-    }
-    const unsigned long metric = strtoul(columns[5], nullptr, 10);
-    if (name[0] == '\0' || metric < best) {
-      best = metric;
-      snprintf(name, sizeof name, "%s", interface);
-    }
-  }
-}
-
-bool IsLoopback(std::uint32_t address) {
-  return (ntohl(address) >> 24) == 127;
-}
 
 // The folder, with its slash, of the file that this code was loaded from; false when unknown.
 bool OwnFolder(char* folder, std::size_t size) {
@@ -93,42 +60,36 @@ bool ReadHostName(char (&buffer)[HOST_NAME_SIZE]) {
 }
 
 // Callers mean the addresses that the machine has, which is what a host name resolves to under
-// Windows; a hosts file here may say something else, so the interfaces are asked instead.  The
-// interface of the default route comes first: scanners are reached through it.
+// Windows; a hosts file here may say something else, so the interfaces are asked instead.
 bool FirstHostAddress(const char* /*hostName*/, std::uint32_t* address) {
-  ifaddrs* list = nullptr;
-  if (getifaddrs(&list) != 0) {
+  OwnInterface own{};
+  if (!FindOwnInterface(&own)) {
     return false;
   }
-  const std::unique_ptr<ifaddrs, void (*)(ifaddrs*)> release(list, freeifaddrs);
-  char preferred[IF_NAMESIZE];
-  DefaultRouteInterface(preferred);
+  *address = own.address;
+  return true;
+}
 
-  bool found = false;
-  bool foundUsable = false;
-  for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
-    if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_INET ||
-        (entry->ifa_flags & IFF_UP) == 0) {
-      continue;
-    }
-    sockaddr_in name{};
-    memcpy(&name, entry->ifa_addr, sizeof name);
-    const std::uint32_t candidate = name.sin_addr.s_addr;
-    const bool usable = !IsLoopback(candidate);
-    if (usable && strcmp(entry->ifa_name, preferred) == 0) {
-      *address = candidate;
-      return true;
-    }
-    if (!found || (usable && !foundUsable)) {
-      *address = candidate;
-      found = true;
-      foundUsable = usable;
-    }
+bool CanWatchAddresses() {
+  return true;
+}
+
+// A datagram to the system's log, as syslog(3) would send it, but without touching what the host
+// may have set up with openlog(3).
+void WriteDebuggerLine(const char* line) {
+  constexpr char PREFIX[] = "<7>ZVQRN: ";  // the lowest level
+  char text[128];
+  const int length = snprintf(text, sizeof text, "%s%s", PREFIX, line);
+  sockaddr_un name{};
+  name.sun_family = AF_UNIX;
+  memcpy(name.sun_path, "/dev/log", sizeof "/dev/log");
+  const int log = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  if (log < 0) {
+    return;
   }
-  if (found && !foundUsable) {
-    *address = htonl(INADDR_LOOPBACK);
-  }
-  return found;
+  const std::size_t size = std::min(static_cast<std::size_t>(length), sizeof text - 1);
+  sendto(log, text, size, MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&name), sizeof name);
+  close(log);
 }
 
 // Looks beside the library first, as Windows does for a program's own folder, then where the

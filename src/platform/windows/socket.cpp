@@ -49,6 +49,14 @@ SocketWait WaitFor(SocketHandle socket, WaitKind kind, std::int32_t milliseconds
   return ready == 0 ? SOCKET_TIMED_OUT : SOCKET_READY;
 }
 
+bool ChangeMembership(SocketHandle socket, int change, const GroupMembership& membership) {
+  ip_mreq request{};
+  request.imr_multiaddr.s_addr = membership.group;
+  request.imr_interface.s_addr = membership.interface;
+  return setsockopt(SystemSocket(socket), IPPROTO_IP, change,
+                    reinterpret_cast<const char*>(&request), sizeof request) == 0;
+}
+
 }  // namespace
 
 bool StartSockets() {
@@ -133,6 +141,60 @@ std::int32_t SendBytes(SocketHandle socket, const void* bytes, std::int32_t size
     return WSAGetLastError() == WSAEWOULDBLOCK ? SEND_NO_ROOM : -1;
   }
   return count;
+}
+
+SocketHandle OpenUdpSocket() {
+  return Adopt(::socket(AF_INET, SOCK_DGRAM, 0));
+}
+
+bool BindDatagramPort(SocketHandle socket, std::uint32_t address, std::uint16_t port, bool shared) {
+  const int on = 1;
+  if (shared && setsockopt(SystemSocket(socket), SOL_SOCKET, SO_REUSEADDR,
+                           reinterpret_cast<const char*>(&on), sizeof on) != 0) {
+    return false;
+  }
+  const sockaddr_in name = AddressOf(address, port);
+  return bind(SystemSocket(socket), reinterpret_cast<const sockaddr*>(&name), sizeof name) == 0;
+}
+
+bool JoinGroup(SocketHandle socket, std::uint32_t group, GroupMembership* membership) {
+  *membership = GroupMembership{group, INADDR_ANY};
+  return ChangeMembership(socket, IP_ADD_MEMBERSHIP, *membership);
+}
+
+bool LeaveGroup(SocketHandle socket, const GroupMembership& membership) {
+  return ChangeMembership(socket, IP_DROP_MEMBERSHIP, membership);
+}
+
+bool SendMulticastFrom(SocketHandle socket, std::uint32_t interfaceAddress) {
+  in_addr name{};
+  name.s_addr = interfaceAddress;
+  const int on = 1;
+  return setsockopt(SystemSocket(socket), IPPROTO_IP, IP_MULTICAST_IF,
+                    reinterpret_cast<const char*>(&name), sizeof name) == 0 &&
+         setsockopt(SystemSocket(socket), IPPROTO_IP, IP_MULTICAST_LOOP,
+                    reinterpret_cast<const char*>(&on), sizeof on) == 0;
+}
+
+std::int32_t ReceiveDatagram(SocketHandle socket, void* buffer, std::int32_t size,
+                             Endpoint* sender) {
+  sockaddr_in name{};
+  int nameSize = sizeof name;
+  // A datagram that does not fit is an error here.
+  const int length = recvfrom(SystemSocket(socket), static_cast<char*>(buffer), size, 0,
+                              reinterpret_cast<sockaddr*>(&name), &nameSize);
+  if (length < 0) {
+    return WSAGetLastError() == WSAEWOULDBLOCK ? RECEIVE_NOTHING : -1;
+  }
+  *sender = Endpoint{name.sin_addr.s_addr, ntohs(name.sin_port)};
+  return length;
+}
+
+bool SendDatagramTo(SocketHandle socket, const void* bytes, std::int32_t size,
+                    const Endpoint& receiver) {
+  const sockaddr_in name = AddressOf(receiver.address, receiver.port);
+  return sendto(SystemSocket(socket), static_cast<const char*>(bytes), size, 0,
+                reinterpret_cast<const sockaddr*>(&name), sizeof name) == size;
 }
 
 // Formatted here: inet_ntoa keeps its result once for each thread in memory of the system's, and

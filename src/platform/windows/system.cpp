@@ -27,6 +27,17 @@ bool FirstHostAddress(const char* hostName, std::uint32_t* address) {
   return true;
 }
 
+bool CanWatchAddresses() {
+  OSVERSIONINFOA version{};
+  version.dwOSVersionInfoSize = sizeof version;
+  return GetVersionExA(&version) != FALSE && version.dwPlatformId == VER_PLATFORM_WIN32_NT &&
+         version.dwMajorVersion >= 5;
+}
+
+void WriteDebuggerLine(const char* line) {
+  OutputDebugStringA(line);
+}
+
 // By plain name, so that the system's search order decides; it appends ".dll".
 void* LoadModule(const char* name) {
   return reinterpret_cast<void*>(LoadLibraryA(name));

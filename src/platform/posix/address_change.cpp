@@ -1,0 +1,148 @@
+#include "platform/address_change.h"
+
+#include <fcntl.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+
+#include "platform/posix/interfaces.h"
+
+namespace zvqrn::platform {
+
+// A thread of its own reads the kernel's route socket and passes the news on.
+struct AddressNotifier {
+  Event* event;
+  std::atomic<bool> armed;
+  int routeSocket;
+  int endPipe[2];  // closing the second end tells the thread to end
+  pthread_t thread;
+};
+
+namespace {
+
+// One change of an address comes with several messages (the address, its routes); they count as
+// one when no further one follows within this time.
+constexpr int SETTLE_MS = 50;
+constexpr int SETTLE_ROUNDS = 20;
+
+// Changes of addresses, and of routes: which address is the machine's own depends on the default
+// route.
+int OpenRouteSocket() {
+  const int route = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
+  sockaddr_nl name{};
+  name.nl_family = AF_NETLINK;
+  name.nl_groups = RTMGRP_IPV4_IFADDR | RTMGRP_IPV4_ROUTE;
+  if (route >= 0 && bind(route, reinterpret_cast<const sockaddr*>(&name), sizeof name) != 0) {
+    close(route);
+    return -1;
+  }
+  return route;
+}
+
+// What the kernel has told.
+enum News { NOTHING, ROUTES_CHANGED, ADDRESS_CHANGED };
+
+// Takes what has arrived.  A message that was lost for want of room counts as the most.
+News TakeNews(int route) {
+  alignas(nlmsghdr) char bytes[8192];
+  News news = NOTHING;
+  for (;;) {
+    const ssize_t length = recv(route, bytes, sizeof bytes, 0);
+    if (length < 0 && errno == ENOBUFS) {
+      news = ADDRESS_CHANGED;
+      continue;
+    }
+    if (length <= 0) {
+      return news;
+    }
+    auto left = static_cast<unsigned>(length);
+    for (auto* message = reinterpret_cast<nlmsghdr*>(bytes); NLMSG_OK(message, left);
+         message = NLMSG_NEXT(message, left)) {
+      const bool address = message->nlmsg_type == RTM_NEWADDR || message->nlmsg_type == RTM_DELADDR;
+      news = std::max(news, address ? ADDRESS_CHANGED : ROUTES_CHANGED);
+    }
+  }
+}
+
+// Takes what has arrived and what follows shortly.
+News TakeSettledNews(pollfd (&waits)[2], int route) {
+  News news = TakeNews(route);
+  for (int round = 0; news != NOTHING && round < SETTLE_ROUNDS; round++) {
+    if (poll(waits, 2, SETTLE_MS) <= 0 || waits[0].revents != 0) {
+      break;
+    }
+    news = std::max(news, TakeNews(route));
+  }
+  return news;
+}
+
+void* PassNewsOn(void* argument) {
+  auto* notifier = static_cast<AddressNotifier*>(argument);
+  pollfd waits[2] = {{notifier->endPipe[0], 0, 0}, {notifier->routeSocket, POLLIN, 0}};
+  OwnInterface known{};
+  FindOwnInterface(&known);
+  while (waits[0].revents == 0) {
+    if (poll(waits, 2, -1) < 0 && errno != EINTR) {
+      return nullptr;
+    }
+    const News news = TakeSettledNews(waits, notifier->routeSocket);
+    // Routes matter only when another interface has become the machine's own.
+    OwnInterface now{};
+    FindOwnInterface(&now);
+    const bool moved = now.index != known.index || now.address != known.address;
+    known = now;
+    if ((news == ADDRESS_CHANGED || moved) && notifier->armed.exchange(false)) {
+      SignalEvent(notifier->event);
+    }
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+AddressNotifier* MakeAddressNotifier(Event* event) {
+  auto* notifier = static_cast<AddressNotifier*>(std::calloc(1, sizeof(AddressNotifier)));
+  if (notifier == nullptr) {
+    return nullptr;
+  }
+  notifier->event = event;
+  notifier->routeSocket = OpenRouteSocket();
+  const bool piped = pipe2(notifier->endPipe, O_CLOEXEC) == 0;
+  if (notifier->routeSocket >= 0 && piped &&
+      pthread_create(&notifier->thread, nullptr, PassNewsOn, notifier) == 0) {
+    return notifier;
+  }
+  if (notifier->routeSocket >= 0) {
+    close(notifier->routeSocket);
+  }
+  if (piped) {
+    close(notifier->endPipe[0]);
+    close(notifier->endPipe[1]);
+  }
+  std::free(notifier);
+  return nullptr;
+}
+
+bool ArmAddressNotifier(AddressNotifier* notifier) {
+  ClearEvent(notifier->event);
+  notifier->armed.store(true);
+  return true;
+}
+
+void CloseAddressNotifier(AddressNotifier* notifier) {
+  close(notifier->endPipe[1]);
+  pthread_join(notifier->thread, nullptr);
+  close(notifier->endPipe[0]);
+  close(notifier->routeSocket);
+  std::free(notifier);
+}
+
+}  // namespace zvqrn::platform

@@ -1,0 +1,58 @@
+#include "platform/address_change.h"
+
+#include <cstdlib>
+
+#include "platform/windows/windows_headers.h"
+// After the header above.
+#include <iphlpapi.h>
+
+namespace zvqrn::platform {
+
+// The system writes into `pending` and sets its event when an address changes, whenever that may
+// be; both are kept until it cannot do so any more.
+struct AddressNotifier {
+  OVERLAPPED pending;  // its event is a handle of our own to the caller's event
+  bool isPending;
+};
+
+namespace {
+
+// How long a cancelled notification may take to come back.
+constexpr DWORD CANCEL_WAIT_MS = 1000;
+
+}  // namespace
+
+AddressNotifier* MakeAddressNotifier(Event* event) {
+  auto* notifier = static_cast<AddressNotifier*>(std::calloc(1, sizeof(AddressNotifier)));
+  if (notifier == nullptr) {
+    return nullptr;
+  }
+  const HANDLE self = GetCurrentProcess();
+  if (DuplicateHandle(self, reinterpret_cast<HANDLE>(event), self, &notifier->pending.hEvent, 0,
+                      FALSE, DUPLICATE_SAME_ACCESS) == FALSE) {
+    std::free(notifier);
+    return nullptr;
+  }
+  return notifier;
+}
+
+bool ArmAddressNotifier(AddressNotifier* notifier) {
+  ResetEvent(notifier->pending.hEvent);
+  HANDLE handle = nullptr;
+  notifier->isPending = NotifyAddrChange(&handle, &notifier->pending) == ERROR_IO_PENDING;
+  return notifier->isPending;
+}
+
+void CloseAddressNotifier(AddressNotifier* notifier) {
+  // A notification that cannot be cancelled may still be written: its record and its event are
+  // then left to the process, some forty bytes and a handle for each stop.
+  if (notifier->isPending &&
+      (CancelIPChangeNotify(&notifier->pending) == FALSE ||
+       WaitForSingleObject(notifier->pending.hEvent, CANCEL_WAIT_MS) != WAIT_OBJECT_0)) {
+    return;
+  }
+  CloseHandle(notifier->pending.hEvent);
+  std::free(notifier);
+}
+
+}  // namespace zvqrn::platform
