@@ -26,28 +26,62 @@ std::int32_t ReadComputerName(char* buffer, std::int32_t* length) {
   return 1;
 }
 
-PickResult PickLocalAddress() {
+namespace {
+
+enum ReadAddress : std::int32_t {
+  ADDRESS_USABLE,
+  ADDRESS_ONLY_LOOPBACK,
+  ADDRESS_NONE,  // the host name resolves to nothing
+  ADDRESS_NO_HOST_NAME
+};
+
+// What the host name resolves to first; `address` is 0 unless it is usable.
+ReadAddress ReadLocalAddress(std::uint32_t* address) {
+  *address = 0;
   char hostName[platform::HOST_NAME_SIZE];
   if (!platform::ReadHostName(hostName)) {
-    return PICK_FAILED;
+    return ADDRESS_NO_HOST_NAME;
   }
-  std::uint32_t address = 0;
-  if (!platform::FirstHostAddress(hostName, &address)) {
-    service.localAddress = 0;
-    return PICK_FAILED;
+  std::uint32_t first = 0;
+  if (!platform::FirstHostAddress(hostName, &first)) {
+    return ADDRESS_NONE;
   }
   char text[platform::ADDRESS_TEXT_SIZE];
-  platform::AddressToText(address, text);
+  platform::AddressToText(first, text);
   if (std::strcmp(text, "127.0.0.1") == 0) {
-    service.localAddress = 0;
+    return ADDRESS_ONLY_LOOPBACK;
+  }
+  *address = first;
+  return ADDRESS_USABLE;
+}
+
+}  // namespace
+
+PickResult PickLocalAddress() {
+  std::uint32_t address = 0;
+  const ReadAddress found = ReadLocalAddress(&address);
+  if (found == ADDRESS_NO_HOST_NAME) {
+    return PICK_FAILED;
+  }
+  service.localAddress = address;
+  if (found == ADDRESS_NONE) {
+    return PICK_FAILED;
+  }
+  if (found == ADDRESS_ONLY_LOOPBACK) {
     ReportStatus(QRN_STATUS_CLASS_ERROR, QRN_STATUS_NO_NETWORK, STATUS_TEXT_NO_NETWORK);
     return PICK_ONLY_LOOPBACK;
   }
-  service.localAddress = address;
   if (service.serviceRunning.load() != 0) {
     ReportStatus(QRN_STATUS_CLASS_NOTICE, QRN_STATUS_RESTART, STATUS_TEXT_RESTART);
   }
   return PICK_USABLE;
+}
+
+bool LocalAddressDiffers() {
+  const LockScope scope(&service.identityLock);
+  std::uint32_t address = 0;
+  const ReadAddress found = ReadLocalAddress(&address);
+  return scope.Held() && found != ADDRESS_NO_HOST_NAME && address != service.localAddress;
 }
 
 }  // namespace zvqrn

@@ -20,4 +20,8 @@ enum PickResult : std::int32_t {
 // usable address, and, while the service runs, that it goes on with the address found.
 PickResult PickLocalAddress();
 
+// True when the PC's address is no longer the one in service.localAddress; changes nothing and
+// tells nobody.  Takes identityLock.
+bool LocalAddressDiffers();
+
 }  // namespace zvqrn

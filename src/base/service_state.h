@@ -69,6 +69,24 @@ struct ServiceState {
   // When sending gives up because the service stops, in monotonic milliseconds; 0 = not stopping.
   std::int64_t sendDeadline;
 
+  // Discovery's listener, and the requests that are being answered, oldest first.
+  ThreadState discoveryState;
+  ServiceLock discoveryStateLock;
+  TaggedList discoveryTable;
+  ServiceLock discoveryTableLock;
+  std::atomic<std::int32_t> replyThreads;  // that may still use a request of the table
+
+  // The watcher of address changes.  The events are made by a start and closed when every thread
+  // of its run has ended; the watcher writes the two words.
+  std::atomic<std::int32_t> watchEnabled;  // 1 while a watcher is meant to run
+  std::atomic<std::int32_t> watcherState;  // THREAD_RUNNING or THREAD_IDLE
+  std::atomic<std::int32_t> waiting;       // 1 while the service waits for a first usable address
+  platform::Event* watcherStopEvent;       // tells the watcher to end
+  platform::Event* rejoinEvent;            // tells discovery that the address has changed
+
+  // 1 while the use of the socket library that a start began has not been ended.
+  std::atomic<std::int32_t> socketsStarted;
+
   // The utility library and its function, or null; written while the library is loaded only.
   void* utilityModule;
   GetTwainNameFunction getTwainName;
@@ -79,6 +97,11 @@ extern ServiceState service;
 // True from the moment the event server has been told to stop until it has.
 inline bool StopRequested() {
   return service.listenerState.load() == THREAD_STOP_REQUESTED || service.unloading.load() != 0;
+}
+
+// The same for discovery, whose replies stop with it.
+inline bool DiscoveryStopRequested() {
+  return service.discoveryState.load() == THREAD_STOP_REQUESTED || service.unloading.load() != 0;
 }
 
 // 1 = the service runs, 0 = it does not, -1 = runLock or the flag is unusable.

@@ -1,12 +1,30 @@
 #include "base/thread_state.h"
 
-#include "platform/thread.h"
-
 namespace zvqrn {
 
 void WriteThreadState(ThreadState* state, ServiceLock* lock, ThreadStateValue value) {
   const LockScope scope(lock);
   state->store(value);
+}
+
+bool StartReportingThread(platform::ThreadProcedure procedure, ThreadState* state,
+                          ServiceLock* lock) {
+  // Written before the thread begins, so that THREAD_IDLE from now on means that it has ended.
+  WriteThreadState(state, lock, THREAD_STARTING);
+  if (platform::StartThread(procedure, nullptr, platform::STACK_FOR_LIBRARY) != 0) {
+    return true;
+  }
+  WriteThreadState(state, lock, THREAD_IDLE);
+  return false;
+}
+
+void ReportSetUp(ThreadState* state, bool succeeded) {
+  if (succeeded) {
+    std::int32_t starting = THREAD_STARTING;
+    state->compare_exchange_strong(starting, THREAD_RUNNING);
+  } else {
+    state->store(THREAD_FAILED);
+  }
 }
 
 std::int32_t WaitForThreadReady(ThreadState* state, ServiceLock* lock) {
@@ -17,7 +35,7 @@ std::int32_t WaitForThreadReady(ThreadState* state, ServiceLock* lock) {
         return -1;
       }
       const std::int32_t value = state->load();
-      if (value == THREAD_RUNNING || value == THREAD_FAILED) {
+      if (value != THREAD_STARTING) {
         return value;
       }
     }

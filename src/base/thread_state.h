@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "base/service_lock.h"
+#include "platform/thread.h"
 
 namespace zvqrn {
 
@@ -23,9 +24,18 @@ using ThreadState = std::atomic<std::int32_t>;
 // written: whoever waits for a thread must hear of its end.
 void WriteThreadState(ThreadState* state, ServiceLock* lock, ThreadStateValue value);
 
-// Waits until the word is THREAD_RUNNING or THREAD_FAILED and gives it; -1 when the lock cannot be
+// Starts a thread of the library that reports its life in this word, which is THREAD_STARTING from
+// here on; false, and THREAD_IDLE, when the system refuses.
+bool StartReportingThread(platform::ThreadProcedure procedure, ThreadState* state,
+                          ServiceLock* lock);
+
+// Waits until the word is no longer THREAD_STARTING and gives it: THREAD_RUNNING, THREAD_FAILED, or
+// whatever a thread that has already been told to end has come to; -1 when the lock cannot be
 // acquired.  Looks every millisecond, without time-out.
 std::int32_t WaitForThreadReady(ThreadState* state, ServiceLock* lock);
+
+// The outcome of a thread's set-up.  A stop that came meanwhile stays.
+void ReportSetUp(ThreadState* state, bool succeeded);
 
 // Asks a thread to stop: true when it runs and must be waited for.  A thread that is idle or has
 // failed is set idle.

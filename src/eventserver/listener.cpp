@@ -116,11 +116,10 @@ void ListenerThread(void* /*argument*/) {
     // Held over the set-up, so that the start sees only its outcome.
     const LockScope scope(&service.listenerStateLock);
     if (scope.Held()) {
-      service.listenerState.store(THREAD_STARTING);
       listening = CreateListeningSocket();
     }
-    // Without its lock the listener fails as well: the start waits for one of the two words.
-    service.listenerState.store(listening != platform::NO_SOCKET ? THREAD_RUNNING : THREAD_FAILED);
+    // Without its lock the listener fails as well: the start waits for the word.
+    ReportSetUp(&service.listenerState, listening != platform::NO_SOCKET);
   }
   if (listening == platform::NO_SOCKET) {
     return;
@@ -134,7 +133,7 @@ void ListenerThread(void* /*argument*/) {
 }  // namespace
 
 bool StartListener() {
-  return platform::StartThread(&ListenerThread, nullptr, platform::STACK_FOR_LIBRARY) != 0;
+  return StartReportingThread(&ListenerThread, &service.listenerState, &service.listenerStateLock);
 }
 
 }  // namespace zvqrn

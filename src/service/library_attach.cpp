@@ -1,13 +1,15 @@
 // What the library prepares when it is loaded, and how it leaves when it is unloaded or the process
 // ends.  Called by the platform's entry point, under Windows with the loader lock held.
 
-#include <cstdlib>
+#include <initializer_list>
 
 #include "base/driver_name.h"
 #include "base/service_state.h"
 #include "platform/entry.h"
 #include "platform/sync.h"
 #include "platform/thread.h"
+#include "service/address_watcher.h"
+#include "service/run_sequence.h"
 
 namespace zvqrn {
 namespace {
@@ -15,18 +17,23 @@ namespace {
 // Tells every thread to stop, without a lock: whoever holds one may be gone.
 void TellThreadsToStop() {
   service.unloading.store(1);
-  if (service.listenerState.load() != THREAD_IDLE) {
-    service.listenerState.store(THREAD_STOP_REQUESTED);
+  for (ThreadState* state : {&service.listenerState, &service.discoveryState}) {
+    if (state->load() != THREAD_IDLE) {
+      state->store(THREAD_STOP_REQUESTED);
+    }
+  }
+  if (service.watcherStopEvent != nullptr) {
+    platform::SignalEvent(service.watcherStopEvent);
   }
 }
 
 // What a service that was running leaves behind once its threads are gone.  The use of the socket
 // library is not ended here: the system does not allow that while it unloads a library.
 void ReleaseRun() {
-  DestroyServiceLock(&service.identityLock);
+  ForgetIdentity();
   DestroyServiceLock(&service.listenerStateLock);
-  std::free(service.pcName);
-  service.pcName = nullptr;
+  DestroyServiceLock(&service.discoveryStateLock);
+  CloseWatcherEvents();
 }
 
 }  // namespace

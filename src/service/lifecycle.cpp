@@ -1,19 +1,16 @@
 #include "service/lifecycle.h"
 
-#include <cstdlib>
-
 #include "base/allocation.h"
 #include "base/local_identity.h"
 #include "base/service_state.h"
 #include "base/status.h"
-#include "eventserver/listener.h"
 #include "platform/socket.h"
 #include "platform/thread.h"
+#include "service/address_watcher.h"
+#include "service/run_sequence.h"
 
 namespace zvqrn {
 namespace {
-
-constexpr std::int32_t STOP_POLL_MS = 300;
 
 // Holds the turn of a start or stop.  Not taken on a thread that the holder may have to wait for.
 class LifecycleTurn {
@@ -53,6 +50,7 @@ void ResetRun() {
   service.pcNameLength = 0;
   service.eventPort = 0;
   service.listenerState.store(THREAD_IDLE);
+  service.discoveryState.store(THREAD_IDLE);
   service.connectionState.store(THREAD_IDLE);
 }
 
@@ -82,57 +80,49 @@ PickResult TakeIdentity() {
   return picked;
 }
 
-// The lock goes first: nobody can be reading the name afterwards.
-void ForgetIdentity() {
-  DestroyServiceLock(&service.identityLock);
-  std::free(service.pcName);
-  service.pcName = nullptr;
-}
-
-// The stop sequence: asks every thread to end, waits for them, and destroys what the start made.
-void StopAllThreads() {
-  const bool waitForListener =
-      RequestThreadStop(&service.listenerState, &service.listenerStateLock);
-  do {
-    platform::SleepMilliseconds(STOP_POLL_MS);
-  } while (waitForListener && service.listenerState.load() != THREAD_IDLE);
-  ForgetIdentity();
-  DestroyServiceLock(&service.listenerStateLock);
-  const LockScope scope(&service.runLock);
-  if (scope.Held()) {
-    service.serviceRunning.store(0);
-  }
-}
-
-// Starts the threads of the service, one after the other, each serving before the next begins.
-bool StartThreads() {
-  return StartListener() &&
-         WaitForThreadReady(&service.listenerState, &service.listenerStateLock) == THREAD_RUNNING;
-}
-
-bool SetRunning() {
-  const LockScope scope(&service.runLock);
-  if (scope.Held()) {
-    service.serviceRunning.store(1);
-  }
-  return scope.Held();
-}
-
-// A start from the first step that needs to be undone; false when it has been undone.
+// A start from the first step that needs to be undone: 1 when the service runs or waits for an
+// address, 0 when the caller must undo the rest.
 bool BringUp() {
-  if (TakeIdentity() != PICK_USABLE) {
+  const PickResult picked = TakeIdentity();
+  DecideAddressWatching();
+  if (picked == PICK_FAILED || (picked == PICK_ONLY_LOOPBACK && service.watchEnabled.load() != 1) ||
+      !CreateServiceLock(&service.listenerStateLock, 1, 1) ||
+      !CreateServiceLock(&service.discoveryStateLock, 1, 1)) {
     ForgetIdentity();
+    DestroyServiceLock(&service.listenerStateLock);
     return false;
   }
-  if (!CreateServiceLock(&service.listenerStateLock, 1, 1)) {
-    ForgetIdentity();
-    return false;
+  if (service.watchEnabled.load() == 1) {
+    // Known before the watcher runs: what it does with a change depends on it.
+    service.waiting.store(picked == PICK_ONLY_LOOPBACK ? 1 : 0);
+    StartAddressWatcher();
+    if (picked == PICK_ONLY_LOOPBACK && service.watcherStopEvent != nullptr) {
+      return true;
+    }
   }
-  if (!StartThreads() || !SetRunning()) {
-    StopAllThreads();
+  service.waiting.store(0);
+  if (!StartThreads() || !MarkRunning()) {
+    StopAllThreads(STOP_BY_HOST);
     return false;
   }
   return true;
+}
+
+// A service that waits for an address has a watcher, or one whose restart has failed.
+bool Waits() {
+  return IsServiceRunning() == 0 && service.watcherStopEvent != nullptr;
+}
+
+// What remains of a run when its threads have been told to end.
+void FinishRun() {
+  platform::WaitForThreads();
+  CloseWatcherEvents();
+  EndSocketUse();
+}
+
+void EndRun() {
+  StopAllThreads(STOP_BY_HOST);
+  FinishRun();
 }
 
 }  // namespace
@@ -146,29 +136,30 @@ std::int32_t StartService(const HostValues& host) {
   if (!turn.Taken() || IsServiceRunning() != 0) {
     return 0;
   }
+  if (Waits()) {
+    EndRun();
+  }
   StoreHostValues(host);
   ResetRun();
   // A failure shows later, when the listener gets no socket.
-  const bool socketsStarted = platform::StartSockets();
+  service.socketsStarted.store(platform::StartSockets() ? 1 : 0);
   if (BringUp()) {
     return 1;
   }
-  platform::WaitForThreads();
-  if (socketsStarted) {
-    platform::EndSockets();
-  }
+  FinishRun();
   return 0;
 }
 
 std::int32_t StopService() {
   const LifecycleTurn turn;
-  if (!turn.Taken() || IsServiceRunning() != 1) {
+  if (!turn.Taken()) {
     return 0;
   }
-  StopAllThreads();
-  platform::WaitForThreads();
-  platform::EndSockets();
-  return 1;
+  const bool runs = IsServiceRunning() == 1;
+  if (runs || Waits()) {
+    EndRun();
+  }
+  return runs ? 1 : 0;
 }
 
 }  // namespace zvqrn

@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "base/tagged_list.h"
+#include "discovery/requests.h"
 #include "eventproto/outgoing_message.h"
 #include "eventserver/connection_tables.h"
 
@@ -15,6 +16,9 @@ void ReleaseItem(void* item, std::int32_t tag) {
       break;
     case TAG_OUTGOING:
       ReleaseOutgoingMessage(static_cast<OutgoingMessage*>(item));
+      break;
+    case TAG_DISCOVERY_REQUEST:
+      ReleaseDiscoveryRequest(static_cast<DiscoveryRequest*>(item));
       break;
     case TAG_DELIVERY:
       std::free(item);

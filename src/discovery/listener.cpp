@@ -1,0 +1,114 @@
+#include "discovery/listener.h"
+
+#include "base/local_identity.h"
+#include "base/service_state.h"
+#include "discovery/reply.h"
+#include "discovery/requests.h"
+#include "platform/socket.h"
+#include "platform/sync.h"
+
+namespace zvqrn {
+namespace {
+
+constexpr char SLP_MULTICAST_GROUP[] = "239.255.255.253";
+
+// A datagram that is longer is dropped.
+constexpr std::int32_t RECEIVE_BUFFER_SIZE = 1400;
+
+// Every wait for datagrams ends after this long, to look for a stop or a new address.
+constexpr std::int32_t DISCOVERY_WAIT_MS = 300;
+
+// The socket and the group that it has joined.
+struct DiscoverySocket {
+  platform::SocketHandle socket;
+  platform::GroupMembership membership;
+};
+
+bool Join(DiscoverySocket* discovery) {
+  std::uint32_t group = 0;
+  return platform::TextToAddress(SLP_MULTICAST_GROUP, &group) &&
+         platform::JoinGroup(discovery->socket, group, &discovery->membership);
+}
+
+bool OpenDiscoverySocket(DiscoverySocket* discovery) {
+  discovery->socket = platform::OpenUdpSocket();
+  return discovery->socket != platform::NO_SOCKET &&
+         platform::BindDatagramPort(discovery->socket, 0, SLP_PORT, true) && Join(discovery);
+}
+
+// The address may have changed since the start took it.
+bool RefreshAddress() {
+  const LockScope scope(&service.identityLock);
+  return scope.Held() && PickLocalAddress() != PICK_FAILED;
+}
+
+bool SetUpDiscovery(DiscoverySocket* discovery) {
+  if (OpenDiscoverySocket(discovery) && RefreshAddress() &&
+      CreateServiceLock(&service.discoveryTableLock, 1, 1)) {
+    return true;
+  }
+  if (discovery->socket != platform::NO_SOCKET) {
+    platform::CloseSocket(discovery->socket);
+  }
+  return false;
+}
+
+// The event is reset first, so that a change during the rejoin leads to another one.
+void RejoinGroupIfAddressChanged(DiscoverySocket* discovery) {
+  if (service.watchEnabled.load() != 1 || service.watcherState.load() != THREAD_RUNNING ||
+      platform::WaitEvent(service.rejoinEvent, 0) != platform::SYNC_SIGNALLED) {
+    return;
+  }
+  platform::ClearEvent(service.rejoinEvent);
+  platform::LeaveGroup(discovery->socket, discovery->membership);
+  Join(discovery);
+}
+
+// One wait and what it brings; false when the socket cannot be waited on any more.
+bool ServeOnce(DiscoverySocket* discovery) {
+  RejoinGroupIfAddressChanged(discovery);
+  const platform::SocketWait wait = platform::WaitReadable(discovery->socket, DISCOVERY_WAIT_MS);
+  if (wait != platform::SOCKET_READY) {
+    return wait == platform::SOCKET_TIMED_OUT;
+  }
+  char buffer[RECEIVE_BUFFER_SIZE];
+  platform::Endpoint sender{};
+  const std::int32_t received =
+      platform::ReceiveDatagram(discovery->socket, buffer, RECEIVE_BUFFER_SIZE, &sender);
+  if (received > 0) {
+    ListNode* node = HandleDatagram(buffer, received, sender.address);
+    if (node != nullptr) {
+      StartReply(node);
+    }
+  }
+  return true;
+}
+
+void DiscoveryListener(void* /*argument*/) {
+  DiscoverySocket discovery{};
+  bool serving = false;
+  {
+    // Held over the set-up, so that the start sees only its outcome.
+    const LockScope scope(&service.discoveryStateLock);
+    serving = scope.Held() && SetUpDiscovery(&discovery);
+    ReportSetUp(&service.discoveryState, serving);
+  }
+  if (!serving) {
+    return;
+  }
+  while (!DiscoveryStopRequested() && ServeOnce(&discovery)) {
+  }
+  platform::CloseSocket(discovery.socket);
+  WaitForReplies();
+  DestroyTable(&service.discoveryTable, &service.discoveryTableLock);
+  WriteThreadState(&service.discoveryState, &service.discoveryStateLock, THREAD_IDLE);
+}
+
+}  // namespace
+
+bool StartDiscovery() {
+  return StartReportingThread(&DiscoveryListener, &service.discoveryState,
+                              &service.discoveryStateLock);
+}
+
+}  // namespace zvqrn

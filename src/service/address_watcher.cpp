@@ -1,0 +1,129 @@
+#include "service/address_watcher.h"
+
+#include <initializer_list>
+
+#include "base/local_identity.h"
+#include "base/service_state.h"
+#include "base/status.h"
+#include "platform/address_change.h"
+#include "platform/sync.h"
+#include "platform/system.h"
+#include "platform/thread.h"
+#include "service/run_sequence.h"
+
+namespace zvqrn {
+namespace {
+
+// A wait that fails is tried again, but not in a spin.
+constexpr std::int32_t FAILED_WAIT_PAUSE_MS = 300;
+
+// Starts the service that waited for an address, and tells the host.
+bool RestartService() {
+  if (!StartThreads()) {
+    return false;
+  }
+  const LockScope scope(&service.runLock);
+  if (!scope.Held()) {
+    return false;
+  }
+  ReportStatus(QRN_STATUS_CLASS_NOTICE, QRN_STATUS_RESTART, STATUS_TEXT_RESTART);
+  service.waiting.store(0);
+  service.serviceRunning.store(1);
+  return true;
+}
+
+// Takes the address again and acts on it; false when the watcher has nothing left to watch.
+bool ActOnChange() {
+  {
+    const LockScope scope(&service.identityLock);
+    if (!scope.Held() || PickLocalAddress() == PICK_FAILED) {
+      return true;
+    }
+  }
+  if (service.waiting.load() == 0) {
+    platform::SignalEvent(service.rejoinEvent);
+    return true;
+  }
+  if (RestartService()) {
+    return true;
+  }
+  StopAllThreads(STOP_BY_WATCHER);
+  EndSocketUse();
+  return false;
+}
+
+// True for a change, false for the end of watching.
+bool WaitForChange(platform::Event* changed) {
+  for (;;) {
+    switch (platform::WaitEitherEvent(service.watcherStopEvent, changed)) {
+      case platform::EITHER_FIRST:
+        return false;
+      case platform::EITHER_SECOND:
+        return true;
+      default:
+        platform::SleepMilliseconds(FAILED_WAIT_PAUSE_MS);
+        if (service.unloading.load() != 0) {
+          return false;
+        }
+    }
+  }
+}
+
+void Watch(platform::AddressNotifier* notifier, platform::Event* changed) {
+  bool armed = platform::ArmAddressNotifier(notifier);
+  // The address may have changed after the start took it and before the notification was armed.
+  bool differs = armed && LocalAddressDiffers();
+  while (armed && (differs || WaitForChange(changed))) {
+    differs = false;
+    // Armed before the address is read, so that a change after the reading is told again.
+    armed = platform::ArmAddressNotifier(notifier);
+    if (!ActOnChange()) {
+      return;
+    }
+  }
+}
+
+void AddressWatcher(void* /*argument*/) {
+  platform::Event* changed = platform::MakeEvent();
+  if (changed != nullptr) {
+    platform::AddressNotifier* notifier = platform::MakeAddressNotifier(changed);
+    if (notifier != nullptr) {
+      Watch(notifier, changed);
+      platform::CloseAddressNotifier(notifier);
+    }
+    platform::CloseEvent(changed);
+  }
+  service.watchEnabled.store(0);
+  service.watcherState.store(THREAD_IDLE);
+}
+
+}  // namespace
+
+void DecideAddressWatching() {
+  service.watcherState.store(THREAD_IDLE);
+  service.watchEnabled.store(platform::CanWatchAddresses() ? 1 : 0);
+}
+
+void StartAddressWatcher() {
+  service.watcherStopEvent = platform::MakeEvent();
+  service.rejoinEvent = platform::MakeEvent();
+  // Written before the thread begins, so that a stop waits for a watcher that has not yet run.
+  service.watcherState.store(THREAD_RUNNING);
+  if (service.watcherStopEvent == nullptr || service.rejoinEvent == nullptr ||
+      platform::StartThread(&AddressWatcher, nullptr, platform::STACK_FOR_HOST_CALLBACKS) == 0) {
+    service.watcherState.store(THREAD_IDLE);
+    service.watchEnabled.store(0);
+    CloseWatcherEvents();
+  }
+}
+
+void CloseWatcherEvents() {
+  for (platform::Event** event : {&service.watcherStopEvent, &service.rejoinEvent}) {
+    if (*event != nullptr) {
+      platform::CloseEvent(*event);
+      *event = nullptr;
+    }
+  }
+}
+
+}  // namespace zvqrn
