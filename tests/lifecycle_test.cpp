@@ -71,7 +71,7 @@ TEST(Lifecycle, GivesResultsInEveryState) {
   EXPECT_EQ(host.library.sendData(&header, "x", 1), 0) << "nobody is connected";
   EXPECT_EQ(host.Stop(), 1);
   expectStopped();
-  EXPECT_TRUE(host.statusMessages.empty());
+  EXPECT_EQ(host.StatusTexts(), "");
 }
 
 TEST(Lifecycle, KeepsTheNameUntilTheStop) {

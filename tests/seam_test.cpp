@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "base/service_state.h"
+#include "discovery/attribute_list.h"
 #include "platform/clock.h"
 #include "platform/entry.h"
 #include "platform/thread.h"
@@ -10,6 +11,7 @@
 #include "support/messages.h"
 #include "support/replaced_calls.h"
 #include "support/scanner.h"
+#include "support/slp_scanner.h"
 
 namespace zvqrn::test {
 namespace {
@@ -121,9 +123,14 @@ TEST_F(Seam, AnswersWhenADeliveryCannotStart) {
 }
 
 TEST_F(Seam, FailsAStartWithoutThreads) {
-  ASSERT_EQ(host.Stop(), 1);
-  threadsBeforeRefusal = 0;
-  EXPECT_EQ(host.Start(), 0);
+  // The watcher, without which the service runs all the same; the listener; discovery.
+  const std::int32_t results[] = {1, 0, 0};
+  for (std::int32_t refused = 0; refused < 3; refused++) {
+    host.Stop();
+    threadsBeforeRefusal = refused;
+    EXPECT_EQ(host.Start(), results[refused]) << refused;
+    EXPECT_LT(threadsBeforeRefusal.exchange(-1), 0) << "a thread was refused";
+  }
   EXPECT_EQ(host.Start(), 1);
 }
 
@@ -138,6 +145,54 @@ TEST_F(Seam, TriesAnEmptySendThreeTimes) {
   scanner.Send(SingleRequest("given up"));
   EXPECT_TRUE(scanner.SeesClose());
   EXPECT_EQ(emptySends.load(), 0);
+}
+
+TEST_F(Seam, KeepsDoubleByteCharactersWhole) {
+  leadByte = '\x83';
+  const struct {
+    const char* name;
+    std::int32_t length;
+    std::int32_t result;
+    const char* escaped;
+  } cases[] = {
+      {"A\x83\x5C,", 4, 1, "A\x83\x5C\\,"}, {"\x83\x83", 2, 1, "\x83\x83"},
+      {"\x83(\\", 3, 1, "\x83(\\\\"},       {"AB\x83", 3, 0, "AB"},
+      {"\x83\x83\x83", 3, 0, "\x83\x83"},   {"\x83", 1, 0, nullptr},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(QRNSetPCName(c.name, c.length), c.result) << c.name;
+    char* escaped = EscapeAttributeValue(c.name);
+    EXPECT_STREQ(escaped, c.escaped) << c.name;
+    free(escaped);
+  }
+  leadByte = 0;
+}
+
+// The system refuses a thread: that request is dropped, and its repeat is answered.
+TEST_F(Seam, DropsARequestThatCannotBeAnswered) {
+  SlpScanner scanner;
+  threadsBeforeRefusal = 0;
+  scanner.Send(Encode({7}));
+  EXPECT_EQ(scanner.Receive(500), "");
+  scanner.Send(Encode({7}));
+  EXPECT_NE(scanner.Receive(3000), "");
+}
+
+// A driver's name that fills its whole buffer is cut, not read past it.
+TEST_F(Seam, CutsADriversNameWithoutEnd) {
+  service.getTwainName = [](const char* /*product*/, char* driver) -> std::int32_t {
+    memset(driver, 'D', 34);
+    return 1;
+  };
+  std::string seen;
+  host.filter = [&](const PeerDescription* peer) {
+    seen = peer->driverName;
+    return 1;
+  };
+  SlpScanner scanner;
+  scanner.Send(Encode({8, "any scanner"}));
+  EXPECT_NE(scanner.Receive(3000), "");
+  EXPECT_EQ(seen, std::string(33, 'D'));
 }
 
 }  // namespace

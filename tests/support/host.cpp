@@ -46,8 +46,14 @@ std::vector<Delivery> Host::Deliveries() {
   return deliveries_;
 }
 
-std::int32_t Host::OnFilter(const PeerDescription* /*peer*/, void* /*context*/) {
-  return 1;
+std::string Host::StatusTexts() {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return statusTexts_;
+}
+
+std::int32_t Host::OnFilter(const PeerDescription* peer, void* context) {
+  auto* self = static_cast<Host*>(context);
+  return self->filter ? self->filter(peer) : 1;
 }
 
 std::int32_t Host::OnEvent(EventHeader* header, std::int32_t kind, const void* data,
@@ -65,7 +71,11 @@ std::int32_t Host::OnEvent(EventHeader* header, std::int32_t kind, const void* d
 std::int32_t Host::OnStatus(std::int32_t statusClass, std::int32_t statusCode, const char* message,
                             void* context) {
   auto* self = static_cast<Host*>(context);
-  self->statusMessages.push_back(StatusMessage{statusClass, statusCode, message});
+  {
+    const std::lock_guard<std::mutex> guard(self->mutex_);
+    self->statusTexts_ +=
+        std::to_string(statusClass) + " " + std::to_string(statusCode) + " " + message + "\n";
+  }
   if (self->onStatus) {
     self->onStatus();
   }

@@ -20,12 +20,6 @@ struct Delivery {
   void* context;
 };
 
-struct StatusMessage {
-  std::int32_t statusClass;
-  std::int32_t statusCode;
-  std::string text;
-};
-
 class Host {
  public:
   // Uses functions that are linked into the test, or loads the library at `path`.
@@ -47,8 +41,10 @@ class Host {
   host::ServiceLibrary library;
   // What the callbacks do; set before Start.  By default every request is answered 1.
   std::function<std::int32_t(EventHeader*)> verdict;
+  std::function<std::int32_t(const PeerDescription*)> filter;
   std::function<void()> onStatus;
-  std::vector<StatusMessage> statusMessages;
+  // The status messages so far, their texts one a line.
+  std::string StatusTexts();
 
  private:
   static std::int32_t QRN_CALLBACK OnFilter(const PeerDescription* peer, void* context);
@@ -59,6 +55,7 @@ class Host {
 
   std::mutex mutex_;
   std::vector<Delivery> deliveries_;
+  std::string statusTexts_;
 };
 
 // The library beside the test programs, with the utility stand-in beside it; and the same library

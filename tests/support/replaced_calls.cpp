@@ -9,6 +9,7 @@ namespace zvqrn::test {
 std::atomic<std::int64_t> clockAhead{0};
 std::atomic<std::int32_t> threadsBeforeRefusal{-1};
 std::atomic<std::int32_t> emptySends{0};
+std::atomic<char> leadByte{0};
 thread_local bool isTestThread = false;
 
 }  // namespace zvqrn::test
@@ -24,7 +25,13 @@ using zvqrn::platform::ThreadProcedure;
 #define REAL_SEND __real__ZN5zvqrn8platform9SendBytesElPKvi
 #define WRAP_SEND __wrap__ZN5zvqrn8platform9SendBytesElPKvi
 
+#define WRAP_LEAD __wrap__ZN5zvqrn8platform10IsLeadByteEc
+
 extern "C" {
+
+bool WRAP_LEAD(char byte) {
+  return byte != 0 && byte == zvqrn::test::leadByte.load();
+}
 
 std::int64_t REAL_SECONDS();
 std::int64_t WRAP_SECONDS() {

@@ -16,6 +16,9 @@ extern std::atomic<std::int32_t> threadsBeforeRefusal;
 // Sends of the library that transfer nothing before one goes through, counted while above 0.
 extern std::atomic<std::int32_t> emptySends;
 
+// A byte that counts as the lead byte of a double-byte character; 0: none does.
+extern std::atomic<char> leadByte;
+
 // True on threads of the test itself, whose sends are left alone.
 extern thread_local bool isTestThread;
 

@@ -1,0 +1,192 @@
+// Scanners look for the PC, by real multicast in a private network.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <fstream>
+#include <mutex>
+#include <thread>
+
+#include "platform/clock.h"
+#include "platform/thread.h"
+#include "support/host.h"
+#include "support/slp_scanner.h"
+
+namespace zvqrn::test {
+namespace {
+
+using namespace std::string_literals;
+
+class Discovery : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(InPrivateNetwork());
+    ASSERT_EQ(host.Start(), 1);
+    ASSERT_EQ(host.library.setPcName("OFFICE(1)", 9), 1);
+  }
+  void TearDown() override { EXPECT_EQ(host.Stop(), 1); }
+
+  Host host{LibraryPath()};
+  SlpScanner scanner;
+};
+
+TEST_F(Discovery, AnswersInABurstOfThree) {
+  const std::string reply =
+      "\x02\x07\x00\x00\x54\x00\x00\x00\x00\x00\xAB\xCD\x00\x02"
+      "en\x00\x00\x00\x3F(ClientName=OFFICE\\(1\\)),(IPAddress=10.68.0.2),(EventPort=2968)\x00"s;
+  const SlpRequest request{0xABCD};
+  void (*const ways[])(SlpScanner*, const std::string&) = {
+      [](SlpScanner* s, const std::string& bytes) { s->SendByMulticast(bytes); },
+      [](SlpScanner* s, const std::string& bytes) { s->Send(bytes); },
+      [](SlpScanner* s, const std::string& bytes) { s->SendFromAnotherPort(bytes); },
+  };
+  for (const auto way : ways) {
+    way(&scanner, Encode(request));
+    for (const std::int64_t pause : {0, 500, 500}) {
+      const std::int64_t begin = platform::MonotonicMilliseconds();
+      EXPECT_EQ(scanner.Receive(5000), reply);
+      const std::int64_t waited = platform::MonotonicMilliseconds() - begin;
+      EXPECT_GE(waited, pause - 20);
+    }
+    EXPECT_EQ(scanner.Receive(700), "") << "three and no more";
+  }
+}
+
+TEST_F(Discovery, AcceptsByTheRules) {
+  std::mutex mutex;
+  std::string asked;
+  host.filter = [&](const PeerDescription* peer) {
+    const std::lock_guard<std::mutex> guard(mutex);
+    asked += std::string(peer->driverName) + "|" + peer->serviceType + "|" + peer->scopeList + "|" +
+             peer->tagList + "\n";
+    return std::string(peer->driverName) == "Quorin XS-300" ? 0 : 1;
+  };
+  const std::string padded = Encode(SlpRequest{40, "default", "", "service:Quorin-agent", ""});
+  const std::string ofLength1400 = Encode(SlpRequest{41, "default", "", "service:Quorin-agent",
+                                                     std::string(1400 - padded.size(), 't')});
+  const std::string ofLength1401 = Encode(SlpRequest{42, "default", "", "service:Quorin-agent",
+                                                     std::string(1401 - padded.size(), 't')});
+  ASSERT_EQ(ofLength1400.size(), 1400U);
+  const struct {
+    const char* name;
+    std::string bytes;
+    int replies;
+  } cases[] = {
+      {"0 default", Encode({0}), 3},
+      {"1 capital letters", Encode({1, "Default", "", "SERVICE:QUORIN-AGENT"}), 3},
+      {"2 default among others", Encode({2, "default,other"}), 0},
+      {"3 no scope", Encode({3, ""}), 0},
+      {"4 another service", Encode({4, "default", "", "service:Quorin-agent2"}), 0},
+      {"5 no service", Encode({5, "default", "", ""}), 0},
+      {"6 heard before", Encode({6, "default", "10.0.0.1,10.68.0.2"}), 0},
+      {"7 another was heard", Encode({7, "default", "10.68.0.20,110.68.0.2, 10.68.0.2"}), 3},
+      {"8 no language", Encode({8, "default", "", "service:Quorin-agent", "", ""}), 0},
+      {"9 a scanner's scope", Encode({9, "XS-200", "", "Service:Quorin-Agent", "a,b"}), 3},
+      {"10 a scanner that the host declines", Encode({10, "XS-300"}), 0},
+      {"11 an unknown scanner", Encode({11, "XS-999"}), 0},
+      {"12 two scanners", Encode({12, "XS-200,XS-300"}), 0},
+      {"13 an escaped name", Encode({13, "XS\\-200"}), 3},
+      {"14 a bad escape", Encode({14, "XS-200\\"}), 0},
+      {"15 one comma behind", Encode({15, "XS-200,"}), 3},
+      {"16 twice", Encode({16}), 3},
+      {"16 again", Encode({16}), 3},
+      {"17 a reply", Encode({17}).replace(1, 1, "\x07"), 0},
+      {"18 a wrong length", Encode({18}) + "x", 0},
+      {"19 another version", Encode({19}).replace(0, 1, "\x01"), 3},
+      {"41 the largest", ofLength1400, 3},
+      {"42 one larger", ofLength1401, 0},
+  };
+  for (const auto& c : cases) {
+    scanner.Send(c.bytes);
+  }
+  std::map<int, int> counts = scanner.CountReplies(2500);
+  for (const auto& c : cases) {
+    EXPECT_EQ(counts[std::atoi(c.name)], c.replies) << c.name;
+  }
+  // What is not the default scope is asked about, in the words of the request.
+  EXPECT_NE(asked.find("Quorin XS-200|Service:Quorin-Agent|XS-200|a,b\n"), std::string::npos);
+  EXPECT_NE(asked.find("Quorin XS-300|service:Quorin-agent|XS-300|\n"), std::string::npos);
+  EXPECT_NE(asked.find("Quorin XS-200|service:Quorin-agent|XS\\-200|\n"), std::string::npos);
+  EXPECT_EQ(std::count(asked.begin(), asked.end(), '\n'), 4);
+  // Once the burst is over the same request is answered again; so is another scanner's.
+  SlpScanner other("10.68.0.4");
+  scanner.Send(Encode({16}));
+  other.Send(Encode({16}));
+  EXPECT_NE(scanner.Receive(5000), "");
+  EXPECT_NE(other.Receive(5000), "");
+}
+
+TEST_F(Discovery, SendsNothingAfterAStop) {
+  scanner.Send(Encode({1}));
+  ASSERT_NE(scanner.Receive(5000), "");
+  const std::int64_t begin = platform::MonotonicMilliseconds();
+  EXPECT_EQ(host.Stop(), 1);
+  EXPECT_LT(platform::MonotonicMilliseconds() - begin, 1400) << "the burst is not waited for";
+  EXPECT_EQ(scanner.Receive(1000), "");
+  ASSERT_EQ(host.Start(), 1);
+}
+
+TEST_F(Discovery, WaitsAtAStopForTheHostsFilter) {
+  std::atomic<int> inside{0};
+  std::atomic<int> refused{0};
+  host.filter = [&](const PeerDescription* peer) {
+    inside++;
+    platform::SleepMilliseconds(2500);
+    refused += host.Stop() == 0 ? 1 : 0;
+    // Still there, long after the stop was asked for.
+    EXPECT_STREQ(peer->scopeList, "XS-200");
+    inside--;
+    return 1;
+  };
+  for (int xid = 0; xid < 5; xid++) {
+    scanner.Send(Encode({xid, "XS-200"}));
+  }
+  while (inside.load() < 5) {
+    platform::SleepMilliseconds(1);
+  }
+  const std::int64_t begin = platform::MonotonicMilliseconds();
+  EXPECT_EQ(host.Stop(), 1);
+  EXPECT_LT(platform::MonotonicMilliseconds() - begin, 3500);
+  EXPECT_EQ(inside.load(), 0);
+  EXPECT_EQ(refused.load(), 5);
+  EXPECT_EQ(scanner.Receive(600), "");
+  ASSERT_EQ(host.Start(), 1);
+}
+
+std::int64_t StatusNumber(const std::string& name) {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.rfind(name + ":", 0) == 0) {
+      return std::stoll(line.substr(name.size() + 1));
+    }
+  }
+  return -1;
+}
+
+TEST_F(Discovery, SurvivesAFlood) {
+  constexpr int REQUESTS = 250;
+  const std::int64_t threads = StatusNumber("Threads");
+  for (int round = 0; round < 2; round++) {
+    for (int xid = 0; xid < REQUESTS; xid++) {
+      scanner.Send(Encode({xid}));
+      for (int i = 0; i < 4; i++) {
+        scanner.Send(Encode({xid}).substr(0, static_cast<std::size_t>(xid % 53 + 1)));
+      }
+      // As fast as the sockets' buffers take it, which is not what this is about.
+      if (xid % 20 == 0) {
+        platform::SleepMilliseconds(10);
+      }
+    }
+    const std::map<int, int> counts = scanner.CountReplies(3000);
+    EXPECT_EQ(counts.size(), static_cast<std::size_t>(REQUESTS));
+  }
+  const std::int64_t deadline = platform::MonotonicMilliseconds() + 5000;
+  while (StatusNumber("Threads") > threads + 1 && platform::MonotonicMilliseconds() < deadline) {
+    platform::SleepMilliseconds(10);
+    scanner.Send(Encode({9999}));  // ended threads are put away with the next start of one
+  }
+  EXPECT_LE(StatusNumber("Threads"), threads + 1);
+}
+
+}  // namespace
+}  // namespace zvqrn::test

@@ -1,0 +1,58 @@
+// A scanner that looks for PCs: a datagram socket at an address of its own in the private network.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "platform/socket.h"
+
+namespace zvqrn::test {
+
+// Address of the service's PC in the private network, and addresses that scanners use.
+constexpr char PC_ADDRESS[] = "10.68.0.2";
+constexpr char SCANNER_ADDRESS[] = "10.68.0.3";
+
+// True inside a private network (scripts/private_network.sh): only there may a test change
+// addresses or send multicasts.  Fails the test elsewhere.
+bool InPrivateNetwork();
+
+// Runs a command of the shell; fails the test when that fails.
+void RunCommand(const std::string& command);
+
+// An Attribute Request with the texts in wire order, and a body's rest.
+struct SlpRequest {
+  int xid;
+  std::string scope = "default";
+  std::string previousResponders = "";
+  std::string url = "service:Quorin-agent";
+  std::string tagList = "";
+  std::string languageTag = "en";
+};
+std::string Encode(const SlpRequest& request);
+
+class SlpScanner {
+ public:
+  // Binds to the port of replies at `address`, which it adds to the private network
+  // unless it is a loopback one.
+  explicit SlpScanner(const char* address = SCANNER_ADDRESS);
+  ~SlpScanner();
+  SlpScanner(const SlpScanner&) = delete;
+  SlpScanner& operator=(const SlpScanner&) = delete;
+
+  // Sends from the port of replies, or from another port of the same address.
+  void Send(const std::string& bytes, const char* to = PC_ADDRESS);
+  void SendFromAnotherPort(const std::string& bytes, const char* to = PC_ADDRESS);
+  void SendByMulticast(const std::string& bytes);
+
+  // The next datagram; empty when none comes in time.
+  std::string Receive(std::int32_t milliseconds);
+
+  // How many datagrams with each XID come within that time.
+  std::map<int, int> CountReplies(std::int32_t milliseconds);
+
+ private:
+  platform::SocketHandle socket_;
+};
+
+}  // namespace zvqrn::test
