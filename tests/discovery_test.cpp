@@ -103,6 +103,7 @@ TEST_F(Discovery, AcceptsByTheRules) {
   for (const auto& c : cases) {
     EXPECT_EQ(counts[std::atoi(c.name)], c.replies) << c.name;
   }
+  const std::lock_guard<std::mutex> guard(mutex);
   // What is not the default scope is asked about, in the words of the request.
   EXPECT_NE(asked.find("Quorin XS-200|Service:Quorin-Agent|XS-200|a,b\n"), std::string::npos);
   EXPECT_NE(asked.find("Quorin XS-300|service:Quorin-agent|XS-300|\n"), std::string::npos);
@@ -166,26 +167,25 @@ std::int64_t StatusNumber(const std::string& name) {
 TEST_F(Discovery, SurvivesAFlood) {
   constexpr int REQUESTS = 250;
   const std::int64_t threads = StatusNumber("Threads");
-  for (int round = 0; round < 2; round++) {
+  // A scanner repeats what was not answered: a socket's buffer may not hold a whole flood.
+  std::map<int, int> replies;
+  for (int round = 0; round < 6 && replies.size() < REQUESTS; round++) {
     for (int xid = 0; xid < REQUESTS; xid++) {
-      scanner.Send(Encode({xid}));
+      if (replies.count(xid) == 0) {
+        scanner.Send(Encode({xid}));
+      }
       for (int i = 0; i < 4; i++) {
         scanner.Send(Encode({xid}).substr(0, static_cast<std::size_t>(xid % 53 + 1)));
       }
-      // As fast as the sockets' buffers take it, which is not what this is about.
-      if (xid % 20 == 0) {
-        platform::SleepMilliseconds(10);
-      }
     }
-    const std::map<int, int> counts = scanner.CountReplies(3000);
-    EXPECT_EQ(counts.size(), static_cast<std::size_t>(REQUESTS));
+    replies.merge(scanner.CountReplies(2500));
   }
+  EXPECT_EQ(replies.size(), static_cast<std::size_t>(REQUESTS));
   const std::int64_t deadline = platform::MonotonicMilliseconds() + 5000;
-  while (StatusNumber("Threads") > threads + 1 && platform::MonotonicMilliseconds() < deadline) {
+  while (StatusNumber("Threads") > threads && platform::MonotonicMilliseconds() < deadline) {
     platform::SleepMilliseconds(10);
-    scanner.Send(Encode({9999}));  // ended threads are put away with the next start of one
   }
-  EXPECT_LE(StatusNumber("Threads"), threads + 1);
+  EXPECT_LE(StatusNumber("Threads"), threads);
 }
 
 }  // namespace

@@ -313,15 +313,16 @@ TEST_F(EventFlow, SettlesStartsByTheirAnswer) {
 
 // A host that hands in the very header it got, not a copy, renames the request.
 TEST_F(EventFlow, LetsTheHostRenameItsRequest) {
-  std::string renamed;
+  Guarded<std::string> renamedTo;
   host.verdict = [&](EventHeader* header) {
     EXPECT_EQ(host.library.sendData(header, "x", 1), 1);
-    renamed = header->uid;
+    renamedTo = header->uid;
     return QRN_RESPONSE_OK;
   };
   Scanner scanner;
   scanner.Send(Request(Identity("1.00", "old") + START, DOCUMENT_V1));
   const std::string data = scanner.Receive();
+  const std::string renamed = renamedTo.Get();
   EXPECT_NE(data.find("x-uid : " + renamed + "\r\nx-parent-uid : " + renamed + "\r\n"),
             std::string::npos)
       << data;

@@ -61,6 +61,7 @@ TEST_F(Seam, ClosesConnectionsThatStayIdle) {
   clockAhead = 290;
   main.Send(SingleRequest("2"));
   EXPECT_NE(main.Receive(), "");
+  EXPECT_TRUE(main.HearsNothing(400));
   clockAhead = 580;
   EXPECT_TRUE(main.HearsNothing(700));
   main.Send("POST /PushScan HT");
@@ -180,11 +181,13 @@ TEST_F(Seam, DropsARequestThatCannotBeAnswered) {
 
 // A driver's name that fills its whole buffer is cut, not read past it.
 TEST_F(Seam, CutsADriversNameWithoutEnd) {
+  ASSERT_EQ(host.Stop(), 1);
   service.getTwainName = [](const char* /*product*/, char* driver) -> std::int32_t {
     memset(driver, 'D', 34);
     return 1;
   };
-  std::string seen;
+  ASSERT_EQ(host.Start(), 1);
+  Guarded<std::string> seen;
   host.filter = [&](const PeerDescription* peer) {
     seen = peer->driverName;
     return 1;
@@ -192,7 +195,7 @@ TEST_F(Seam, CutsADriversNameWithoutEnd) {
   SlpScanner scanner;
   scanner.Send(Encode({8, "any scanner"}));
   EXPECT_NE(scanner.Receive(3000), "");
-  EXPECT_EQ(seen, std::string(33, 'D'));
+  EXPECT_EQ(seen.Get(), std::string(33, 'D'));
 }
 
 }  // namespace

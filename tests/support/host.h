@@ -20,6 +20,25 @@ struct Delivery {
   void* context;
 };
 
+// A value that the test writes and callbacks read, on other threads.
+template <typename Type>
+class Guarded {
+ public:
+  Guarded& operator=(Type value) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    value_ = std::move(value);
+    return *this;
+  }
+  Type Get() const {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return value_;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  Type value_;
+};
+
 class Host {
  public:
   // Uses functions that are linked into the test, or loads the library at `path`.
@@ -39,10 +58,9 @@ class Host {
   std::vector<Delivery> Deliveries();
 
   host::ServiceLibrary library;
-  // What the callbacks do; set before Start.  By default every request is answered 1.
-  std::function<std::int32_t(EventHeader*)> verdict;
-  std::function<std::int32_t(const PeerDescription*)> filter;
-  std::function<void()> onStatus;
+  // What the callbacks do; by default every request is answered 1.
+  Guarded<std::function<std::int32_t(EventHeader*)>> verdict;
+  Guarded<std::function<std::int32_t(const PeerDescription*)>> filter;
   // The status messages so far, their texts one a line.
   std::string StatusTexts();
 
