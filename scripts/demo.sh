@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# Shows the library at work: starts the demo host, plays a scanner towards it, and checks what both
-# sides saw.  Usage: scripts/demo.sh BUILD_FOLDER (for example build/release)
+# Shows the library at work: starts the demo host, plays a scanner that finds it and sends to it, and
+# checks what both sides saw.  Usage: scripts/demo.sh BUILD_FOLDER (for example build/release)
 #
-# It runs in a network namespace of its own where the system lets it make one, otherwise on this
-# machine's own address; either way no packet leaves the machine.  Ends with 0 only if every step
-# went as it should.
+# It runs in a network namespace of its own where the system lets it make one, so that no packet
+# leaves the machine.  Where none can be made it does nothing unless QUORIN_DEMO_ON_MACHINE=1 allows
+# it to run on this machine's own address, without the discovery: the service joins its multicast
+# group, and the network hears of that.  Ends with 0 only if every step went as it should.
 set -euo pipefail
 
 readonly HOST_LIFE_SECONDS=120 # so that no host is left behind, whatever happens to this script
@@ -24,7 +25,7 @@ for file in quorin-host quorin-scanner libZVQRN.so libDRAVLIB.so DRAVLIB.txt; do
 done
 
 if [[ -z ${QUORIN_PRIVATE_ADDRESS:-} ]] && "$private_network" --available; then
-  exec "$private_network" bash "${BASH_SOURCE[0]}" "$build"
+  exec "$private_network" --with-scanner bash "${BASH_SOURCE[0]}" "$build"
 fi
 
 # The service does not start on a PC that has only its loopback address.
@@ -32,11 +33,16 @@ if [[ -n ${QUORIN_PRIVATE_ADDRESS:-} ]]; then
   address=$QUORIN_PRIVATE_ADDRESS
   printf 'Runs in a network namespace of its own, at address %s.\n' "$address"
 else
+  [[ ${QUORIN_DEMO_ON_MACHINE:-} == 1 ]] || fail_early \
+    "no network namespace can be made here (it takes root, or user namespaces), and without one the
+demo would send a multicast group report into the network around this machine.  Nothing was run.
+QUORIN_DEMO_ON_MACHINE=1 allows that: everything but the discovery then runs on this machine."
   address=$(hostname -I | tr ' ' '\n' | grep -m1 -E '^[0-9]+(\.[0-9]+){3}$' || true)
   [[ -n $address ]] || fail_early "this machine has no IPv4 address beside loopback"
   printf 'No network namespace can be made here: runs on this machine, at its address %s.\n' \
     "$address"
 fi
+port=2968
 
 work=$(mktemp -d)
 host_pid=
@@ -89,16 +95,32 @@ end_step() {
 }
 
 # Runs the scanner (first argument: the exit code that it must give) and prints its account.
-scanner() {
+run_scanner() {
   local wanted=$1 code=0
   shift
-  # The service takes a moment to see that the scanner before this one has gone.
-  sleep 0.6
   printf '  command | quorin-scanner %s\n' "$*"
-  "$build/quorin-scanner" "$@" --to "$address" >"$work/scanner.out" 2>&1 || code=$?
+  "$build/quorin-scanner" "$@" >"$work/scanner.out" 2>&1 || code=$?
   sed 's/^/  scanner | /' "$work/scanner.out"
   printf '  scanner | exit code %d\n' "$code"
   [[ $code -eq $wanted ]] || note_failure "the scanner's exit code is $code, not $wanted"
+}
+
+# Sends to the address and port that the discovery has found.
+scanner() {
+  local wanted=$1
+  shift
+  # The service takes a moment to see that the scanner before this one has gone.
+  sleep 0.6
+  run_scanner "$wanted" "$@" --to "$address" --port "$port"
+}
+
+# The value of a member of the object that tells of the one PC; texts without their quotes.
+learnt() {
+  sed -nE "s/^\{\"event\":\"pc\",.*\"$1\":\"?([^\",}]*)[\",}].*/\1/p" "$work/scanner.out"
+}
+
+expect_learnt() {
+  [[ $(learnt "$1") == "$2" ]] || note_failure "the scanner learnt '$(learnt "$1")' as $1, not '$2'"
 }
 
 expect_scanner_saw() {
@@ -162,6 +184,38 @@ end_step
 if [[ $step_failed == yes ]]; then
   sed 's/^/  host    | /' "$host_errors"
   exit 1
+fi
+
+if [[ -n ${QUORIN_PRIVATE_ADDRESS:-} ]]; then
+  scanner_address=${QUORIN_SCANNER_ADDRESS:-$QUORIN_PRIVATE_ADDRESS}
+  begin_step "the scanner, at $scanner_address, finds the PC by multicast"
+  run_scanner 0 discover --from "$scanner_address" --json
+  found=$(grep -c '^{"event":"pc",' "$work/scanner.out" || true)
+  [[ $found -eq 1 ]] || note_failure "the scanner found $found PCs, not 1"
+  expect_learnt name DEMO-PC
+  expect_learnt address "$address"
+  expect_learnt from "$address"
+  expect_learnt eventPort 2968
+  expect_learnt datagrams 3
+  expect_learnt notes '[]'
+  # What follows goes where the scanner has learnt to send it.
+  address=$(learnt address)
+  port=$(learnt eventPort)
+  end_step
+  if [[ $step_failed == yes ]]; then
+    sed 's/^/  host    | /' "$host_errors"
+    exit 1
+  fi
+
+  begin_step "a scanner that the PC has already answered gets no second reply"
+  run_scanner 3 discover --from "$scanner_address" --previous "192.0.2.7,$address" \
+    --timeout 800
+  expect_scanner_saw 'no PC answered'
+  end_step
+else
+  printf '\nLeft out: the discovery.  Its multicast would leave this machine; where a network\n'
+  printf 'namespace can be made, the demo shows it there.  (The service has joined the group all the\n'
+  printf 'same, of which the network around this machine hears.)\n'
 fi
 
 begin_step "a version 1 request, with scan settings"

@@ -3,13 +3,17 @@
 # nothing it sends leaves the machine and the fixed ports are free.
 #
 #   scripts/private_network.sh COMMAND [ARGUMENT...]
+#   scripts/private_network.sh --with-scanner COMMAND [ARGUMENT...]
 #   scripts/private_network.sh --available      exit 0 when such a namespace can be made here
 #
 # As root it makes a network namespace, as an ordinary user a user namespace around it.  Inside,
-# QUORIN_PRIVATE_ADDRESS holds the address.
+# QUORIN_PRIVATE_ADDRESS holds the address.  --with-scanner adds a second one to the same adapter,
+# QUORIN_SCANNER_ADDRESS, for a scanner that must own its UDP port while the service holds that port
+# at every address.
 set -euo pipefail
 
 readonly ADDRESS=10.68.0.2
+readonly SCANNER_ADDRESS=10.68.0.3
 readonly GATEWAY=10.68.0.1
 
 if [[ ${1:-} == --inside ]]; then
@@ -21,10 +25,18 @@ if [[ ${1:-} == --inside ]]; then
   ip link set quorin0 up
   ip link set quorin1 up
   ip route add default via "$GATEWAY"
+  if [[ ${1:-} == --with-scanner ]]; then
+    shift
+    ip address add "$SCANNER_ADDRESS/24" dev quorin0
+    export QUORIN_SCANNER_ADDRESS=$SCANNER_ADDRESS
+  fi
   QUORIN_PRIVATE_ADDRESS=$ADDRESS exec "$@"
 fi
 
-[[ $# -gt 0 ]] || { printf 'usage: scripts/private_network.sh COMMAND [ARGUMENT...]\n' >&2; exit 2; }
+[[ $# -gt 0 ]] || {
+  printf 'usage: scripts/private_network.sh [--with-scanner] COMMAND [ARGUMENT...]\n' >&2
+  exit 2
+}
 
 if [[ $(id -u) -eq 0 ]]; then
   unshare_options=(--net)

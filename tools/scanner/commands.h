@@ -15,6 +15,12 @@ struct Command {
   bool json = false;  // how a Failure is to be reported
 };
 
+// discover: finds PCs.
+void AddDiscover(CLI::App* app, Command* chosen);
+
+// doctor: says why this PC may not be found.
+void AddDoctor(CLI::App* app, Command* chosen);
+
 // push: sends requests and shows what comes back.
 void AddPush(CLI::App* app, Command* chosen);
 

@@ -10,16 +10,19 @@ namespace zvqrn::scanner {
 namespace {
 
 constexpr char DESCRIPTION[] =
-    "Plays a network scanner: sends push-scan requests to a PC on which a host program of ZVQRN\n"
-    "runs, and shows how the PC answers.";
+    "Plays a network scanner: finds the PCs on which a host program of ZVQRN runs, sends them\n"
+    "push-scan requests, and shows how they answer.";
 
 constexpr char EXAMPLES[] =
     "Examples:\n"
+    "  quorin-scanner discover                   which PCs are there?\n"
+    "  quorin-scanner doctor                     why is this PC not on the scanner's panel?\n"
     "  quorin-scanner push --to 192.0.2.7        is the PC ready for scans?\n"
     "  quorin-scanner push --help                everything that can be tried\n"
     "  quorin-scanner listen --to 192.0.2.7      what does the host send back?\n"
     "\n"
-    "In --json output each text has one character (U+00HH) for a byte.\n"
+    "In --json output each text from a PC has one character (U+00HH) for a byte; only the names\n"
+    "that discover and doctor find are read as the UTF-8 that they are.\n"
     "\n";
 
 int Main(int argc, char** argv) {
@@ -27,6 +30,8 @@ int Main(int argc, char** argv) {
   app.footer(std::string(EXAMPLES) + EXIT_CODES_HELP);
   app.require_subcommand(1);
   Command chosen;
+  AddDiscover(&app, &chosen);
+  AddDoctor(&app, &chosen);
   AddPush(&app, &chosen);
   AddListen(&app, &chosen);
   try {

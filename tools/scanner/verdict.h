@@ -12,6 +12,7 @@ enum ExitCode : int {
   EXIT_NOTHING_THERE = 3,   // nothing listens there, or nothing was found
   EXIT_REFUSED = 4,         // the PC or its host declined
   EXIT_TIMED_OUT = 5,       // no answer in time
+  EXIT_PROBLEM_FOUND = 4,   // doctor: something keeps this PC from being found
   EXIT_PROTOCOL_ERROR = 6,  // what came back is no answer of this protocol
 };
 

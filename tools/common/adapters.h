@@ -1,0 +1,34 @@
+// The IPv4 side of this machine as the system tells it: adapters with their addresses, and the
+// address from which it would send.  Used by quorin-scanner; any thread.  Addresses are in network
+// byte order.  The operating system shows through here only.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace zvqrn::tools {
+
+// One address of an adapter; an adapter with several is listed several times, one without any once,
+// with address 0.
+struct Adapter {
+  std::string name;  // as the system writes it; UTF-8 under Windows
+  std::uint32_t address = 0;
+  int prefixLength = 0;
+  bool up = false;
+  bool loopback = false;
+  bool multicast = false;
+  bool defaultRoute = false;  // the default route with the lowest metric uses it
+};
+
+// Gives every adapter in the system's order; false when the system does not tell.
+bool ListAdapters(std::vector<Adapter>* adapters);
+
+// Gives the address from which the system would send to `destination`; false when there is no way
+// to it.  Sends nothing.
+bool SourceAddressTowards(std::uint32_t destination, std::uint32_t* source);
+
+// An address as text.
+std::string AddressText(std::uint32_t address);
+
+}  // namespace zvqrn::tools

@@ -1,0 +1,112 @@
+#include <memory>
+
+#include "common/text.h"
+#include "scanner/checks.h"
+#include "scanner/commands.h"
+#include "scanner/reply_socket.h"
+
+namespace zvqrn::scanner {
+
+namespace {
+
+struct DoctorOptions {
+  bool local = false;
+  bool json = false;
+  std::int32_t timeoutMs = 2500;
+  bool trace = false;
+};
+
+constexpr char DESCRIPTION[] = "Says why this PC may not show on a scanner's panel";
+
+constexpr char EXAMPLES[] =
+    "Looks at the PC on which it runs, while the host program runs: adapters and addresses, which "
+    "of\n"
+    "them is announced, who holds UDP and TCP port 2968, whether the group 239.255.255.253 can be\n"
+    "joined, whether the service answers a request to the PC's own address and one to the group, "
+    "and\n"
+    "whether its event port takes a connection.  Each finding is ok, a warning or a problem, with "
+    "what\n"
+    "to do about it.\n"
+    "\n"
+    "SENDS TO THE NETWORK: joining the group tells the routers, and the multicast request reaches "
+    "all\n"
+    "PCs of this network, which answer it.  With --local nothing leaves this PC.\n"
+    "For the length of the multicast request (at most --timeout) direct requests of scanners reach "
+    "this\n"
+    "program instead of the service, and the event port is taken for a moment.\n"
+    "\n"
+    "It cannot see a firewall that lets this PC's own traffic pass.  If nothing is wrong here, "
+    "run\n"
+    "'quorin-scanner discover --to ADDRESS' on another machine of the scanner's network; let UDP "
+    "and\n"
+    "TCP port 2968 in on this PC.\n"
+    "\n"
+    "Examples:\n"
+    "  quorin-scanner doctor\n"
+    "  quorin-scanner doctor --local\n"
+    "  quorin-scanner doctor --json > findings.jsonl\n"
+    "\n"
+    "Exit codes: 0 no problem and the service answers (there may be warnings); 1 trouble on this\n"
+    "machine (no sockets); 2 wrong command line; 3 no service answers, and nothing but its "
+    "absence\n"
+    "explains it; 4 a problem was found.";
+
+// The part that asks the service; `address` is the PC's own.
+void CheckService(Account* account, const DoctorOptions& options, std::uint32_t address,
+                  bool portHeld) {
+  const ServiceChecks checks{address, portHeld, options.timeoutMs, options.trace};
+  std::uint16_t eventPort = CheckDirectRequest(account, checks);
+  if (!options.local) {
+    const std::uint16_t learntPort = CheckGroupRequest(account, checks);
+    eventPort = eventPort == 0 ? learntPort : eventPort;
+  }
+  if (eventPort != 0) {
+    CheckEventPort(account, checks, eventPort);
+  }
+}
+
+ExitCode RunDoctor(const DoctorOptions& options) {
+  const SocketUse use;
+  Account account;
+  account.json = options.json;
+  const Adapters adapters = CheckAdapters(&account);
+  const std::uint32_t address = CheckAnnouncedAddress(&account, adapters);
+  const bool portHeld = CheckPorts(&account);
+  if (!options.local) {
+    CheckGroup(&account);
+  }
+  if (address != 0) {
+    CheckService(&account, options, address, portHeld);
+  }
+  ExitCode exitCode = EXIT_OK;
+  if (account.problems > 0) {
+    exitCode = EXIT_PROBLEM_FOUND;
+  } else if (!account.answered) {
+    exitCode = EXIT_NOTHING_THERE;
+  }
+  PrintSummary(account, exitCode);
+  return exitCode;
+}
+
+}  // namespace
+
+void AddDoctor(CLI::App* app, Command* chosen) {
+  const auto options = std::make_shared<DoctorOptions>();
+  CLI::App* command = app->add_subcommand("doctor", DESCRIPTION);
+  command->footer(EXAMPLES);
+  command->add_flag("--local", options->local,
+                    "No multicast: only requests to this PC's own address");
+  command->add_option("--timeout", options->timeoutMs, "Longest wait for each answer")
+      ->type_name("MS")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 3'600'000).description(""));
+  command->add_flag("--json", options->json, "Print one JSON object a line");
+  command->add_flag("--trace", options->trace,
+                    "Show every byte sent and received (standard error)");
+  command->callback([options, chosen] {
+    chosen->json = options->json;
+    chosen->run = [options] { return RunDoctor(*options); };
+  });
+}
+
+}  // namespace zvqrn::scanner
