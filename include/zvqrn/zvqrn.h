@@ -13,6 +13,10 @@
  * Threads: every function may be called from any thread at any time.  QRNStartService and
  * QRNStopService wait for each other.  Do not call any function from DllMain.
  *
+ * Unloading: stop the service first.  A library that is unloaded while its service runs ends its
+ * threads and waits for the callbacks that are running; a callback that then needs the system's
+ * loader lock would wait for the unload in turn.
+ *
  * Text is 8-bit, in the PC's ANSI code page, unless a field says otherwise.
  */
 #ifndef ZVQRN_ZVQRN_H
@@ -98,9 +102,9 @@ enum {
  * A version 1 request (DOCUMENT_PUSHSCAN_V1), 132 bytes; the size given with it is 136, and the
  * four bytes after the record are zero.  Every text is NUL-terminated and padded with NULs.
  *
- * productName holds the name of the TWAIN driver that serves the scanner on this PC (up to 33
- * bytes, so it may run on into the first bytes of reserved1): it takes the place of the product
- * name that the scanner sent.
+ * productName holds the name of the TWAIN driver that serves the scanner on this PC, which takes
+ * the place of the product name that the scanner sent.  It has up to 33 bytes and a NUL, so it may
+ * run on into the first two bytes of reserved1: read up to 34 bytes.
  *
  * paperWidth, paperHeight, scanX and scanY are 0 to 999999999, exactly as the scanner states
  * them; they carry no unit.
@@ -229,7 +233,8 @@ typedef int32_t(QRN_CALLBACK* StatusCallback)(int32_t statusClass, int32_t statu
  * -------------------------------------------------------------------------- */
 
 /*
- * Starts the service: reads the PC's name and address, then listens on TCP port 2968.
+ * Starts the service: reads the PC's name and address, then listens on TCP port 2968 for requests
+ * and on UDP port 2968 for scanners that look for PCs.
  *
  * The three callbacks must not be null; the contexts may be anything.
  * Result: 1 = the service runs, or waits for the PC to get a usable address (StatusCallback has
@@ -258,13 +263,13 @@ QRN_PUBLIC int32_t QRN_EXPORT QRNStopService(void);
  * Sends the host's data to the scanner that made a request.
  *
  *   request  an EventHeader as ScanEventCallback got it, or a copy of it.  Its uid is replaced by
- *            the uid under which the data is sent.
+ *            the uid under which the data is sent, so each call needs a copy of its own.
  *   data     `length` bytes, copied before the call returns; `length` must be greater than 0
  *
- * A single request can be named until its callback has returned, a START until the END that closes
- * it has arrived; afterwards, and when the scanner has gone, there is nobody to send to.
- * Result: 1 = the data is on its way to the scanner; whether it arrives is not reported.  0 = bad
- * arguments, the service does not run, or no such request is open.
+ * A single request can be named until its callback has returned, a START (declined or not) until
+ * the END that closes it has been answered; afterwards, and when the scanner has gone, there is
+ * nobody to send to. Result: 1 = the data is on its way to the scanner; whether it arrives is not
+ * reported.  0 = bad arguments, the service does not run, or no such request is open.
  */
 QRN_PUBLIC int32_t QRN_EXPORT QRNSendData(EventHeader* request, const void* data, int32_t length);
 
