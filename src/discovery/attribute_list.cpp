@@ -1,5 +1,6 @@
 #include "discovery/attribute_list.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "base/allocation.h"
@@ -34,9 +35,7 @@ char* JoinAttributes(const char* name, const char* address, const char* port,
   }
   char* at = text;
   for (const char* piece : pieces) {
-    const std::size_t pieceSize = std::strlen(piece);
-    std::memcpy(at, piece, pieceSize);
-    at += pieceSize;
+    at = std::copy(piece, piece + std::strlen(piece), at);
   }
   *length = static_cast<std::int32_t>(size - 1);
   return text;

@@ -80,8 +80,8 @@ PickResult TakeIdentity() {
   return picked;
 }
 
-// A start from the first step that needs to be undone: 1 when the service runs or waits for an
-// address, 0 when the caller must undo the rest.
+// A start from the first step that needs to be undone: true when the service runs or waits for an
+// address; false when it has undone all but what FinishRun does.
 bool BringUp() {
   const PickResult picked = TakeIdentity();
   DecideAddressWatching();

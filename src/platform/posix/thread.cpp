@@ -26,15 +26,6 @@ bool retired = false;
 // The smallest stack that leaves room for the sanitisers' larger frames.
 constexpr std::size_t LIBRARY_STACK_BYTES = 256UL * 1024;
 
-void* RunThread(void* argument) {
-  auto* record = static_cast<ThreadRecord*>(argument);
-  record->procedure(record->argument);
-  pthread_mutex_lock(&recordsMutex);
-  record->finished = true;
-  pthread_mutex_unlock(&recordsMutex);
-  return nullptr;
-}
-
 // Claims a thread that has finished (or, with `any`, one that may still run) for joining.  The
 // record stays in the list until its thread has ended.  recordsMutex is held.
 ThreadRecord* ClaimRecord(bool any) {
@@ -68,6 +59,18 @@ void JoinThreads(bool any) {
     std::free(record);
   }
   pthread_mutex_unlock(&recordsMutex);
+}
+
+void* RunThread(void* argument) {
+  auto* record = static_cast<ThreadRecord*>(argument);
+  record->procedure(record->argument);
+  // Puts away those that have finished before, so that a flood of threads leaves no stacks behind.
+  // Not after the line below: two threads would wait for each other.
+  JoinThreads(false);
+  pthread_mutex_lock(&recordsMutex);
+  record->finished = true;
+  pthread_mutex_unlock(&recordsMutex);
+  return nullptr;
 }
 
 }  // namespace
