@@ -5,11 +5,7 @@
 #include "platform/socket.h"
 
 #if defined(_WIN32)
-#include <winsock2.h>
-#include <ws2tcpip.h>
-// After winsock2.h, which refuses to come second.
-#include <iphlpapi.h>
-#include <windows.h>
+#include "common/windows_network.h"
 #else
 #include <ifaddrs.h>
 #include <net/if.h>

@@ -4,12 +4,9 @@
 #include "common/utf8.h"
 
 #if defined(_WIN32)
-#include <winsock2.h>
-// After winsock2.h, which refuses to come second.
-#include <iphlpapi.h>
-#include <windows.h>
-
 #include <cstring>
+
+#include "common/windows_network.h"
 #else
 #include <charconv>
 #include <filesystem>
