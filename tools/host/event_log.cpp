@@ -24,7 +24,9 @@ void LogStarted(bool json, const std::string& pcName, bool waiting) {
         {{"event", "started"}, {"pcName", tools::JsonText(pcName)}, {"waiting", waiting}});
     return;
   }
-  tools::PrintLine("PC name: " + tools::EscapeBytes(pcName));
+  if (!waiting) {
+    tools::PrintLine("PC name: " + tools::EscapeBytes(pcName));
+  }
   tools::PrintLine(waiting ? "The service waits for the PC to get a usable address."
                            : "The service runs and listens on TCP port 2968.");
 }
