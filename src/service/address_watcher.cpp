@@ -61,8 +61,9 @@ bool WaitForChange(platform::Event* changed) {
       case platform::EITHER_SECOND:
         return true;
       default:
-        platform::SleepMilliseconds(FAILED_WAIT_PAUSE_MS);
-        if (service.unloading.load() != 0) {
+        // A stop must still be heard, and a wait that fails for it too ends the watcher.
+        if (platform::WaitEvent(service.watcherStopEvent, FAILED_WAIT_PAUSE_MS) !=
+            platform::SYNC_TIMED_OUT) {
           return false;
         }
     }

@@ -1,16 +1,6 @@
-// The Windows headers that the rooms beside it need, in the one order that works: sockets first.
-// Included under Windows only.
+// The Windows headers of the rooms that look at adapters and ports.  Included under Windows only.
 #pragma once
 
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-
-#include <winsock2.h>
-#include <ws2tcpip.h>
-// After winsock2.h, which refuses to come second.
+#include "platform/windows/windows_headers.h"
+// After the header above, which brings the sockets first.
 #include <iphlpapi.h>
-#include <windows.h>

@@ -1,5 +1,6 @@
 // The system's headers, in the one order that works: sockets before windows.h, lean, and without
-// the min and max macros.  Only the files of this folder include it, after the neutral headers.
+// the min and max macros.  The files of this folder include it, after the neutral headers, and so
+// does tools/common/windows_network.h; nobody else.
 #pragma once
 
 #ifndef WIN32_LEAN_AND_MEAN
