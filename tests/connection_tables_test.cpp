@@ -21,7 +21,7 @@ class ConnectionTables : public testing::Test {
     DestroyJobTableAndSendQueue();
   }
 
-  static ListNode* Add(const char* uid, std::int32_t subevent, std::int32_t delivered = 0) {
+  static JobRecord* Add(const char* uid, std::int32_t subevent, std::int32_t delivered = 0) {
     EventHeader header{};
     header.exchangeType = subevent == SUBEVENT_NONE ? EXCHANGE_SINGLE : EXCHANGE_PAIRED;
     header.subevent = subevent;
@@ -31,30 +31,35 @@ class ConnectionTables : public testing::Test {
   static std::string Uids() {
     std::string uids;
     for (const ListNode* node = service.jobTable.head; node != nullptr; node = node->next) {
-      uids += std::string(JobOf(node)->header->uid) + " ";
+      uids += std::string(static_cast<JobRecord*>(node->item)->header.uid) + " ";
     }
     return uids;
   }
 };
 
 TEST_F(ConnectionTables, FindTheOldestOpenJob) {
-  const ListNode* first = Add("a", SUBEVENT_START);
-  Add("a", SUBEVENT_NONE);
+  const JobRecord* first = Add("a", SUBEVENT_START, 1);
+  JobRecord* delivering = Add("a", SUBEVENT_NONE);
   Add("A", SUBEVENT_START);
   EXPECT_EQ(FindOpenJob("a"), first);
   EXPECT_EQ(FindOpenJob("b"), nullptr);
-  Add("a", SUBEVENT_END);
+  JobRecord* end = Add("a", SUBEVENT_END);
   EXPECT_EQ(FindOpenJob("a"), nullptr) << "an END with that uid closes it";
   EXPECT_NE(FindOpenJob("A"), nullptr) << "case matters";
   RemoveJobsWithUid("a");
+  EXPECT_EQ(Uids(), "A ");
+  for (JobRecord* job : {delivering, end}) {
+    EXPECT_STREQ(job->header.uid, "a") << "kept for the delivery that is at work";
+    FinishJob(job);
+  }
   EXPECT_EQ(Uids(), "A ");
 }
 
 TEST_F(ConnectionTables, JudgeAParent) {
   EXPECT_STREQ(CheckParentUid("s"), "2002");
-  ListNode* start = Add("s", SUBEVENT_START);
+  JobRecord* start = Add("s", SUBEVENT_START);
   EXPECT_STREQ(CheckParentUid("s"), "2002") << "not answered yet";
-  JobOf(start)->delivered = 1;
+  start->delivered = 1;
   EXPECT_STREQ(CheckParentUid("s"), "0001");
   Add("s", SUBEVENT_END);
   EXPECT_STREQ(CheckParentUid("s"), "2002");
@@ -73,14 +78,14 @@ TEST_F(ConnectionTables, KeepTheirItemsAndReleaseThem) {
   ASSERT_NE(service.sendQueue.head, nullptr);
   ASSERT_NE(service.sendQueue.head->next, nullptr);
   EXPECT_STREQ(static_cast<OutgoingMessage*>(service.sendQueue.head->next->item)->body, "two");
-  ListNode* entry = AddDeliveryEntry();
+  const ListNode* entry = AddDeliveryEntry(nullptr);
   EXPECT_EQ(static_cast<DeliveryEntry*>(entry->item)->state.load(), DELIVERY_STARTING);
   Add("1", SUBEVENT_START);
-  const ListNode* middle = Add("2", SUBEVENT_START);
+  const JobRecord* middle = Add("2", SUBEVENT_START);
   Add("3", SUBEVENT_START);
   const ListNode stranger{};
   ListRemove(&service.jobTable, &stranger);
-  ListRemove(&service.jobTable, middle);
+  ListRemove(&service.jobTable, middle->node);
   EXPECT_EQ(Uids(), "1 3 ");
   // What is left is released with the tables; the address sanitiser would see it otherwise.
   DestroyJobTableAndSendQueue();

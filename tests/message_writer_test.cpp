@@ -97,8 +97,8 @@ TEST(OutgoingMessage, RefusesContradictions) {
   const OwnedOutgoingMessage message(
       MakeOutgoingMessage(1, {&full, "x", 1, "0001", "12345678901234567890", 0}));
   ASSERT_TRUE(message);
-  EXPECT_EQ(std::string(message->header->uid), std::string(19, 'u'));
-  EXPECT_STREQ(message->header->protocolVersion, "11111");
+  EXPECT_EQ(std::string(message->header.uid), std::string(19, 'u'));
+  EXPECT_STREQ(message->header.protocolVersion, "11111");
   EXPECT_STREQ(message->parentUid, "1234567890123456789");
 }
 

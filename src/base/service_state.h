@@ -9,12 +9,21 @@
 #include "base/service_lock.h"
 #include "base/tagged_list.h"
 #include "base/thread_state.h"
+#include "platform/waker.h"
 #include "zvqrn/zvqrn.h"
 
 namespace zvqrn {
 
 // GetTWAINName of the utility library: 1 = a driver name (at most 33 bytes and a NUL) was written.
 using GetTwainNameFunction = std::int32_t(QRN_EXPORT*)(const char* productName, char* driverName);
+
+// The jobs whose uids share a hash, oldest first (eventserver/job_index.h).
+struct JobRecord;
+struct JobBucket {
+  JobRecord* first;
+  JobRecord* last;
+};
+constexpr std::int32_t JOB_BUCKETS = 1024;
 
 struct ServiceState {
   // The run flag: 0 or 1.  The lock lives from the library's load to its unload.
@@ -57,10 +66,17 @@ struct ServiceState {
   // The tables of the main connection; their locks exist while one is served.
   TaggedList jobTable;
   ServiceLock jobTableLock;
+  JobBucket jobIndex[JOB_BUCKETS];  // of jobTable, by the uids of its headers
+  std::uint64_t jobsAdded;          // the age of the next job; both under jobTableLock
   TaggedList sendQueue;
   ServiceLock sendQueueLock;
   TaggedList deliveryList;
   ServiceLock deliveryListLock;
+  ListNode* deliveryLook;  // the next entry to be looked at; the main connection's thread only
+
+  // Wakes the main connection's thread when something has been queued; null when the system
+  // refused it, and then the thread looks after each of its waits.  It lives as long as the tables.
+  platform::Waker* connectionWaker;
 
   // Bytes received on the main connection that belong to its next message; owned, or null and 0.
   // Only the main connection's thread touches them, and the two fields after them.

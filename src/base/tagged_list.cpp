@@ -3,15 +3,6 @@
 #include "base/allocation.h"
 
 namespace zvqrn {
-namespace {
-
-void ReleaseNode(ListNode* node) {
-  ReleaseItem(node->item, node->tag);
-  std::free(node);
-}
-
-}  // namespace
-
 ListNode* ListAppend(TaggedList* list, void* item, ListTag tag) {
   if (item == nullptr) {
     return nullptr;
@@ -22,31 +13,38 @@ ListNode* ListAppend(TaggedList* list, void* item, ListTag tag) {
   }
   node->item = item;
   node->tag = tag;
-  ListNode** tail = &list->head;
-  while (*tail != nullptr) {
-    tail = &(*tail)->next;
-  }
-  *tail = node;
+  node->previous = list->tail;
+  (list->tail != nullptr ? list->tail->next : list->head) = node;
+  list->tail = node;
   return node;
 }
 
 void ListRemove(TaggedList* list, const ListNode* node) {
-  ListNode** slot = &list->head;
-  while (*slot != nullptr && *slot != node) {
-    slot = &(*slot)->next;
+  ListNode* member = list->head;
+  while (member != nullptr && member != node) {
+    member = member->next;
   }
-  if (*slot != nullptr) {
-    ListNode* found = *slot;
-    *slot = found->next;
-    ReleaseNode(found);
+  if (member != nullptr) {
+    ListRemoveMember(list, member);
   }
+}
+
+void ListRemoveMember(TaggedList* list, ListNode* node) {
+  const std::int32_t tag = node->tag;
+  ReleaseItem(ListTake(list, node), tag);
+}
+
+void* ListTake(TaggedList* list, ListNode* node) {
+  (node->previous != nullptr ? node->previous->next : list->head) = node->next;
+  (node->next != nullptr ? node->next->previous : list->tail) = node->previous;
+  void* item = node->item;
+  std::free(node);
+  return item;
 }
 
 void ListFree(TaggedList* list) {
   while (list->head != nullptr) {
-    ListNode* node = list->head;
-    list->head = node->next;
-    ReleaseNode(node);
+    ListRemoveMember(list, list->head);
   }
 }
 

@@ -33,7 +33,7 @@ bool HostAgrees(const DiscoveryRequest& request) {
 }
 
 void DiscoveryReplyThread(void* argument) {
-  const auto* node = static_cast<const ListNode*>(argument);
+  auto* node = static_cast<ListNode*>(argument);
   const auto& request = *static_cast<const DiscoveryRequest*>(node->item);
   if (!DiscoveryStopRequested() && HostAgrees(request) && !DiscoveryStopRequested()) {
     SendReply(request);

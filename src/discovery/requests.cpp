@@ -163,10 +163,10 @@ ListNode* HandleDatagram(const char* bytes, std::int32_t byteCount, std::uint32_
   return AddDiscoveryRequest(std::move(request));
 }
 
-void RemoveDiscoveryRequest(const ListNode* node) {
+void RemoveDiscoveryRequest(ListNode* node) {
   const LockScope scope(&service.discoveryTableLock);
   if (scope.Held()) {
-    ListRemove(&service.discoveryTable, node);
+    ListRemoveMember(&service.discoveryTable, node);
   }
 }
 

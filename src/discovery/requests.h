@@ -36,6 +36,6 @@ void ReleaseDiscoveryRequest(DiscoveryRequest* request);
 ListNode* HandleDatagram(const char* bytes, std::int32_t byteCount, std::uint32_t sender);
 
 // Releases a request, when its reply has been sent or cannot be.
-void RemoveDiscoveryRequest(const ListNode* node);
+void RemoveDiscoveryRequest(ListNode* node);
 
 }  // namespace zvqrn

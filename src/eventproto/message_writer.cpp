@@ -66,9 +66,9 @@ bool AddProtocolHeaders(EventMessage* message, const OutgoingMessage& outgoing) 
     FormatDecimal(static_cast<std::uint32_t>(outgoing.bodyLength), length);
   }
   const char* subevent = "";
-  if (outgoing.header->subevent == SUBEVENT_START) {
+  if (outgoing.header.subevent == SUBEVENT_START) {
     subevent = SUBEVENT_WORD_START;
-  } else if (outgoing.header->subevent == SUBEVENT_END) {
+  } else if (outgoing.header.subevent == SUBEVENT_END) {
     subevent = SUBEVENT_WORD_END;
   }
   const bool isAnswer = outgoing.isAnswer != 0;
@@ -81,9 +81,9 @@ bool AddProtocolHeaders(EventMessage* message, const OutgoingMessage& outgoing) 
       {true, HEADER_CONTENT_TYPE, "application/octet-stream"},
       {outgoing.bodyLength > 0, HEADER_CONTENT_LENGTH, length},
       {true, HEADER_PROTOCOL_NAME, PROTOCOL_NAME},
-      {true, HEADER_PROTOCOL_VERSION, outgoing.header->protocolVersion},
+      {true, HEADER_PROTOCOL_VERSION, outgoing.header.protocolVersion},
       {isAnswer && *subevent != '\0', HEADER_SUBEVENT, subevent},
-      {outgoing.header->uid[0] != '\0', HEADER_UID, outgoing.header->uid},
+      {outgoing.header.uid[0] != '\0', HEADER_UID, outgoing.header.uid},
       {outgoing.parentUid[0] != '\0', HEADER_PARENT_UID, outgoing.parentUid},
       {isAnswer, HEADER_STATUS, outgoing.status},
   };

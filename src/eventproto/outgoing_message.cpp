@@ -19,15 +19,11 @@ OutgoingMessage* MakeOutgoingMessage(platform::SocketHandle socket,
   }
   message->socket = socket;
   message->isAnswer = content.isAnswer;
-  message->header = NewRecord<EventHeader>();
-  message->status = CopyText(content.status);
-  if (message->header == nullptr || message->status == nullptr) {
-    return nullptr;
-  }
+  CopyBounded(message->status, content.status, STATUS_SIZE);
   // A host may hand in a record of its own, so its texts are not trusted to end.
-  *message->header = *content.header;
-  message->header->uid[UID_SIZE - 1] = '\0';
-  message->header->protocolVersion[VERSION_SIZE - 1] = '\0';
+  message->header = *content.header;
+  message->header.uid[UID_SIZE - 1] = '\0';
+  message->header.protocolVersion[VERSION_SIZE - 1] = '\0';
   if (bodyGiven) {
     message->body = NewBytes(static_cast<std::int64_t>(content.bodyLength) + 1);
     if (message->body == nullptr) {
@@ -43,9 +39,7 @@ OutgoingMessage* MakeOutgoingMessage(platform::SocketHandle socket,
 }
 
 void ReleaseOutgoingMessage(OutgoingMessage* message) {
-  std::free(message->header);
   std::free(message->body);
-  std::free(message->status);
   std::free(message);
 }
 

@@ -14,10 +14,10 @@ namespace zvqrn {
 
 struct OutgoingMessage {
   platform::SocketHandle socket;  // the connection that it belongs to; not owned
-  EventHeader* header;            // owned copy: uid, version and, for answers, subevent
+  EventHeader header;             // a copy: uid, version and, for answers, subevent
   char* body;                     // owned copy, a NUL after it; null when there is none
   std::int32_t bodyLength;
-  char* status;              // owned copy: the x-status of an answer
+  char status[STATUS_SIZE];  // the x-status of an answer
   char parentUid[UID_SIZE];  // x-parent-uid; empty when there is none
   std::int32_t isAnswer;     // 1: an answer; 0: a request sent for the host
 };

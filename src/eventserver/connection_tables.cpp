@@ -1,18 +1,27 @@
 #include "eventserver/connection_tables.h"
 
-#include <cstring>
-
 #include "base/allocation.h"
 #include "base/service_state.h"
 #include "base/text.h"
+#include "eventserver/job_index.h"
 
 namespace zvqrn {
 namespace {
 
 using OwnedJob = Owned<JobRecord, ReleaseJob>;
 
-bool HasUid(const ListNode* node, const char* uid) {
-  return std::strcmp(JobOf(node)->header->uid, uid) == 0;
+// Finished entries are looked for at this many places for each entry that is added.
+constexpr int DELIVERY_LOOKS = 2;
+
+DeliveryEntry* EntryOf(const ListNode* node) {
+  return static_cast<DeliveryEntry*>(node->item);
+}
+
+void CloseConnectionWaker() {
+  if (service.connectionWaker != nullptr) {
+    platform::CloseWaker(service.connectionWaker);
+    service.connectionWaker = nullptr;
+  }
 }
 
 }  // namespace
@@ -23,6 +32,7 @@ bool CreateConnectionTables() {
   service.jobTable = TaggedList{};
   service.sendQueue = TaggedList{};
   service.deliveryList = TaggedList{};
+  service.deliveryLook = nullptr;
   for (ServiceLock* lock : locks) {
     if (!CreateServiceLock(lock, 1, 1)) {
       for (ServiceLock* const* made = locks; *made != lock; made++) {
@@ -31,6 +41,7 @@ bool CreateConnectionTables() {
       return false;
     }
   }
+  service.connectionWaker = platform::MakeWaker();
   return true;
 }
 
@@ -41,9 +52,11 @@ void DestroyDeliveryList() {
 void DestroyJobTableAndSendQueue() {
   DestroyTable(&service.jobTable, &service.jobTableLock);
   DestroyTable(&service.sendQueue, &service.sendQueueLock);
+  CloseConnectionWaker();
 }
 
-ListNode* AddJob(platform::SocketHandle socket, const JobContent& content, std::int32_t delivered) {
+JobRecord* AddJob(platform::SocketHandle socket, const JobContent& content,
+                  std::int32_t delivered) {
   OwnedBlock<void> requestData(content.requestData);
   if (content.header == nullptr || !requestData || content.status == nullptr) {
     return nullptr;
@@ -53,16 +66,12 @@ ListNode* AddJob(platform::SocketHandle socket, const JobContent& content, std::
     return nullptr;
   }
   job->socket = socket;
+  job->header = *content.header;
   job->documentKind = content.documentKind;
   job->requestDataSize = content.requestDataSize;
   job->delivered = delivered;
   job->requestData = requestData.release();
-  job->header = NewRecord<EventHeader>();
-  job->status = CopyText(content.status);
-  if (job->header == nullptr || job->status == nullptr) {
-    return nullptr;
-  }
-  *job->header = *content.header;
+  CopyBounded(job->status, content.status, STATUS_SIZE);
   if (content.parentUid != nullptr) {
     CopyBounded(job->parentUid, content.parentUid, UID_SIZE);
   }
@@ -70,17 +79,18 @@ ListNode* AddJob(platform::SocketHandle socket, const JobContent& content, std::
   if (!scope.Held()) {
     return nullptr;
   }
-  ListNode* node = ListAppend(&service.jobTable, job.get(), TAG_JOB);
-  if (node != nullptr) {
-    job.release();
+  job->node = ListAppend(&service.jobTable, job.get(), TAG_JOB);
+  if (job->node == nullptr) {
+    return nullptr;
   }
-  return node;
+  job->age = service.jobsAdded++;
+  IndexJob(job.get());
+  return job.release();
 }
 
 void ReleaseJob(JobRecord* job) {
-  std::free(job->header);
+  UnindexJob(job);
   std::free(job->requestData);
-  std::free(job->status);
   std::free(job);
 }
 
@@ -89,17 +99,25 @@ void QueueMessage(platform::SocketHandle socket, const OutgoingContent& content)
   if (!message) {
     return;
   }
-  const LockScope scope(&service.sendQueueLock);
-  if (scope.Held() && ListAppend(&service.sendQueue, message.get(), TAG_OUTGOING) != nullptr) {
+  {
+    const LockScope scope(&service.sendQueueLock);
+    if (!scope.Held() || ListAppend(&service.sendQueue, message.get(), TAG_OUTGOING) == nullptr) {
+      return;
+    }
     message.release();
+  }
+  // After the lock, which is the first thing that the woken thread wants.
+  if (service.connectionWaker != nullptr) {
+    platform::Wake(service.connectionWaker);
   }
 }
 
-ListNode* AddDeliveryEntry() {
+ListNode* AddDeliveryEntry(JobRecord* job) {
   OwnedBlock<DeliveryEntry> entry(NewRecord<DeliveryEntry>());
   if (!entry) {
     return nullptr;
   }
+  entry->job = job;
   entry->state.store(DELIVERY_STARTING);
   ListNode* node = ListAppend(&service.deliveryList, entry.get(), TAG_DELIVERY);
   if (node != nullptr) {
@@ -108,17 +126,26 @@ ListNode* AddDeliveryEntry() {
   return node;
 }
 
-ListNode* FindOpenJob(const char* uid) {
-  ListNode* first = nullptr;
-  for (ListNode* node = service.jobTable.head; node != nullptr; node = node->next) {
-    if (!HasUid(node, uid)) {
-      continue;
+void DropFinishedDeliveries() {
+  const LockScope scope(&service.deliveryListLock);
+  for (int i = 0; scope.Held() && i < DELIVERY_LOOKS; i++) {
+    ListNode* node =
+        service.deliveryLook != nullptr ? service.deliveryLook : service.deliveryList.head;
+    if (node == nullptr) {
+      return;
     }
-    if (JobOf(node)->header->subevent == SUBEVENT_END) {
+    service.deliveryLook = node->next;
+    if (EntryOf(node)->state.load() == DELIVERY_DONE) {
+      ListRemoveMember(&service.deliveryList, node);
+    }
+  }
+}
+
+JobRecord* FindOpenJob(const char* uid) {
+  JobRecord* first = FirstJobWithUid(uid);
+  for (const JobRecord* job = first; job != nullptr; job = NextJobWithUid(job, uid)) {
+    if (job->header.subevent == SUBEVENT_END) {
       return nullptr;
-    }
-    if (first == nullptr) {
-      first = node;
     }
   }
   return first;
@@ -129,19 +156,30 @@ const char* CheckParentUid(const char* parentUid) {
   if (!scope.Held()) {
     return nullptr;
   }
-  const ListNode* node = FindOpenJob(parentUid);
-  return node != nullptr && JobOf(node)->delivered != 0 ? STATUS_ACCEPTED : STATUS_UNKNOWN_PARENT;
+  const JobRecord* job = FindOpenJob(parentUid);
+  return job != nullptr && job->delivered != 0 ? STATUS_ACCEPTED : STATUS_UNKNOWN_PARENT;
 }
 
 void RemoveJobsWithUid(const char* uid) {
-  ListNode* node = service.jobTable.head;
-  while (node != nullptr) {
-    ListNode* next = node->next;
-    if (HasUid(node, uid)) {
-      ListRemove(&service.jobTable, node);
+  JobRecord* job = FirstJobWithUid(uid);
+  while (job != nullptr) {
+    JobRecord* next = NextJobWithUid(job, uid);
+    ListTake(&service.jobTable, job->node);
+    job->node = nullptr;
+    UnindexJob(job);
+    // The host's callback may just be reading a job that is being delivered.
+    if (job->delivered != 0) {
+      ReleaseJob(job);
     }
-    node = next;
+    job = next;
   }
+}
+
+void FinishJob(JobRecord* job) {
+  if (job->node != nullptr) {
+    ListTake(&service.jobTable, job->node);
+  }
+  ReleaseJob(job);
 }
 
 }  // namespace zvqrn

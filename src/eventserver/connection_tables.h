@@ -3,10 +3,10 @@
 // threads.  They exist while a main connection is served; before and after, their locks cannot be
 // acquired and every operation fails.
 //
-// jobTableLock guards the jobs and their `delivered` and header uid; sendQueueLock guards the send
-// queue, of which only the main connection's thread removes; deliveryListLock guards the entries'
-// `thread` and `state`, while the list itself is changed and walked by the main connection's thread
-// only.  sendQueueLock may be taken inside jobTableLock; nothing else nests.
+// jobTableLock guards the jobs, their index, their `delivered` and header uid; sendQueueLock guards
+// the send queue, of which only the main connection's thread removes; deliveryListLock guards the
+// entries' `thread` and `state`, while the list itself is changed and walked by the main
+// connection's thread only.  sendQueueLock may be taken inside jobTableLock; nothing else nests.
 #pragma once
 
 #include <atomic>
@@ -19,16 +19,25 @@
 
 namespace zvqrn {
 
-// A request that has passed every check.  Owned by the job table.
+struct JobBucket;
+
+// A request that has passed every check.  Owned by the job table; one that is removed while its
+// delivery is at work is then owned by the delivery.
 struct JobRecord {
   platform::SocketHandle socket;  // the main connection's; not owned
-  EventHeader* header;            // owned; QRNSendData may change its uid
+  EventHeader header;             // the host gets its address; QRNSendData may change its uid
   std::int32_t documentKind;      // DOCUMENT_PUSHSCAN_V1 or DOCUMENT_PUSHSCAN_V2
   void* requestData;              // owned; the record that the host gets
   std::int32_t requestDataSize;
-  char* status;              // owned; x-status of the answer that carries the host's result
+  char status[STATUS_SIZE];  // x-status of the answer that carries the host's result
   char parentUid[UID_SIZE];  // of an END: the uid of its START; else empty
-  std::int32_t delivered;    // 1: a START whose answer has been queued
+  std::int32_t delivered;    // 0: its delivery is at work; 1: a START whose answer has been queued
+
+  ListNode* node;     // in the job table; null once it has been removed
+  std::uint64_t age;  // lower for an older job
+  JobBucket* bucket;  // in the index (job_index.h), or null; its neighbours there follow
+  JobRecord* older;
+  JobRecord* younger;
 };
 
 enum DeliveryState : std::int32_t {
@@ -39,6 +48,7 @@ enum DeliveryState : std::int32_t {
 
 // One delivery thread.  Owned by the delivery list.
 struct DeliveryEntry {
+  JobRecord* job;                   // what it delivers; not owned
   std::uintptr_t thread;            // its id; 0 until it has been started
   std::atomic<std::int32_t> state;  // DeliveryState; DELIVERY_DONE is the thread's last word
 };
@@ -60,34 +70,40 @@ struct JobContent {
   const char* parentUid;
 };
 
-// Records a job; gives its node, or null when a part is missing, memory runs out or the table is
-// not there.  The request data belongs to this call in every case.
-ListNode* AddJob(platform::SocketHandle socket, const JobContent& content,
-                 std::int32_t delivered = 0);
+// Records a job; null when a part is missing, memory runs out or the table is not there.  The
+// request data belongs to this call in every case.
+JobRecord* AddJob(platform::SocketHandle socket, const JobContent& content,
+                  std::int32_t delivered = 0);
 
+// Frees a job that is in no table any more.
 void ReleaseJob(JobRecord* job);
 
-// Queues a message for the main connection's thread to send; drops it when it cannot be made or
-// queued.
+// Queues a message for the main connection's thread to send, and wakes that thread; drops the
+// message when it cannot be made or queued.  The caller keeps the tables from going: it holds
+// jobTableLock, or is the main connection's thread or one of its deliveries.
 void QueueMessage(platform::SocketHandle socket, const OutgoingContent& content);
 
 // Makes an entry in DELIVERY_STARTING; gives its node, or null when memory runs out.
-ListNode* AddDeliveryEntry();
+ListNode* AddDeliveryEntry(JobRecord* job);
+
+// Removes entries whose threads have finished: a few at each call, more than are added between two
+// calls, so that the list stays about as long as there are threads at work.
+void DropFinishedDeliveries();
 
 // The oldest job whose header carries this uid (case matters); null when there is none, or when an
 // END with that uid is among the jobs.  jobTableLock is held.
-ListNode* FindOpenJob(const char* uid);
+JobRecord* FindOpenJob(const char* uid);
 
 // Judges an END's x-parent-uid: STATUS_ACCEPTED when it names an open START that has been
 // delivered, else STATUS_UNKNOWN_PARENT; null when the table is not there.
 const char* CheckParentUid(const char* parentUid);
 
-// Releases every job with this uid, which must not lie in one of them.  jobTableLock is held.
+// Removes every job with this uid, which must not lie in one of them, and releases those whose
+// delivery is over.  jobTableLock is held.
 void RemoveJobsWithUid(const char* uid);
 
-// The record of a node of the job table.
-inline JobRecord* JobOf(const ListNode* node) {
-  return static_cast<JobRecord*>(node->item);
-}
+// The end of a job's delivery: removes the job if it is still in the table, and releases it.
+// jobTableLock is held.
+void FinishJob(JobRecord* job);
 
 }  // namespace zvqrn

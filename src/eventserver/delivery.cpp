@@ -12,21 +12,11 @@
 namespace zvqrn {
 namespace {
 
-// What a delivery thread works on; it frees this block.
-struct DeliveryArgument {
-  ListNode* job;
-  ListNode* entry;
-};
-
-DeliveryEntry* EntryOf(const ListNode* node) {
-  return static_cast<DeliveryEntry*>(node->item);
-}
-
 // The entry's word is written even when its lock cannot be had: the end of the connection waits
 // for it.
-void SetEntryState(ListNode* node, DeliveryState state) {
+void SetEntryState(DeliveryEntry* entry, DeliveryState state) {
   const LockScope scope(&service.deliveryListLock);
-  EntryOf(node)->state.store(state);
+  entry->state.store(state);
 }
 
 void RemoveEntry(const ListNode* node) {
@@ -35,13 +25,12 @@ void RemoveEntry(const ListNode* node) {
 }
 
 // Answers a request whose delivery could not be started, and forgets it.
-void AbandonDelivery(const ListNode* jobNode) {
-  const JobRecord* job = JobOf(jobNode);
+void AbandonDelivery(JobRecord* job) {
   QueueMessage(job->socket,
-               AnswerWithoutBody(job->header, STATUS_INTERNAL_FAILURE, job->parentUid));
+               AnswerWithoutBody(&job->header, STATUS_INTERNAL_FAILURE, job->parentUid));
   const LockScope scope(&service.jobTableLock);
   if (scope.Held()) {
-    ListRemove(&service.jobTable, jobNode);
+    FinishJob(job);
   }
 }
 
@@ -56,99 +45,83 @@ void DecideWithoutBody(Verdict* verdict, const char* status) {
   CopyBounded(verdict->status, status, STATUS_SIZE);
 }
 
-void AskHost(const JobRecord& job, Verdict* verdict) {
-  const std::int32_t result = service.eventCallback(job.header, job.documentKind, job.requestData,
-                                                    job.requestDataSize, service.eventContext);
+void AskHost(JobRecord* job, Verdict* verdict) {
+  const std::int32_t result =
+      service.eventCallback(&job->header, job->documentKind, job->requestData, job->requestDataSize,
+                            service.eventContext);
   if (result == QRN_RESPONSE_BUSY) {
     DecideWithoutBody(verdict, STATUS_BUSY);
     return;
   }
   char* body = nullptr;
-  if (BuildResponseBody(result, job.header->protocolVersion, &body, &verdict->bodyLength) != 1) {
+  if (BuildResponseBody(result, job->header.protocolVersion, &body, &verdict->bodyLength) != 1) {
     DecideWithoutBody(verdict, STATUS_INTERNAL_FAILURE);
     return;
   }
   verdict->body.reset(body);
-  CopyBounded(verdict->status, job.status, STATUS_SIZE);
+  CopyBounded(verdict->status, job->status, STATUS_SIZE);
 }
 
-// The header as it stands now: the host may just be sending data for this job, which changes the
-// uid under the lock.
-EventHeader CopyHeader(const JobRecord& job) {
-  const LockScope scope(&service.jobTableLock);
-  return *job.header;
-}
-
-void SettleJob(ListNode* node) {
-  const LockScope scope(&service.jobTableLock);
-  if (!scope.Held()) {
+// jobTableLock is held.
+void SettleJob(JobRecord* job) {
+  if (job->header.subevent == SUBEVENT_START && job->node != nullptr) {
+    job->delivered = 1;
     return;
   }
-  JobRecord* job = JobOf(node);
-  if (job->header->exchangeType == EXCHANGE_SINGLE) {
-    ListRemove(&service.jobTable, node);
-  } else if (job->header->subevent == SUBEVENT_END) {
-    char parentUid[UID_SIZE];
-    CopyBounded(parentUid, job->parentUid, UID_SIZE);
-    // This may remove the END itself, when it carries its START's uid; its node is then unknown
-    // to the list, and removing it does nothing.
-    RemoveJobsWithUid(parentUid);
-    ListRemove(&service.jobTable, node);
-  } else {
-    job->delivered = 1;
+  if (job->header.subevent == SUBEVENT_END) {
+    // Takes the END itself out too, when it carries its START's uid.
+    RemoveJobsWithUid(job->parentUid);
   }
+  FinishJob(job);
 }
 
-void Deliver(ListNode* jobNode) {
-  const JobRecord& job = *JobOf(jobNode);
+void Deliver(JobRecord* job) {
   Verdict verdict{};
   if (StopRequested()) {
     DecideWithoutBody(&verdict, STATUS_BUSY);
   } else {
     AskHost(job, &verdict);
   }
-  const EventHeader header = CopyHeader(job);
-  QueueMessage(job.socket, OutgoingContent{&header, verdict.body.get(), verdict.bodyLength,
-                                           verdict.status, job.parentUid, 1});
-  SettleJob(jobNode);
+  // Queued and settled under one lock: a scanner that has the answer to its START may send the END
+  // at once.  The lock also keeps the header as it is, which the host's sending of data may change.
+  const LockScope scope(&service.jobTableLock);
+  QueueMessage(job->socket, OutgoingContent{&job->header, verdict.body.get(), verdict.bodyLength,
+                                            verdict.status, job->parentUid, 1});
+  if (scope.Held()) {
+    SettleJob(job);
+  }
 }
 
 void DeliveryThread(void* argument) {
-  const OwnedBlock<DeliveryArgument> delivery(static_cast<DeliveryArgument*>(argument));
-  SetEntryState(delivery->entry, DELIVERY_RUNNING);
-  Deliver(delivery->job);
-  // After this word the tables may go at any moment.
-  SetEntryState(delivery->entry, DELIVERY_DONE);
+  auto* entry = static_cast<DeliveryEntry*>(argument);
+  SetEntryState(entry, DELIVERY_RUNNING);
+  Deliver(entry->job);
+  // After this word the entry and the tables may go at any moment.
+  SetEntryState(entry, DELIVERY_DONE);
 }
 
 }  // namespace
 
-std::int32_t StartDelivery(ListNode* jobNode) {
-  if (jobNode == nullptr || jobNode->item == nullptr) {
+std::int32_t StartDelivery(JobRecord* job) {
+  if (job == nullptr) {
     return 0;
   }
-  ListNode* entryNode = AddDeliveryEntry();
-  if (entryNode == nullptr) {
-    AbandonDelivery(jobNode);
+  DropFinishedDeliveries();
+  ListNode* node = AddDeliveryEntry(job);
+  if (node == nullptr) {
+    AbandonDelivery(job);
     return -1;
   }
-  OwnedBlock<DeliveryArgument> argument(NewRecord<DeliveryArgument>());
-  if (!argument) {
-    AbandonDelivery(jobNode);
-    RemoveEntry(entryNode);
-    return 0;
-  }
-  *argument = DeliveryArgument{jobNode, entryNode};
+  auto* entry = static_cast<DeliveryEntry*>(node->item);
   const std::uintptr_t thread =
-      platform::StartThread(&DeliveryThread, argument.get(), platform::STACK_FOR_HOST_CALLBACKS);
+      platform::StartThread(&DeliveryThread, entry, platform::STACK_FOR_HOST_CALLBACKS);
   if (thread == 0) {
-    RemoveEntry(entryNode);
-    AbandonDelivery(jobNode);
+    RemoveEntry(node);
+    AbandonDelivery(job);
     return -1;
   }
-  argument.release();
   const LockScope scope(&service.deliveryListLock);
-  EntryOf(entryNode)->thread = thread;
+  entry->thread = thread;
   return 1;
 }
 
@@ -181,7 +154,8 @@ std::int32_t BuildResponseBody(std::int32_t code, const char* protocolVersion, c
 
 void WaitForDeliveries() {
   for (const ListNode* node = service.deliveryList.head; node != nullptr; node = node->next) {
-    while (EntryOf(node)->state.load() != DELIVERY_DONE) {
+    const auto* entry = static_cast<const DeliveryEntry*>(node->item);
+    while (entry->state.load() != DELIVERY_DONE) {
       platform::SleepMilliseconds(1);
     }
   }

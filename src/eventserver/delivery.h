@@ -4,13 +4,14 @@
 
 #include <cstdint>
 
-#include "base/tagged_list.h"
+#include "eventserver/connection_tables.h"
 
 namespace zvqrn {
 
-// Starts the delivery of a job: 1 when its thread runs; 0 or -1 when not, and then the request has
-// been answered STATUS_INTERNAL_FAILURE and its job removed.  On the main connection's thread.
-std::int32_t StartDelivery(ListNode* jobNode);
+// Starts the delivery of a job: 1 when its thread runs; -1 when not, and then the request has been
+// answered STATUS_INTERNAL_FAILURE and its job removed; 0 for no job.  On the main connection's
+// thread.
+std::int32_t StartDelivery(JobRecord* job);
 
 // The body of an answer with this response code, in the exchange's protocol version: 1 and a
 // NUL-terminated block that the caller frees, or 0 and nothing.

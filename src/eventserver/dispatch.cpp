@@ -115,8 +115,9 @@ void AnswerRejectedRequest(platform::SocketHandle socket, const EventHeader& hea
 
 void AcceptRequest(platform::SocketHandle socket, const EventHeader& header,
                    const CheckedRequest& checked, RequestDocument* document) {
-  ListNode* job = AddJob(socket, JobContent{&header, document->kind, document->data.release(),
-                                            document->dataSize, checked.status, checked.parentUid});
+  JobRecord* job =
+      AddJob(socket, JobContent{&header, document->kind, document->data.release(),
+                                document->dataSize, checked.status, checked.parentUid});
   if (job == nullptr) {
     QueueMessage(socket, AnswerWithoutBody(&header, STATUS_INTERNAL_FAILURE, checked.parentUid));
     return;

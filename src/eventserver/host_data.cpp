@@ -6,6 +6,7 @@
 #include "base/service_state.h"
 #include "base/text.h"
 #include "eventserver/connection_tables.h"
+#include "eventserver/job_index.h"
 #include "platform/clock.h"
 
 namespace zvqrn {
@@ -24,6 +25,19 @@ char* MakeUid() {
   return uid;
 }
 
+namespace {
+
+// The job with this uid whose own header the host has handed in, or null.  jobTableLock is held.
+JobRecord* JobWithHeader(const EventHeader* header, const char* uid) {
+  JobRecord* job = FirstJobWithUid(uid);
+  while (job != nullptr && &job->header != header) {
+    job = NextJobWithUid(job, uid);
+  }
+  return job;
+}
+
+}  // namespace
+
 std::int32_t SendHostData(EventHeader* request, const void* data, std::int32_t length) {
   // The host's record need not end its text.
   char requestUid[UID_SIZE];
@@ -33,19 +47,23 @@ std::int32_t SendHostData(EventHeader* request, const void* data, std::int32_t l
   }
   std::memcpy(requestUid, request->uid, sizeof requestUid);
   requestUid[UID_SIZE - 1] = '\0';
-  const ListNode* node = FindOpenJob(requestUid);
-  if (node == nullptr) {
+  const JobRecord* job = FindOpenJob(requestUid);
+  if (job == nullptr) {
     return 0;
   }
   const OwnedBlock<char> freshUid(MakeUid());
   if (!freshUid) {
     return 0;
   }
+  // A host that hands in a job's own header renames that job.
+  JobRecord* renamed = JobWithHeader(request, requestUid);
   CopyBounded(request->uid, freshUid.get(), UID_SIZE);
-  // Read after the line above: a host that hands in the job's own header has renamed the job.
-  const JobRecord& job = *JobOf(node);
-  QueueMessage(job.socket,
-               OutgoingContent{request, data, length, STATUS_ACCEPTED, job.header->uid, 0});
+  if (renamed != nullptr) {
+    UnindexJob(renamed);
+    IndexJob(renamed);
+  }
+  QueueMessage(job->socket,
+               OutgoingContent{request, data, length, STATUS_ACCEPTED, job->header.uid, 0});
   return 1;
 }
 

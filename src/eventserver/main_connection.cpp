@@ -11,6 +11,9 @@
 namespace zvqrn {
 namespace {
 
+// Every wait between messages ends after this long, to look for a stop.
+constexpr std::int32_t CONNECTION_LOOK_MS = 300;
+
 void WriteConnectionState(ThreadStateValue value) {
   WriteThreadState(&service.connectionState, &service.connectionStateLock, value);
 }
@@ -25,11 +28,23 @@ bool SetUpMainConnection() {
   return true;
 }
 
+// Waits for the scanner's bytes or for something to send, and handles what the scanner has sent.
+ProcessResult WaitAndProcess(platform::SocketHandle socket) {
+  switch (platform::WaitReadableOrWoken(socket, service.connectionWaker, CONNECTION_LOOK_MS)) {
+    case platform::WAKER_SOCKET_READY:
+      return ProcessIncoming(socket);
+    case platform::WAKER_FAILED:
+      return PROCESS_ENDED;
+    default:
+      return PROCESS_IDLE;
+  }
+}
+
 // Serves the connection until it ends; false when it can carry no further answer.
 bool ServeConnection(platform::SocketHandle socket) {
   std::int64_t lastActivity = platform::WholeSeconds();
   while (!StopRequested()) {
-    const ProcessResult processed = ProcessIncoming(socket);
+    const ProcessResult processed = WaitAndProcess(socket);
     if (processed == PROCESS_ENDED) {
       return false;
     }

@@ -1,5 +1,6 @@
 // The main connection: the one scanner that is served in full.  Its thread reads and handles the
-// scanner's messages, sends what is queued for it, and keeps the connection tables while it lives.
+// scanner's messages, sends what is queued for it as soon as it is, and keeps the connection tables
+// while it lives.
 #pragma once
 
 #include <cstdint>

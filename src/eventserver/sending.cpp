@@ -78,10 +78,7 @@ bool LookIntoQueue(const ListNode** first, const ListNode** last) {
     return false;
   }
   *first = service.sendQueue.head;
-  *last = *first;
-  while (*last != nullptr && (*last)->next != nullptr) {
-    *last = (*last)->next;
-  }
+  *last = service.sendQueue.tail;
   return true;
 }
 

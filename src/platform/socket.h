@@ -18,6 +18,11 @@ constexpr SocketHandle NO_SOCKET = 0;
 bool StartSockets();
 void EndSockets();
 
+// Makes the first use of sockets, for which Windows loads parts of itself: called on a thread of
+// the host's, so that no thread of the library has to load anything while the host unloads the
+// library.  After StartSockets.
+void PrepareSockets();
+
 SocketHandle OpenTcpSocket();
 void CloseSocket(SocketHandle socket);
 

@@ -24,8 +24,9 @@ bool OnLibraryThread();
 void WaitForThreads();
 
 // The unload's form of WaitForThreads: also keeps threads that were started and have not yet run
-// from ever entering the library's code.  Safe where the system's loader lock is held.  No thread
-// can be started afterwards.
+// from ever entering the library's code; their procedures may be run on the calling thread instead,
+// and see the stop that the caller has announced.  Safe where the system's loader lock is held.  No
+// thread can be started afterwards.
 void RetireThreads();
 
 // The id of the calling thread; never 0.

@@ -2,6 +2,7 @@
 
 #include <initializer_list>
 
+#include "base/allocation.h"
 #include "base/local_identity.h"
 #include "base/service_state.h"
 #include "base/status.h"
@@ -70,29 +71,58 @@ bool WaitForChange(platform::Event* changed) {
   }
 }
 
-void Watch(platform::AddressNotifier* notifier, platform::Event* changed) {
-  bool armed = platform::ArmAddressNotifier(notifier);
+// What a watcher waits with; it owns it.
+struct AddressWatch {
+  platform::Event* changed;
+  platform::AddressNotifier* notifier;
+  bool armed;
+};
+
+void CloseAddressWatch(AddressWatch* watch) {
+  if (watch->notifier != nullptr) {
+    platform::CloseAddressNotifier(watch->notifier);
+  }
+  if (watch->changed != nullptr) {
+    platform::CloseEvent(watch->changed);
+  }
+  std::free(watch);
+}
+
+using OwnedAddressWatch = Owned<AddressWatch, CloseAddressWatch>;
+
+// Made and armed on the host's thread, because the first use of the notification makes Windows
+// load parts of itself: a thread of the library must not do that while the host unloads it.  Null
+// when memory runs out.
+AddressWatch* OpenAddressWatch() {
+  OwnedAddressWatch watch(NewRecord<AddressWatch>());
+  if (watch) {
+    watch->changed = platform::MakeEvent();
+  }
+  if (watch && watch->changed != nullptr) {
+    watch->notifier = platform::MakeAddressNotifier(watch->changed);
+  }
+  if (watch && watch->notifier != nullptr) {
+    watch->armed = platform::ArmAddressNotifier(watch->notifier);
+  }
+  return watch.release();
+}
+
+void Watch(AddressWatch* watch) {
   // The address may have changed after the start took it and before the notification was armed.
-  bool differs = armed && LocalAddressDiffers();
-  while (armed && (differs || WaitForChange(changed))) {
+  bool differs = watch->armed && LocalAddressDiffers();
+  while (watch->armed && (differs || WaitForChange(watch->changed))) {
     differs = false;
     // Armed before the address is read, so that a change after the reading is told again.
-    armed = platform::ArmAddressNotifier(notifier);
+    watch->armed = platform::ArmAddressNotifier(watch->notifier);
     if (!ActOnChange()) {
       return;
     }
   }
 }
 
-void AddressWatcher(void* /*argument*/) {
-  platform::Event* changed = platform::MakeEvent();
-  if (changed != nullptr) {
-    platform::AddressNotifier* notifier = platform::MakeAddressNotifier(changed);
-    if (notifier != nullptr) {
-      Watch(notifier, changed);
-      platform::CloseAddressNotifier(notifier);
-    }
-    platform::CloseEvent(changed);
+void AddressWatcher(void* argument) {
+  if (const OwnedAddressWatch watch{static_cast<AddressWatch*>(argument)}) {
+    Watch(watch.get());
   }
   service.watchEnabled.store(0);
   service.watcherState.store(THREAD_IDLE);
@@ -110,12 +140,16 @@ void StartAddressWatcher() {
   service.rejoinEvent = platform::MakeEvent();
   // Written before the thread begins, so that a stop waits for a watcher that has not yet run.
   service.watcherState.store(THREAD_RUNNING);
+  OwnedAddressWatch watch(OpenAddressWatch());
   if (service.watcherStopEvent == nullptr || service.rejoinEvent == nullptr ||
-      platform::StartThread(&AddressWatcher, nullptr, platform::STACK_FOR_HOST_CALLBACKS) == 0) {
+      platform::StartThread(&AddressWatcher, watch.get(), platform::STACK_FOR_HOST_CALLBACKS) ==
+          0) {
     service.watcherState.store(THREAD_IDLE);
     service.watchEnabled.store(0);
     CloseWatcherEvents();
+    return;
   }
+  watch.release();
 }
 
 void CloseWatcherEvents() {

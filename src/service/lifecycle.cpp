@@ -143,6 +143,7 @@ std::int32_t StartService(const HostValues& host) {
   ResetRun();
   // A failure shows later, when the listener gets no socket.
   service.socketsStarted.store(platform::StartSockets() ? 1 : 0);
+  platform::PrepareSockets();
   if (BringUp()) {
     return 1;
   }

@@ -72,6 +72,8 @@ bool StartSockets() {
 
 void EndSockets() {}
 
+void PrepareSockets() {}
+
 SocketHandle OpenTcpSocket() {
   return Adopt(::socket(AF_INET, SOCK_STREAM, 0));
 }

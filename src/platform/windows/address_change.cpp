@@ -33,6 +33,9 @@ AddressNotifier* MakeAddressNotifier(Event* event) {
     std::free(notifier);
     return nullptr;
   }
+  // There is nothing to cancel yet: this is for the first use, which makes the system load parts
+  // of itself, and must not come when a thread of the library ends while the host unloads it.
+  CancelIPChangeNotify(&notifier->pending);
   return notifier;
 }
 

@@ -1,5 +1,7 @@
 #include "platform/socket.h"
 
+#include <initializer_list>
+
 #include "platform/windows/windows_headers.h"
 
 namespace zvqrn::platform {
@@ -66,6 +68,14 @@ bool StartSockets() {
 
 void EndSockets() {
   WSACleanup();
+}
+
+void PrepareSockets() {
+  for (const SocketHandle socket : {OpenTcpSocket(), OpenUdpSocket()}) {
+    if (socket != NO_SOCKET) {
+      CloseSocket(socket);
+    }
+  }
 }
 
 SocketHandle OpenTcpSocket() {

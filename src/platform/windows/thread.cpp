@@ -13,7 +13,7 @@ namespace {
 
 // One thread that was started and has not ended; it frees its record itself.
 struct ThreadRecord {
-  DWORD id;  // 0 until the thread runs
+  DWORD id;  // of the thread that runs the procedure; 0 until one does
   ThreadProcedure procedure;
   void* argument;
   ThreadRecord* next;
@@ -46,12 +46,21 @@ void Unlink(const ThreadRecord* record) {
   *slot = record->next;
 }
 
+// Takes a record that nobody has taken to run its procedure.
+bool Take(ThreadRecord* record) {
+  const RecordsGuard guard;
+  if (record->id != 0) {
+    return false;
+  }
+  record->id = ::GetCurrentThreadId();
+  return true;
+}
+
 // The system aligns a new thread's stack to 4 bytes only.
 __attribute__((force_align_arg_pointer)) void RunThread(void* argument) {
   auto* record = static_cast<ThreadRecord*>(argument);
-  {
-    const RecordsGuard guard;
-    record->id = ::GetCurrentThreadId();
+  if (!Take(record)) {
+    return;
   }
   record->procedure(record->argument);
   {
@@ -59,6 +68,19 @@ __attribute__((force_align_arg_pointer)) void RunThread(void* argument) {
     Unlink(record);
   }
   std::free(record);
+}
+
+// A record whose thread has not come to its first instruction, taken by the caller; or null.
+ThreadRecord* TakeUnstarted() {
+  const RecordsGuard guard;
+  ThreadRecord* record = records;
+  while (record != nullptr && record->id != 0) {
+    record = record->next;
+  }
+  if (record != nullptr) {
+    record->id = ::GetCurrentThreadId();
+  }
+  return record;
 }
 
 bool AnyRecord() {
@@ -115,16 +137,25 @@ void WaitForThreads() {
   }
 }
 
-// A thread that has not run yet holds no lock and finds the gate closed; its record stays in the
-// process's heap.
+// A thread that has not come to its first instruction waits for the loader lock, and will find the
+// gate closed.  Others may wait for what it was to do, so that is done here in its place.
 void RetireThreads() {
   {
     const RecordsGuard guard;
     retired = true;
   }
   CloseGate();
+  while (const ThreadRecord* record = TakeUnstarted()) {
+    record->procedure(record->argument);
+  }
   while (ThreadsInside() != 0) {
     Sleep(1);
+  }
+  // What is left was taken above: the others have freed their own.
+  while (records != nullptr) {
+    ThreadRecord* next = records->next;
+    std::free(records);
+    records = next;
   }
 }
 
