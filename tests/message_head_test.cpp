@@ -12,6 +12,12 @@ namespace {
 
 using test::BlockOf;
 
+HeadState Measure(const std::string& bytes) {
+  const test::SuspiciousBlock block = BlockOf(bytes);
+  HeadMeasure measure{};
+  return MeasureHead(block.Data(), block.length, &measure);
+}
+
 TEST(ParseHead, JudgesStartLinesAndHeaders) {
   const std::string good = "POST /PushScan HTTP/1.0\r\n";
   const struct {
@@ -51,13 +57,12 @@ TEST(ParseHead, JudgesStartLinesAndHeaders) {
     EXPECT_EQ(ParseHead(block.Data(), block.length, &parsed), c.kind) << c.name;
     EXPECT_EQ(parsed != nullptr, c.kind > 0) << c.name;
     FreeParsedMessage(parsed);
+    EXPECT_EQ(Measure(c.head) == HEAD_COMPLETE, c.kind > 0) << c.name;
     // A head that is not complete may grow exactly as long as no line that has ended is bad: a
     // prefix of a good head always may.
     for (std::int32_t length = 0; length < block.length; length++) {
-      const test::SuspiciousBlock prefix =
-          BlockOf(c.head.substr(0, static_cast<std::size_t>(length)));
-      const bool mayGrow = HeadMayGrow(prefix.Data(), prefix.length);
-      EXPECT_TRUE(mayGrow || c.kind < 0) << c.name << " cut at " << length;
+      const HeadState state = Measure(c.head.substr(0, static_cast<std::size_t>(length)));
+      EXPECT_TRUE(state == HEAD_UNFINISHED || c.kind < 0) << c.name << " cut at " << length;
     }
   }
   ParsedMessage* parsed = nullptr;
@@ -65,24 +70,29 @@ TEST(ParseHead, JudgesStartLinesAndHeaders) {
   EXPECT_EQ(ParseHead("", 0, nullptr), 0);
 }
 
-TEST(HeadMayGrow, StopsAtTheFirstBadLine) {
+TEST(MeasureHead, StopsAtTheFirstBadLineAndReadsTheFirstLength) {
   const struct {
     std::string begin;
-    bool mayGrow;
+    HeadState state;
+    std::int32_t contentLength = 0;
   } cases[] = {
-      {"", true},
-      {"PO", true},
-      {"<?xml version=\"1.0\" ?>\r", true},
-      {"<?xml version=\"1.0\" ?>\r\n", false},
-      {"POST / HTTP/1.0\r\n", true},
-      {"POST / HTTP/1.0\r\nno colon", true},
-      {"POST / HTTP/1.0\r\nno colon\r\n", false},
-      {"POST / HTTP/1.0\r\na : b\r\n\r", true},
-      {"POST / HTTP/1.0\r\na : b\r\n\r\n", false},
+      {"", HEAD_UNFINISHED},
+      {"PO", HEAD_UNFINISHED},
+      {"<?xml version=\"1.0\" ?>\r", HEAD_UNFINISHED},
+      {"<?xml version=\"1.0\" ?>\r\n", HEAD_MALFORMED},
+      {"POST / HTTP/1.0\r\n", HEAD_UNFINISHED},
+      {"POST / HTTP/1.0\r\nno colon", HEAD_UNFINISHED},
+      {"POST / HTTP/1.0\r\nno colon\r\n", HEAD_MALFORMED},
+      {"POST / HTTP/1.0\r\na : b\r\n\r", HEAD_UNFINISHED},
+      {"POST / HTTP/1.0\r\na : b\r\n\r\nbody", HEAD_COMPLETE},
+      {"POST / HTTP/1.0\r\ncontent-LENGTH: 12\r\nContent-Length: 3\r\n\r\n", HEAD_COMPLETE, 12},
+      {"POST / HTTP/1.0\r\nContent-Length:\v\r\n7 : 7\r\n\r\n", HEAD_COMPLETE, 0},
   };
   for (const auto& c : cases) {
     const test::SuspiciousBlock block = BlockOf(c.begin);
-    EXPECT_EQ(HeadMayGrow(block.Data(), block.length), c.mayGrow) << c.begin;
+    HeadMeasure measure{};
+    EXPECT_EQ(MeasureHead(block.Data(), block.length, &measure), c.state) << c.begin;
+    EXPECT_EQ(measure.contentLength, c.contentLength) << c.begin;
   }
 }
 

@@ -53,6 +53,14 @@ bool BeginsIgnoringCase(const char* text, const char* prefix) {
   return *prefix == '\0';
 }
 
+bool IsWord(const char* text, std::size_t length, const char* word) {
+  std::size_t used = 0;
+  while (used < length && word[used] != '\0' && ToCapital(text[used]) == ToCapital(word[used])) {
+    used++;
+  }
+  return used == length && word[used] == '\0';
+}
+
 bool IsDigit(char letter) {
   return letter >= '0' && letter <= '9';
 }
@@ -62,16 +70,20 @@ bool IsWhiteSpace(char letter) {
 }
 
 std::int32_t DecimalNumber(const char* text) {
-  while (IsWhiteSpace(*text)) {
-    text++;
+  return DecimalNumber(text, text + std::strlen(text));
+}
+
+std::int32_t DecimalNumber(const char* at, const char* end) {
+  while (at != end && IsWhiteSpace(*at)) {
+    at++;
   }
-  const bool negative = *text == '-';
-  if (*text == '-' || *text == '+') {
-    text++;
+  const bool negative = at != end && *at == '-';
+  if (at != end && (*at == '-' || *at == '+')) {
+    at++;
   }
   std::int64_t number = 0;
-  for (; IsDigit(*text); text++) {
-    number = number * 10 + (*text - '0');
+  for (; at != end && IsDigit(*at); at++) {
+    number = number * 10 + (*at - '0');
     if (number > INT32_MAX) {
       return negative ? INT32_MIN : INT32_MAX;
     }

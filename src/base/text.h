@@ -1,6 +1,7 @@
 // Small operations on 8-bit text that every room uses.  No state; any thread.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace zvqrn {
@@ -20,12 +21,17 @@ std::int32_t EqualsIgnoringCase(const char* a, const char* b);
 // True when `text` begins with `prefix`, letters a to z taken as capitals.
 bool BeginsIgnoringCase(const char* text, const char* prefix);
 
+// True when `length` bytes from `text` on are `word`, letters a to z taken as capitals.
+bool IsWord(const char* text, std::size_t length, const char* word);
+
 char ToCapital(char letter);
 
 // The decimal number at the start of `text`, as the standard atoi reads it: white space, a sign,
 // digits up to the first other byte; 0 when there are none.  A number that does not fit becomes
 // the nearest one that does.
 std::int32_t DecimalNumber(const char* text);
+// The same for the text from `at` to `end`.
+std::int32_t DecimalNumber(const char* at, const char* end);
 
 bool IsDigit(char letter);
 // Space, tab, line feed, vertical tab, form feed or carriage return.

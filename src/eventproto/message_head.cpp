@@ -36,10 +36,11 @@ bool Contains(Span span, const char* mark) {
 
 // The CR of the next CR LF, or null.
 const char* FindLineEnd(Span text) {
-  for (const char* at = text.begin; text.end - at >= 2; at++) {
-    if (at[0] == '\r' && at[1] == '\n') {
+  while (const char* at = FindByte(text, '\r')) {
+    if (text.end - at >= 2 && at[1] == '\n') {
       return at;
     }
+    text.begin = at + 1;
   }
   return nullptr;
 }
@@ -154,12 +155,14 @@ const char* NextToken(const char** at, const char* end) {
 }  // namespace
 
 std::int32_t FindHeadEnd(const char* data, std::int32_t length) {
-  if (data == nullptr) {
+  if (data == nullptr || length < 4) {
     return 0;
   }
-  for (std::int32_t i = 3; i < length; i++) {
-    if (std::memcmp(data + i - 3, "\r\n\r\n", 4) == 0) {
-      return i + 1;
+  Span rest{data, data + length};
+  while (const char* lineEnd = FindLineEnd(rest)) {
+    rest.begin = lineEnd + 2;
+    if (Size(rest) >= 2 && rest.begin[0] == '\r' && rest.begin[1] == '\n') {
+      return static_cast<std::int32_t>(rest.begin + 2 - data);
     }
   }
   return 0;
@@ -196,30 +199,34 @@ std::int32_t ParseHead(const char* data, std::int32_t length, ParsedMessage** pa
   return (*parsed)->kind;
 }
 
-bool HeadMayGrow(const char* data, std::int32_t length) {
-  if (FindHeadEnd(data, length) > 0) {
-    return false;
-  }
+HeadState MeasureHead(const char* data, std::int32_t length, HeadMeasure* measure) {
+  *measure = HeadMeasure{};
   Span rest{data, data + length};
   const char* lineEnd = FindLineEnd(rest);
   if (lineEnd == nullptr) {
-    return true;
+    return HEAD_UNFINISHED;
   }
   if (CutStartLine({rest.begin, lineEnd}).kind == 0) {
-    return false;
+    return HEAD_MALFORMED;
   }
-  for (;;) {
-    rest.begin = lineEnd + 2;
-    lineEnd = FindLineEnd(rest);
+  Span contentLength{};
+  for (rest.begin = lineEnd + 2; (lineEnd = FindLineEnd(rest)) != rest.begin;
+       rest.begin = lineEnd + 2) {
     if (lineEnd == nullptr) {
-      return true;
+      return HEAD_UNFINISHED;
     }
     Span name{};
     Span value{};
     if (!CutHeaderLine({rest.begin, lineEnd}, &name, &value)) {
-      return false;
+      return HEAD_MALFORMED;
+    }
+    if (contentLength.begin == nullptr && IsWord(name.begin, Size(name), HEADER_CONTENT_LENGTH)) {
+      contentLength = value;
     }
   }
+  measure->headLength = static_cast<std::int32_t>(rest.begin + 2 - data);
+  measure->contentLength = DecimalNumber(contentLength.begin, contentLength.end);
+  return HEAD_COMPLETE;
 }
 
 std::int32_t FindHeader(const ParsedMessage* parsed, const char* name, const char** value) {

@@ -30,9 +30,17 @@ std::int32_t FindHeadEnd(const char* data, std::int32_t length);
 // bodyStart.
 std::int32_t ParseHead(const char* data, std::int32_t length, ParsedMessage** parsed);
 
-// True when the bytes in hand are the beginning of a head that more bytes can still make good:
-// no empty line yet, and no line that has ended is malformed.
-bool HeadMayGrow(const char* data, std::int32_t length);
+// What the bytes in hand are, without a copy of them.
+enum HeadState : std::int32_t {
+  HEAD_MALFORMED = -1,  // a line that has ended is malformed
+  HEAD_UNFINISHED = 0,  // more bytes can still make a head of them
+  HEAD_COMPLETE = 1     // ParseHead accepts them
+};
+struct HeadMeasure {
+  std::int32_t headLength;     // both 0 unless the head is complete
+  std::int32_t contentLength;  // the number in the first Content-Length; 0 when there is none
+};
+HeadState MeasureHead(const char* data, std::int32_t length, HeadMeasure* measure);
 
 // 1 and the value of the first header of that name; -1 when there is none; 0 for null arguments.
 // The value lives as long as `parsed`.

@@ -51,17 +51,13 @@ bool BeginHolding(Holding* holding, OwnedBlock<char> leftover, std::int32_t left
   return true;
 }
 
-// The length of the message whose head is in hand, which may be below its head's and even below 0
-// when Content-Length is negative; false when there is no complete and well-formed head.
-bool AnnouncedLength(const Holding& holding, std::int64_t* total) {
-  ParsedMessage* parsed = nullptr;
-  const std::int32_t kind = ParseHead(holding.bytes.get(), holding.held, &parsed);
-  const OwnedParsedMessage owner(parsed);
-  if (kind < KIND_REQUEST) {
-    return false;
-  }
-  *total = static_cast<std::int64_t>(parsed->headLength) + ContentLength(parsed);
-  return true;
+// Looks at the head in hand; `total` becomes the length of its message, which may be below the
+// head's and even below 0 when Content-Length is negative, and stays 0 until the head is complete.
+HeadState LookAtHead(const Holding& holding, std::int64_t* total) {
+  HeadMeasure measure{};
+  const HeadState state = MeasureHead(holding.bytes.get(), holding.held, &measure);
+  *total = static_cast<std::int64_t>(measure.headLength) + measure.contentLength;
+  return state;
 }
 
 // Receives the rest of a body.  The buffer grows with what has arrived, not with what was
@@ -163,17 +159,16 @@ ReadResult ReadMessage(platform::SocketHandle socket, char** message, std::int32
 
   ReadResult result = READ_DONE;
   std::int64_t total = 0;
-  bool headKnown = holding.held > 0 && AnnouncedLength(holding, &total);
-  // Only a head that more bytes can still make good is worth a receive; the bytes in hand leave
-  // room for them, because such a head is shorter than the buffer.
-  if (!headKnown && holding.held < HEAD_LIMIT && HeadMayGrow(holding.bytes.get(), holding.held)) {
+  HeadState head = LookAtHead(holding, &total);
+  // The bytes in hand leave room for more, because an unfinished head is shorter than the buffer.
+  if (head == HEAD_UNFINISHED && holding.held < HEAD_LIMIT) {
     std::int32_t received = 0;
     result = ReceiveWithTimeout(socket, holding.bytes.get() + holding.held,
                                 HEAD_LIMIT - holding.held, &received);
     holding.held += received;
-    headKnown = result == READ_DONE && AnnouncedLength(holding, &total);
+    head = LookAtHead(holding, &total);
   }
-  if (headKnown) {
+  if (head == HEAD_COMPLETE) {
     result = ReceiveBody(socket, &holding, total);
   }
   if (result != READ_DONE && result != READ_TIMED_OUT) {

@@ -1,5 +1,6 @@
 #include "eventproto/message_writer.h"
 
+#include <algorithm>
 #include <cstring>
 #include <initializer_list>
 
@@ -55,6 +56,33 @@ bool GrowHeaders(EventMessage* message, std::int32_t line) {
   }
   message->headers = headers;
   message->headerCapacity = static_cast<std::int32_t>(capacity);
+  return true;
+}
+
+// The bytes of a message with this body.  A sum that no block can hold counts as the largest: no
+// buffer is that large.
+std::int32_t SizeWithBody(const EventMessage& message, std::int32_t bodyLength) {
+  const std::int64_t size = static_cast<std::int64_t>(message.startLineLength) +
+                            message.headerLength + std::max(bodyLength, 0) + 2;
+  return static_cast<std::int32_t>(std::min(size, SIZE_LIMIT));
+}
+
+// Writes a message with this body; false when `size` bytes have no room for it.
+bool WriteMessage(const EventMessage& message, const char* body, std::int32_t bodyLength, char* out,
+                  std::int32_t size) {
+  const std::int32_t needed = SizeWithBody(message, bodyLength);
+  if (size < needed || needed == SIZE_LIMIT) {
+    return false;
+  }
+  Cursor cursor{out};
+  Put(&cursor, message.startLine, message.startLineLength);
+  if (message.headerLength > 0) {
+    Put(&cursor, message.headers, message.headerLength);
+  }
+  PutText(&cursor, "\r\n");
+  if (bodyLength > 0) {
+    Put(&cursor, body, bodyLength);
+  }
   return true;
 }
 
@@ -172,30 +200,15 @@ std::int32_t MessageSize(const EventMessage* message) {
   if (message == nullptr) {
     return -1;
   }
-  // A sum that no block can hold counts as the largest: no buffer is that large.
-  const std::int64_t size = static_cast<std::int64_t>(message->startLineLength) +
-                            message->headerLength + message->bodyLength + 2;
-  return static_cast<std::int32_t>(size < SIZE_LIMIT ? size : SIZE_LIMIT);
+  return SizeWithBody(*message, message->bodyLength);
 }
 
 WriteResult SerializeMessage(const EventMessage* message, char* out, std::int32_t size) {
   if (message == nullptr || out == nullptr || size < 1) {
     return WRITE_BAD_ARGUMENT;
   }
-  const std::int32_t needed = MessageSize(message);
-  if (size < needed || needed == SIZE_LIMIT) {
-    return WRITE_FAILED;
-  }
-  Cursor cursor{out};
-  Put(&cursor, message->startLine, message->startLineLength);
-  if (message->headerLength > 0) {
-    Put(&cursor, message->headers, message->headerLength);
-  }
-  PutText(&cursor, "\r\n");
-  if (message->bodyLength > 0) {
-    Put(&cursor, message->body, message->bodyLength);
-  }
-  return WRITE_DONE;
+  return WriteMessage(*message, message->body, message->bodyLength, out, size) ? WRITE_DONE
+                                                                               : WRITE_FAILED;
 }
 
 std::int32_t FreeMessage(EventMessage* message) {
@@ -221,13 +234,10 @@ std::int32_t BuildMessageBytes(const OutgoingMessage* outgoing, char** bytes, st
   if (created != WRITE_DONE || !AddProtocolHeaders(made, *outgoing)) {
     return 0;
   }
-  if (outgoing->bodyLength > 0 &&
-      SetBody(made, outgoing->body, outgoing->bodyLength) != WRITE_DONE) {
-    return 0;
-  }
-  const std::int32_t needed = MessageSize(made);
+  // The outgoing message keeps its body until after this call, so the body needs no copy first.
+  const std::int32_t needed = SizeWithBody(*made, outgoing->bodyLength);
   OwnedBlock<char> block(NewBytes(needed));
-  if (!block || SerializeMessage(made, block.get(), needed) != WRITE_DONE) {
+  if (!block || !WriteMessage(*made, outgoing->body, outgoing->bodyLength, block.get(), needed)) {
     return 0;
   }
   *bytes = block.release();

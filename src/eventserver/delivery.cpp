@@ -1,7 +1,5 @@
 #include "eventserver/delivery.h"
 
-#include <cstring>
-
 #include "base/allocation.h"
 #include "base/service_state.h"
 #include "base/text.h"
@@ -137,19 +135,7 @@ std::int32_t BuildResponseBody(std::int32_t code, const char* protocolVersion, c
     return 0;
   }
   const OwnedBuiltDocument document(made);
-  const char* text = nullptr;
-  std::int32_t length = 0;
-  if (GetPushScanText(document.get(), &text, &length) != DOC_OK) {
-    return 0;
-  }
-  char* copy = NewBytes(static_cast<std::int64_t>(length) + 1);
-  if (copy == nullptr) {
-    return 0;
-  }
-  std::memcpy(copy, text, static_cast<std::size_t>(length));
-  *body = copy;
-  *bodyLength = length;
-  return 1;
+  return TakePushScanText(document.get(), body, bodyLength) == DOC_OK ? 1 : 0;
 }
 
 void WaitForDeliveries() {

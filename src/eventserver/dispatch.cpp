@@ -35,35 +35,28 @@ static_assert(offsetof(PushScanRequestRecord, productName) == 0 &&
                   offsetof(PushScanIdRecord, productName) == 0,
               "the product name comes first in both records");
 
-// Copies the record of a request and fills in the name of the driver that serves its scanner:
-// over the product name in a version 1 record, which has no field of its own for it.  False when
-// memory runs out.
-bool CompleteRequestData(const PushScanDataView& view, RequestDocument* document) {
-  OwnedBlock<char> record(NewBytes(view.dataSize));
-  OwnedBlock<char> driverName(NewBytes(DRIVER_NAME_SIZE));
-  if (!record || !driverName) {
-    return false;
-  }
-  std::memcpy(record.get(), view.data, static_cast<std::size_t>(view.dataSize));
-  switch (CallGetTwainName(service.getTwainName, record.get(), driverName.get())) {
+// Takes the record of a request and fills in the name of the driver that serves its scanner: over
+// the product name in a version 1 record, which has no field of its own for it.  The record may
+// still be turned down by the document's code.
+void CompleteRequestData(const PushScanDataView& view, OwnedBlock<char> record,
+                         RequestDocument* document) {
+  char driverName[DRIVER_NAME_SIZE] = {};
+  switch (CallGetTwainName(service.getTwainName, record.get(), driverName)) {
     case DRIVER_NAME_FOUND: {
       const std::size_t place = view.kind == DOCUMENT_PUSHSCAN_V1
                                     ? offsetof(PushScanRequestRecord, productName)
                                     : offsetof(PushScanIdRecord, driverName);
-      CopyBounded(record.get() + place, driverName.get(), DRIVER_NAME_SIZE);
+      CopyBounded(record.get() + place, driverName, DRIVER_NAME_SIZE);
       document->kind = view.kind;
       document->data = std::move(record);
       document->dataSize = view.dataSize;
-      return true;
+      return;
     }
     case DRIVER_NAME_NO_LIBRARY:
       document->code = CODE_NO_UTILITY_LIBRARY;
-      return true;
-    case DRIVER_NAME_UNKNOWN:
-      document->code = CODE_NO_DRIVER;
-      return true;
+      return;
     default:
-      return false;
+      document->code = CODE_NO_DRIVER;
   }
 }
 
@@ -89,7 +82,8 @@ bool ReadPushScanRequest(const char* body, std::int32_t bodyLength, const char* 
     document->code = DOC_UNREADABLE;
     return true;
   }
-  return CompleteRequestData(view, document);
+  CompleteRequestData(view, OwnedBlock<char>(static_cast<char*>(TakePushScanData(made))), document);
+  return true;
 }
 
 // Answers a request whose body was not accepted.  A missing driver is told in a document, under
@@ -141,7 +135,9 @@ bool IsProtocolRequest(const ParsedMessage* parsed, EventHeader* header) {
 
 // Keeps the bytes that begin the next message, or drops them when they cannot become one.
 bool KeepLeftover(OwnedBlock<char> bytes, std::int32_t length) {
-  if (!bytes || length >= HEAD_LIMIT || !HeadMayGrow(bytes.get(), length)) {
+  HeadMeasure measure{};
+  if (!bytes || length >= HEAD_LIMIT ||
+      MeasureHead(bytes.get(), length, &measure) != HEAD_UNFINISHED) {
     return false;
   }
   service.incomingLeftover = bytes.release();

@@ -175,6 +175,16 @@ DocumentResult GetPushScanText(const PushScanDocument* document, const char** te
   return DOC_OK;
 }
 
+DocumentResult TakePushScanText(PushScanDocument* document, char** text, std::int32_t* textLength) {
+  const char* own = nullptr;
+  if (text == nullptr || GetPushScanText(document, &own, textLength) != DOC_OK) {
+    return DOC_FAILED;
+  }
+  *text = document->text;
+  document->text = nullptr;
+  return DOC_OK;
+}
+
 void ReleasePushScanDocument(PushScanDocument* document) {
   if (document != nullptr) {
     std::free(document->text);

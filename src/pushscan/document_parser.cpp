@@ -1,7 +1,7 @@
 // Reads received documents into their data records.
 
 #include <cstddef>
-#include <cstring>
+#include <utility>
 
 #include "base/text.h"
 #include "eventproto/protocol.h"
@@ -57,9 +57,9 @@ bool ReadNumber(const XmlContext* context, const char* element, std::int32_t* va
 
 bool ReadWord(const XmlContext* context, const char* element, const WordTable& words,
               std::int32_t* value) {
-  char text[WORD_LIMIT + 1];
-  return ReadElementText(context, element, WORD_LIMIT, text) == XML_FOUND &&
-         ValueOf(words, text, value);
+  XmlText text{};
+  return FindElementText(context, element, WORD_LIMIT, &text) == XML_FOUND &&
+         ValueOf(words, text.begin, static_cast<std::size_t>(text.length), value);
 }
 
 // Both kinds of request begin with the scanner's product name and have its address at the same
@@ -138,11 +138,9 @@ DocumentResult ParsePushScanDocument(const char* input, std::int32_t inputLength
   if (input == nullptr || inputLength < 0 || protocolVersion == nullptr || document == nullptr) {
     return DOC_FAILED;
   }
-  const OwnedXmlContext context(CreateXmlContext());
-  if (SetXmlInput(context.get(), input, inputLength) != 1) {
-    return DOC_FAILED;
-  }
-  const std::int32_t kind = DetectPushScanKind(context.get(), protocolVersion);
+  XmlContext context;
+  SetXmlInput(&context, input, inputLength);
+  const std::int32_t kind = DetectPushScanKind(&context, protocolVersion);
   if (kind == 0) {
     return DOC_UNREADABLE;
   }
@@ -158,7 +156,7 @@ DocumentResult ParsePushScanDocument(const char* input, std::int32_t inputLength
   }
   made->text = const_cast<char*>(input);
   made->textLength = inputLength;
-  if (!ReadPushScanFields(context.get(), *made)) {
+  if (!ReadPushScanFields(&context, *made)) {
     return DOC_UNREADABLE;
   }
   if (!ValidatePushScanData(*made)) {
@@ -175,6 +173,10 @@ DocumentResult GetPushScanData(const PushScanDocument* document, PushScanDataVie
   }
   *view = PushScanDataView{document->kind, document->dataSize, document->data};
   return DOC_OK;
+}
+
+void* TakePushScanData(PushScanDocument* document) {
+  return std::exchange(document->data, nullptr);
 }
 
 void ReleaseParsedPushScan(PushScanDocument* document) {

@@ -55,6 +55,9 @@ DocumentResult CreatePushScanDocument(std::int32_t kind, const void* data, std::
 DocumentResult GetPushScanText(const PushScanDocument* document, const char** text,
                                std::int32_t* textLength);
 
+// The same text, which is the caller's to free from now on; the document has none any more.
+DocumentResult TakePushScanText(PushScanDocument* document, char** text, std::int32_t* textLength);
+
 // Null does nothing.
 void ReleasePushScanDocument(PushScanDocument* document);
 
@@ -66,6 +69,9 @@ DocumentResult ParsePushScanDocument(const char* input, std::int32_t inputLength
 
 // What a parsed document holds.
 DocumentResult GetPushScanData(const PushScanDocument* document, PushScanDataView* view);
+
+// The data of a parsed document, which is the caller's to free from now on.
+void* TakePushScanData(PushScanDocument* document);
 
 // Null does nothing.
 void ReleaseParsedPushScan(PushScanDocument* document);

@@ -1,7 +1,5 @@
 #include "pushscan/vocabulary.h"
 
-#include <cstddef>
-
 #include "base/text.h"
 #include "zvqrn/zvqrn.h"
 
@@ -61,9 +59,9 @@ const char* WordOf(const WordTable& table, std::int32_t value) {
   return nullptr;
 }
 
-bool ValueOf(const WordTable& table, const char* text, std::int32_t* value) {
+bool ValueOf(const WordTable& table, const char* text, std::size_t length, std::int32_t* value) {
   for (std::int32_t i = 0; i < table.count; i++) {
-    if (EqualsIgnoringCase(table.words[i].text, text) == 0) {
+    if (IsWord(text, length, table.words[i].text)) {
       *value = table.words[i].value;
       return true;
     }

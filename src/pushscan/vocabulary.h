@@ -2,6 +2,7 @@
 // number of each word.  Used by the builder and the parser of documents.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace zvqrn {
@@ -46,7 +47,8 @@ extern const WordTable RESPONSE_CODES;
 // The word of a number, or null.
 const char* WordOf(const WordTable& table, std::int32_t value);
 
-// The number of a word, compared without regard to case; false when the table does not have it.
-bool ValueOf(const WordTable& table, const char* text, std::int32_t* value);
+// The number of a word of `length` bytes, compared without regard to case; false when the table
+// does not have it.
+bool ValueOf(const WordTable& table, const char* text, std::size_t length, std::int32_t* value);
 
 }  // namespace zvqrn

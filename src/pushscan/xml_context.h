@@ -11,13 +11,20 @@ namespace zvqrn {
 // A line of a document, its CR LF included, and the NUL of the block that it is composed in.
 constexpr std::int32_t XML_LINE_LIMIT = 255;
 
+// The first tags of a text are looked for once: more than any document of the protocol has.
+constexpr std::int32_t XML_TAG_NOTES = 64;
+
 struct XmlContext {
-  const char* input;  // the text being read; not owned
-  std::int32_t inputLength;
-  char* line;               // the line being composed, XML_LINE_LIMIT + 1 bytes; owned
-  char* text;               // the document written so far, NUL-terminated; owned until taken
-  std::int32_t textLength;  // without the NUL
-  std::int32_t depth;       // elements opened and not yet closed
+  const char* input;                // the text being read; not owned
+  const char* inputEnd;             // its first NUL, or the byte after it
+  const char* tags[XML_TAG_NOTES];  // where each "<" stands, from the first on
+  std::int32_t tagCount;
+
+  char* line;                 // the line being composed, XML_LINE_LIMIT + 1 bytes; owned
+  char* text;                 // the document written so far, NUL-terminated; owned until taken
+  std::int32_t textLength;    // without the NUL
+  std::int32_t textCapacity;  // bytes allocated for it
+  std::int32_t depth;         // elements opened and not yet closed
 };
 
 // A new context, all zero; null when memory runs out.

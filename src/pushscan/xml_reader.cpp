@@ -1,6 +1,5 @@
 #include "pushscan/xml_reader.h"
 
-#include <algorithm>
 #include <cstring>
 #include <initializer_list>
 
@@ -29,16 +28,39 @@ bool MakePattern(Pattern* pattern, std::initializer_list<const char*> pieces) {
   return true;
 }
 
-const char* Search(const char* begin, const char* end, const Pattern& pattern) {
-  const char* found = std::search(begin, end, pattern.text, pattern.text + pattern.length);
-  return found != end ? found : nullptr;
+// Walks the places in the text where a tag may begin.
+struct TagWalk {
+  const XmlContext* context;
+  std::int32_t next;  // the next note; the text itself is searched after the last one
+  const char* at;     // the place found, or null
+};
+
+const char* FindTagStart(const char* from, const char* end) {
+  return static_cast<const char*>(std::memchr(from, '<', static_cast<std::size_t>(end - from)));
 }
 
-// The end of the text that is searched.
-const char* TextEnd(const XmlContext* context) {
-  const void* nul =
-      std::memchr(context->input, '\0', static_cast<std::size_t>(context->inputLength));
-  return nul != nullptr ? static_cast<const char*>(nul) : context->input + context->inputLength;
+bool Advance(TagWalk* walk) {
+  const XmlContext* context = walk->context;
+  if (walk->next < context->tagCount) {
+    walk->at = context->tags[walk->next++];
+  } else if (context->tagCount < XML_TAG_NOTES) {
+    walk->at = nullptr;
+  } else {
+    walk->at = FindTagStart(walk->at + 1, context->inputEnd);
+  }
+  return walk->at != nullptr;
+}
+
+// Advances to the next tag that is exactly `pattern`.
+bool AdvanceTo(TagWalk* walk, const char* pattern, std::size_t length) {
+  while (Advance(walk)) {
+    const char* at = walk->at;
+    if (static_cast<std::size_t>(walk->context->inputEnd - at) >= length && at[1] == pattern[1] &&
+        std::memcmp(at, pattern, length) == 0) {
+      return true;
+    }
+  }
+  return false;
 }
 
 bool HasInput(const XmlContext* context) {
@@ -51,8 +73,16 @@ std::int32_t SetXmlInput(XmlContext* context, const char* input, std::int32_t in
   if (context == nullptr || input == nullptr || inputLength < 0) {
     return 0;
   }
+  const auto length = static_cast<std::size_t>(inputLength);
+  const void* nul = std::memchr(input, '\0', length);
   context->input = input;
-  context->inputLength = inputLength;
+  context->inputEnd = nul != nullptr ? static_cast<const char*>(nul) : input + length;
+  context->tagCount = 0;
+  const char* tag = FindTagStart(input, context->inputEnd);
+  while (tag != nullptr && context->tagCount < XML_TAG_NOTES) {
+    context->tags[context->tagCount++] = tag;
+    tag = FindTagStart(tag + 1, context->inputEnd);
+  }
   return 1;
 }
 
@@ -62,36 +92,46 @@ XmlResult FindPrefixedStartTag(const XmlContext* context, const char* prefix, co
       !MakePattern(&pattern, {"<", prefix, ":", name, " "})) {
     return XML_BAD_ARGUMENT;
   }
-  return Search(context->input, TextEnd(context), pattern) != nullptr ? XML_FOUND : XML_NOT_FOUND;
+  TagWalk walk{context, 0, nullptr};
+  return AdvanceTo(&walk, pattern.text, pattern.length) ? XML_FOUND : XML_NOT_FOUND;
+}
+
+XmlResult FindElementText(const XmlContext* context, const char* name, std::int32_t maxLength,
+                          XmlText* found) {
+  Pattern endTag;
+  Pattern startTag;
+  if (!HasInput(context) || name == nullptr || maxLength < 0 || found == nullptr ||
+      !MakePattern(&endTag, {"</", name, ">"}) || !MakePattern(&startTag, {"<", name, ">"})) {
+    return XML_BAD_ARGUMENT;
+  }
+  TagWalk walk{context, 0, nullptr};
+  if (!AdvanceTo(&walk, startTag.text, startTag.length)) {
+    return XML_NOT_FOUND;
+  }
+  const char* value = walk.at + startTag.length;
+  if (!AdvanceTo(&walk, endTag.text, endTag.length)) {
+    return XML_NOT_FOUND;
+  }
+  const std::ptrdiff_t length = walk.at - value;
+  if (length > XML_VALUE_LIMIT || length > maxLength) {
+    return XML_BAD_ARGUMENT;
+  }
+  *found = XmlText{value, static_cast<std::int32_t>(length)};
+  return XML_FOUND;
 }
 
 XmlResult ReadElementText(const XmlContext* context, const char* name, std::int32_t maxLength,
                           char* out) {
-  if (!HasInput(context) || name == nullptr || maxLength < 0 || out == nullptr) {
+  if (out == nullptr || maxLength < 0) {
     return XML_BAD_ARGUMENT;
   }
   std::memset(out, 0, static_cast<std::size_t>(maxLength) + 1);
-  Pattern startTag;
-  Pattern endTag;
-  if (!MakePattern(&startTag, {"<", name, ">"}) || !MakePattern(&endTag, {"</", name, ">"})) {
-    return XML_BAD_ARGUMENT;
+  XmlText found{};
+  const XmlResult result = FindElementText(context, name, maxLength, &found);
+  if (result == XML_FOUND) {
+    std::memcpy(out, found.begin, static_cast<std::size_t>(found.length));
   }
-  const char* end = TextEnd(context);
-  const char* start = Search(context->input, end, startTag);
-  if (start == nullptr) {
-    return XML_NOT_FOUND;
-  }
-  const char* value = start + startTag.length;
-  const char* valueEnd = Search(value, end, endTag);
-  if (valueEnd == nullptr) {
-    return XML_NOT_FOUND;
-  }
-  const std::ptrdiff_t length = valueEnd - value;
-  if (length > XML_VALUE_LIMIT || length > maxLength) {
-    return XML_BAD_ARGUMENT;
-  }
-  std::memcpy(out, value, static_cast<std::size_t>(length));
-  return XML_FOUND;
+  return result;
 }
 
 std::int32_t IsIntegerText(const char* text) {

@@ -19,15 +19,25 @@ enum XmlResult : std::int32_t {
 constexpr std::int32_t XML_PATTERN_LIMIT = 63;
 constexpr std::int32_t XML_VALUE_LIMIT = 256;
 
-// Stores the text in the context; the caller keeps it valid.  It ends early at a NUL.  1, or 0 for
-// a missing or negative argument.
+// Stores the text in the context and notes where its tags begin; the caller keeps it valid.  It
+// ends early at a NUL.  1, or 0 for a missing or negative argument.
 std::int32_t SetXmlInput(XmlContext* context, const char* input, std::int32_t inputLength);
 
 // Is there a start tag of this prefix and name with a space behind it, that is, with attributes?
 XmlResult FindPrefixedStartTag(const XmlContext* context, const char* prefix, const char* name);
 
-// Copies the text between the first "<name>" and the next "</name>" into `out`, a buffer of
-// maxLength + 1 bytes, which is zeroed first.
+// A value where it stands in the input.
+struct XmlText {
+  const char* begin;
+  std::int32_t length;
+};
+
+// Finds the text between the first "<name>" and the next "</name>"; one of more than `maxLength`
+// bytes is a bad argument.
+XmlResult FindElementText(const XmlContext* context, const char* name, std::int32_t maxLength,
+                          XmlText* found);
+
+// Copies that text into `out`, a buffer of maxLength + 1 bytes, which is zeroed first.
 XmlResult ReadElementText(const XmlContext* context, const char* name, std::int32_t maxLength,
                           char* out);
 

@@ -1,5 +1,6 @@
 #include "pushscan/xml_writer.h"
 
+#include <algorithm>
 #include <cstring>
 #include <initializer_list>
 
@@ -8,6 +9,9 @@ namespace {
 
 constexpr char LINE_END[] = "\r\n";
 constexpr std::size_t LINE_BLOCK = XML_LINE_LIMIT + 1;
+
+// Room for an answer of the protocol.
+constexpr std::int64_t FIRST_TEXT_BLOCK = 512;
 
 bool IsEmpty(const char* text) {
   return text == nullptr || *text == '\0';
@@ -57,6 +61,22 @@ std::int32_t EndLine(LineComposer* composer) {
 
 bool CanWrite(const XmlContext* context) {
   return context != nullptr && context->line != nullptr;
+}
+
+// Makes room for `used` bytes, and for as much again, so that a document is moved a few times only.
+bool GrowText(XmlContext* context, std::int64_t used) {
+  const std::int64_t capacity = std::max<std::int64_t>(FIRST_TEXT_BLOCK, 2 * used);
+  char* text = NewBytes(capacity);
+  if (text == nullptr) {
+    return false;
+  }
+  if (context->text != nullptr) {
+    std::memcpy(text, context->text, static_cast<std::size_t>(context->textLength));
+    std::free(context->text);
+  }
+  context->text = text;
+  context->textCapacity = static_cast<std::int32_t>(capacity);
+  return true;
 }
 
 enum TagKind { START_TAG, END_TAG };
@@ -157,17 +177,17 @@ std::int32_t AppendLine(XmlContext* context, const char* line, std::int32_t leng
     return 0;
   }
   const std::int64_t used = static_cast<std::int64_t>(context->textLength) + length + 1;
-  char* text = NewBytes(used / 8 * 8 + 8);
-  if (text != nullptr) {
-    if (context->text != nullptr) {
-      std::memcpy(text, context->text, static_cast<std::size_t>(context->textLength));
-    }
-    std::memcpy(text + context->textLength, line, static_cast<std::size_t>(length));
-    context->textLength += length;
+  const bool fits = context->text != nullptr && used <= context->textCapacity;
+  if (!fits && !GrowText(context, used)) {
+    std::free(context->text);
+    context->text = nullptr;
+    context->textCapacity = 0;
+    return 0;
   }
-  std::free(context->text);
-  context->text = text;
-  return text != nullptr ? 1 : 0;
+  std::memcpy(context->text + context->textLength, line, static_cast<std::size_t>(length));
+  context->textLength += length;
+  context->text[context->textLength] = '\0';
+  return 1;
 }
 
 }  // namespace zvqrn
