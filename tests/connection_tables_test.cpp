@@ -94,6 +94,28 @@ TEST_F(ConnectionTables, KeepTheirItemsAndReleaseThem) {
   EXPECT_EQ(CheckParentUid("1"), nullptr) << "without its lock the table is not there";
 }
 
+TEST_F(ConnectionTables, StayAsLongAsWhatIsAtWork) {
+  for (int i = 0; i < 1000; i++) {
+    DropFinishedDeliveries();
+    auto* entry = static_cast<DeliveryEntry*>(AddDeliveryEntry(nullptr)->item);
+    entry->state.store(i % 100 == 0 ? DELIVERY_RUNNING : DELIVERY_DONE);
+    Add(("s" + std::to_string(i)).c_str(), SUBEVENT_START, 1);
+  }
+  int entries = 0;
+  for (const ListNode* node = service.deliveryList.head; node != nullptr; node = node->next) {
+    entries++;
+  }
+  EXPECT_LE(entries, 3 * 10);
+  EXPECT_GE(entries, 10);
+  for (int i = 999; i >= 0; i--) {
+    const std::string uid = "s" + std::to_string(i);
+    ASSERT_NE(FindOpenJob(uid.c_str()), nullptr) << uid;
+    RemoveJobsWithUid(uid.c_str());
+    ASSERT_EQ(FindOpenJob(uid.c_str()), nullptr) << uid;
+  }
+  EXPECT_EQ(service.jobTable.head, nullptr);
+}
+
 TEST_F(ConnectionTables, CheckRequestsInTheOrderOfTheRules) {
   Add("open", SUBEVENT_START, 1);
   const struct {
