@@ -54,12 +54,12 @@ DocumentResult WriteRequestField(XmlContext* context, const RequestField& field,
   }
   const std::int32_t value = record.*field.member;
   if (field.words != nullptr) {
-    return WriteField(context, field.element, WordOf(*field.words, value)) == 1 ? DOC_OK
-                                                                                : DOC_FAILED;
+    return WriteField(context, field.element.data(), WordOf(*field.words, value)) == 1 ? DOC_OK
+                                                                                       : DOC_FAILED;
   }
   char number[DECIMAL_TEXT_SIZE];
   FormatDecimal(static_cast<std::uint32_t>(value), number);
-  return WriteField(context, field.element, number) == 1 ? DOC_OK : DOC_FAILED;
+  return WriteField(context, field.element.data(), number) == 1 ? DOC_OK : DOC_FAILED;
 }
 
 DocumentResult WritePushScanRequest(XmlContext* context, const PushScanRequestRecord& record) {

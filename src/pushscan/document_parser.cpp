@@ -1,6 +1,8 @@
 // Reads received documents into their data records.
 
 #include <cstddef>
+#include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "base/text.h"
@@ -45,21 +47,25 @@ std::int32_t DataSizeForKind(std::int32_t kind) {
   }
 }
 
-bool ReadNumber(const XmlContext* context, const char* element, std::int32_t* value) {
-  char text[NUMBER_LIMIT + 1];
-  if (ReadElementText(context, element, NUMBER_LIMIT, text) != XML_FOUND ||
-      IsIntegerText(text) != 1) {
+bool ReadNumber(const XmlContext* context, std::string_view element, std::int32_t* value) {
+  XmlText found{};
+  if (FindElementText(context, element, NUMBER_LIMIT, &found) != XML_FOUND) {
+    return false;
+  }
+  char text[NUMBER_LIMIT + 1] = {};
+  std::memcpy(text, found.begin, static_cast<std::size_t>(found.length));
+  if (IsIntegerText(text) != 1) {
     return false;
   }
   *value = ParseIntegerText(text);
   return true;
 }
 
-bool ReadWord(const XmlContext* context, const char* element, const WordTable& words,
+bool ReadWord(const XmlContext* context, std::string_view element, const WordTable& words,
               std::int32_t* value) {
   XmlText text{};
   return FindElementText(context, element, WORD_LIMIT, &text) == XML_FOUND &&
-         ValueOf(words, text.begin, static_cast<std::size_t>(text.length), value);
+         ValueOf(words, {text.begin, static_cast<std::size_t>(text.length)}, value);
 }
 
 // Both kinds of request begin with the scanner's product name and have its address at the same

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "pushscan/vocabulary.h"
 #include "zvqrn/zvqrn.h"
@@ -10,8 +11,8 @@
 namespace zvqrn {
 
 struct RequestField {
-  const char* element;
-  const WordTable* words;  // null for a number of 0 to MEASURE_LIMIT
+  std::string_view element;  // ends in a NUL
+  const WordTable* words;    // null for a number of 0 to MEASURE_LIMIT
   std::int32_t PushScanRequestRecord::*member;
 };
 

@@ -53,16 +53,17 @@ constexpr WordTable RESPONSE_CODES = TableOf(RESPONSE_CODE_WORDS);
 const char* WordOf(const WordTable& table, std::int32_t value) {
   for (std::int32_t i = 0; i < table.count; i++) {
     if (table.words[i].value == value) {
-      return table.words[i].text;
+      return table.words[i].text.data();
     }
   }
   return nullptr;
 }
 
-bool ValueOf(const WordTable& table, const char* text, std::size_t length, std::int32_t* value) {
+bool ValueOf(const WordTable& table, std::string_view text, std::int32_t* value) {
   for (std::int32_t i = 0; i < table.count; i++) {
-    if (IsWord(text, length, table.words[i].text)) {
-      *value = table.words[i].value;
+    const Word& word = table.words[i];
+    if (text.size() == word.text.size() && IsWord(text.data(), text.size(), word.text.data())) {
+      *value = word.value;
       return true;
     }
   }

@@ -2,8 +2,8 @@
 // number of each word.  Used by the builder and the parser of documents.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 namespace zvqrn {
 
@@ -29,7 +29,7 @@ constexpr char ELEMENT_STATUS[] = "StatusOut";
 
 // One word of an enumeration and its number.
 struct Word {
-  const char* text;
+  std::string_view text;  // ends in a NUL
   std::int32_t value;
 };
 
@@ -47,8 +47,8 @@ extern const WordTable RESPONSE_CODES;
 // The word of a number, or null.
 const char* WordOf(const WordTable& table, std::int32_t value);
 
-// The number of a word of `length` bytes, compared without regard to case; false when the table
+// The number of a word, compared without regard to case; false when the table
 // does not have it.
-bool ValueOf(const WordTable& table, const char* text, std::size_t length, std::int32_t* value);
+bool ValueOf(const WordTable& table, std::string_view text, std::int32_t* value);
 
 }  // namespace zvqrn

@@ -1,66 +1,56 @@
 #include "pushscan/xml_reader.h"
 
 #include <cstring>
-#include <initializer_list>
 
 #include "base/text.h"
 
 namespace zvqrn {
 namespace {
 
-// A tag to search for.
-struct Pattern {
-  char text[XML_PATTERN_LIMIT + 1];
-  std::size_t length;
-};
-
-// Joins the pieces of a tag; false when they are too long.
-bool MakePattern(Pattern* pattern, std::initializer_list<const char*> pieces) {
-  pattern->length = 0;
-  for (const char* piece : pieces) {
-    const std::size_t size = std::strlen(piece);
-    if (size > XML_PATTERN_LIMIT - pattern->length) {
-      return false;
-    }
-    std::memcpy(pattern->text + pattern->length, piece, size);
-    pattern->length += size;
-  }
-  return true;
-}
-
 // Walks the places in the text where a tag may begin.
 struct TagWalk {
   const XmlContext* context;
   std::int32_t next;  // the next note; the text itself is searched after the last one
-  const char* at;     // the place found, or null
+  const char* at;     // the place looked at last, or null
 };
 
 const char* FindTagStart(const char* from, const char* end) {
   return static_cast<const char*>(std::memchr(from, '<', static_cast<std::size_t>(end - from)));
 }
 
-bool Advance(TagWalk* walk) {
-  const XmlContext* context = walk->context;
-  if (walk->next < context->tagCount) {
-    walk->at = context->tags[walk->next++];
-  } else if (context->tagCount < XML_TAG_NOTES) {
-    walk->at = nullptr;
-  } else {
-    walk->at = FindTagStart(walk->at + 1, context->inputEnd);
-  }
-  return walk->at != nullptr;
+// The pieces of a tag that is searched for, behind its "<".
+struct TagPattern {
+  std::string_view opening;
+  std::string_view name;
+  char closing;
+};
+
+bool IsTag(const char* at, const char* end, const TagPattern& pattern) {
+  const std::size_t length = 1 + pattern.opening.size() + pattern.name.size() + 1;
+  return static_cast<std::size_t>(end - at) >= length && at[length - 1] == pattern.closing &&
+         std::string_view(at + 1, pattern.opening.size()) == pattern.opening &&
+         std::string_view(at + 1 + pattern.opening.size(), pattern.name.size()) == pattern.name;
 }
 
-// Advances to the next tag that is exactly `pattern`.
-bool AdvanceTo(TagWalk* walk, const char* pattern, std::size_t length) {
-  while (Advance(walk)) {
-    const char* at = walk->at;
-    if (static_cast<std::size_t>(walk->context->inputEnd - at) >= length && at[1] == pattern[1] &&
-        std::memcmp(at, pattern, length) == 0) {
+// Advances to the next tag that is exactly the pattern.
+bool AdvanceTo(TagWalk* walk, const TagPattern& pattern) {
+  const XmlContext* context = walk->context;
+  const char* end = context->inputEnd;
+  while (walk->next < context->tagCount) {
+    walk->at = context->tags[walk->next++];
+    if (IsTag(walk->at, end, pattern)) {
       return true;
     }
   }
-  return false;
+  if (context->tagCount < XML_TAG_NOTES) {
+    return false;
+  }
+  const char* at = walk->at != nullptr ? walk->at : context->tags[XML_TAG_NOTES - 1];
+  do {
+    at = FindTagStart(at + 1, end);
+  } while (at != nullptr && !IsTag(at, end, pattern));
+  walk->at = at;
+  return at != nullptr;
 }
 
 bool HasInput(const XmlContext* context) {
@@ -87,29 +77,35 @@ std::int32_t SetXmlInput(XmlContext* context, const char* input, std::int32_t in
 }
 
 XmlResult FindPrefixedStartTag(const XmlContext* context, const char* prefix, const char* name) {
-  Pattern pattern;
-  if (!HasInput(context) || prefix == nullptr || name == nullptr ||
-      !MakePattern(&pattern, {"<", prefix, ":", name, " "})) {
+  if (!HasInput(context) || prefix == nullptr || name == nullptr) {
     return XML_BAD_ARGUMENT;
   }
+  char opening[XML_PATTERN_LIMIT];
+  const std::size_t prefixLength = std::strlen(prefix);
+  const std::size_t nameLength = std::strlen(name);
+  if (prefixLength > XML_PATTERN_LIMIT || nameLength > XML_PATTERN_LIMIT ||
+      prefixLength + nameLength + 3 > XML_PATTERN_LIMIT) {
+    return XML_BAD_ARGUMENT;
+  }
+  std::memcpy(opening, prefix, prefixLength);
+  opening[prefixLength] = ':';
   TagWalk walk{context, 0, nullptr};
-  return AdvanceTo(&walk, pattern.text, pattern.length) ? XML_FOUND : XML_NOT_FOUND;
+  return AdvanceTo(&walk, {{opening, prefixLength + 1}, {name, nameLength}, ' '}) ? XML_FOUND
+                                                                                  : XML_NOT_FOUND;
 }
 
-XmlResult FindElementText(const XmlContext* context, const char* name, std::int32_t maxLength,
+XmlResult FindElementText(const XmlContext* context, std::string_view name, std::int32_t maxLength,
                           XmlText* found) {
-  Pattern endTag;
-  Pattern startTag;
-  if (!HasInput(context) || name == nullptr || maxLength < 0 || found == nullptr ||
-      !MakePattern(&endTag, {"</", name, ">"}) || !MakePattern(&startTag, {"<", name, ">"})) {
+  if (!HasInput(context) || maxLength < 0 || found == nullptr ||
+      name.size() > XML_PATTERN_LIMIT - 3) {
     return XML_BAD_ARGUMENT;
   }
   TagWalk walk{context, 0, nullptr};
-  if (!AdvanceTo(&walk, startTag.text, startTag.length)) {
+  if (!AdvanceTo(&walk, {"", name, '>'})) {
     return XML_NOT_FOUND;
   }
-  const char* value = walk.at + startTag.length;
-  if (!AdvanceTo(&walk, endTag.text, endTag.length)) {
+  const char* value = walk.at + name.size() + 2;
+  if (!AdvanceTo(&walk, {"/", name, '>'})) {
     return XML_NOT_FOUND;
   }
   const std::ptrdiff_t length = walk.at - value;
@@ -122,7 +118,7 @@ XmlResult FindElementText(const XmlContext* context, const char* name, std::int3
 
 XmlResult ReadElementText(const XmlContext* context, const char* name, std::int32_t maxLength,
                           char* out) {
-  if (out == nullptr || maxLength < 0) {
+  if (name == nullptr || out == nullptr || maxLength < 0) {
     return XML_BAD_ARGUMENT;
   }
   std::memset(out, 0, static_cast<std::size_t>(maxLength) + 1);

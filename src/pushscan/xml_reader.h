@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "pushscan/xml_context.h"
 
@@ -34,7 +35,7 @@ struct XmlText {
 
 // Finds the text between the first "<name>" and the next "</name>"; one of more than `maxLength`
 // bytes is a bad argument.
-XmlResult FindElementText(const XmlContext* context, const char* name, std::int32_t maxLength,
+XmlResult FindElementText(const XmlContext* context, std::string_view name, std::int32_t maxLength,
                           XmlText* found);
 
 // Copies that text into `out`, a buffer of maxLength + 1 bytes, which is zeroed first.
