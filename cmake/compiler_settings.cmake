@@ -3,6 +3,11 @@
 # symbols, no hidden locks around static objects.
 
 add_library(zvqrn_common_settings INTERFACE)
+# Nothing in here links to the DLL: the library defines its functions, the tools load them.
+target_compile_definitions(zvqrn_common_settings INTERFACE QRN_NO_IMPORT)
+# No folder of the machine that builds gets into debug information.
+target_compile_options(zvqrn_common_settings INTERFACE
+  -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=.)
 target_compile_options(zvqrn_common_settings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wcast-align -Wformat=2
   -Wundef -Wnull-dereference -Werror

@@ -6,9 +6,8 @@
  * and gets every request as a call of its ScanEventCallback; the value it returns is the answer
  * that the scanner gets.
  *
- * Plain C, readable by C89-era compilers that have <stdint.h> and by C++.  ZVQRN.dll is a 32-bit
- * library: only a 32-bit process can load it.  A 64-bit process gets error 193
- * (ERROR_BAD_EXE_FORMAT) from LoadLibrary.
+ * Plain C, readable by C89-era compilers and by C++.  ZVQRN.dll is a 32-bit library: only a 32-bit
+ * process can load it.  A 64-bit process gets error 193 (ERROR_BAD_EXE_FORMAT) from LoadLibrary.
  *
  * Threads: every function may be called from any thread at any time.  QRNStartService and
  * QRNStopService wait for each other.  Do not call any function from DllMain.
@@ -22,21 +21,40 @@
 #ifndef ZVQRN_ZVQRN_H
 #define ZVQRN_ZVQRN_H
 
+/* Visual C++ has <stdint.h> since 2010; before, a host may have brought one of its own. */
+#if !defined(_MSC_VER) || _MSC_VER >= 1600
 #include <stdint.h>
+#elif !defined(INT32_MAX)
+typedef signed int int32_t;
+#endif
 
 /*
  * Calling conventions.  The exports remove their own arguments (stdcall), the callbacks leave that
  * to the caller (cdecl).  They differ on 32-bit Windows only.
+ *
+ * QRN_PUBLIC says that a function comes from the DLL.  Define QRN_NO_IMPORT before the header in a
+ * program that defines functions of these names itself instead of linking to the library.
  */
 #if defined(_WIN32)
 #define QRN_EXPORT __stdcall
 #define QRN_CALLBACK __cdecl
+#if defined(QRN_NO_IMPORT)
 #define QRN_PUBLIC
+#else
+#define QRN_PUBLIC __declspec(dllimport)
+#endif
 #else
 #define QRN_EXPORT
 #define QRN_CALLBACK
+#if defined(__GNUC__)
 #define QRN_PUBLIC __attribute__((visibility("default")))
+#else
+#define QRN_PUBLIC
 #endif
+#endif
+
+/* The records are laid out naturally, whatever packing the host is compiled with. */
+#pragma pack(push, 8)
 
 #ifdef __cplusplus
 extern "C" {
@@ -300,5 +318,7 @@ QRN_PUBLIC int32_t QRN_EXPORT QRNSetPCName(const char* name, int32_t length);
 #ifdef __cplusplus
 }
 #endif
+
+#pragma pack(pop)
 
 #endif
