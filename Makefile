@@ -1,12 +1,13 @@
 # The commands of this repository.  Each installs the Debian packages that it needs if they are
 # missing (as root, or with sudo).
 
-.PHONY: help demo test windows format lint clean
+.PHONY: help demo test windows package format lint clean
 
 help:
 	@echo 'make demo     build, and show a scanner and a host talking through the library'
 	@echo 'make test     build and run every test'
 	@echo 'make windows  build ZVQRN.dll and the tools for 32-bit Windows'
+	@echo 'make package  make the packages for host programmers, in build/packages/'
 	@echo 'make format   lay out the source files'
 	@echo 'make lint     check the source files'
 	@echo 'make clean    remove everything that was built'
@@ -21,12 +22,17 @@ test:
 	@scripts/run_tests.sh
 
 windows:
-	@scripts/install_packages.sh test
+	@scripts/install_packages.sh package
 	@scripts/build.sh windows-x86
+
+package:
+	@scripts/install_packages.sh package
+	@scripts/build.sh release windows-x86
+	@scripts/package.sh
 
 format:
 	@scripts/install_packages.sh test
-	@find src include tools tests -name '*.cpp' -o -name '*.h' | xargs clang-format -i
+	@find src include tools tests examples packaging -name '*.c' -o -name '*.cpp' -o -name '*.h' | xargs clang-format -i
 
 lint:
 	@scripts/install_packages.sh test

@@ -1,14 +1,19 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a command of the Makefile needs and that are missing.
-# Usage: scripts/install_packages.sh build|test
+# Usage: scripts/install_packages.sh build|package|test
 set -euo pipefail
 
 packages=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev iproute2 util-linux hostname)
+for_packages=(g++-mingw-w64-i686-win32 llvm help2man zip)
 case ${1:-} in
   build) ;;
-  test) packages+=(libgtest-dev clang-format clang-tidy shellcheck g++-mingw-w64-i686-win32) ;;
+  package) packages+=("${for_packages[@]}") ;;
+  test)
+    packages+=("${for_packages[@]}" libgtest-dev clang-format clang-tidy shellcheck
+      clang lld make mono-mcs mono-runtime pkg-config python3 unzip)
+    ;;
   *)
-    printf 'usage: scripts/install_packages.sh build|test\n' >&2
+    printf 'usage: scripts/install_packages.sh build|package|test\n' >&2
     exit 2
     ;;
 esac

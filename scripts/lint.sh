@@ -4,7 +4,8 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-mapfile -t sources < <(find src include tools tests -name '*.cpp' -o -name '*.h' | sort)
+mapfile -t sources < <(find src include tools tests examples packaging \
+  -name '*.c' -o -name '*.cpp' -o -name '*.h' | sort)
 clang-format --dry-run --Werror "${sources[@]}"
 shellcheck scripts/*.sh .ci/run
 

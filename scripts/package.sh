@@ -1,0 +1,72 @@
+#!/usr/bin/env bash
+# Makes the two packages for host programmers, build/packages/ZVQRN-VERSION-SYSTEM.zip and .tar.gz,
+# of what the presets windows-x86 and release have built.  The same sources give the same bytes:
+# files are sorted, belong to nobody, and carry the time of the last commit (SOURCE_DATE_EPOCH).
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+readonly OUT=$PWD/build/packages
+version=$(sed -nE 's/^project\(ZVQRN VERSION ([0-9.]+).*/\1/p' CMakeLists.txt)
+readonly version
+export SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct 2>/dev/null || printf 0)}
+export LC_ALL=C TZ=UTC
+
+work=$(mktemp -d)
+trap 'rm -rf -- "$work"' EXIT
+mkdir -p "$OUT"
+
+# Installs a preset into a folder named like the package, with all that both packages hold.
+# Arguments: preset, system, README, options of cmake --install.
+gather() {
+  local preset=$1 readme=$3
+  root=$work/ZVQRN-$version-$2
+  shift 3
+  cmake --install "build/$preset" --prefix "$root" "$@" >/dev/null
+  cmake --install "build/$preset" --prefix "$root" --component stand-in "$@" >/dev/null
+  mkdir -p "$root/docs"
+  cp -R examples CHANGELOG.md "$root/"
+  cp docs/host-guide.md docs/network.md docs/protocol.md "$root/docs/"
+  sed "s/@VERSION@/$version/g" "packaging/$readme" >"$root/README.md"
+}
+
+# The rest of the package in `root`: checksums, one time for all, plain permissions.
+finish() {
+  (cd "$root" && find . -type f -printf '%P\n' | sort | xargs sha256sum) >"$work/sums"
+  mv "$work/sums" "$root/SHA256SUMS"
+  find "$root" -type f -exec chmod u=rw,go=r {} + -o -type d -exec chmod u=rwx,go=rx {} +
+  find "$root" \( -path '*/bin/*' ! -name '*.txt' -o -name '*.so.*.*.*' -o -name '*.py' \) -type f \
+    -exec chmod a+x {} +
+  find "$root" -exec touch --no-dereference --date "@$SOURCE_DATE_EPOCH" {} +
+}
+
+# A page for the program and for each of its subcommands, made of what its --help says.
+make_man_pages() {
+  local program=$1 about=$2
+  shift 2
+  local page=${program##*/}
+  for word in "$@"; do
+    program+=" $word"
+    page+=-$word
+  done
+  mkdir -p "$root/share/man/man1"
+  help2man --no-info --version-string "$version" --name "$about" --source "ZVQRN $version" \
+    --output "$root/share/man/man1/$page.1" "$program"
+}
+
+gather windows-x86 windows-x86 windows.md
+finish
+rm -f -- "$OUT/${root##*/}.zip"
+(cd "$work" && find "${root##*/}" | sort | zip -X -9 -q "$OUT/${root##*/}.zip" -@)
+
+gather release "linux-$(uname -m)" linux.md --strip
+make_man_pages "$root/bin/quorin-host" 'host program that prints and answers push-scan requests'
+make_man_pages "$root/bin/quorin-scanner" 'play a network scanner'
+make_man_pages "$root/bin/quorin-scanner" 'find the PCs that take scans' discover
+make_man_pages "$root/bin/quorin-scanner" 'say why a PC does not show' doctor
+make_man_pages "$root/bin/quorin-scanner" 'send a push-scan request' push
+make_man_pages "$root/bin/quorin-scanner" 'show what a host sends back' listen
+finish
+tar -C "$work" --sort=name --owner=0 --group=0 --numeric-owner --format=gnu -cf - "${root##*/}" |
+  gzip -n9 >"$OUT/${root##*/}.tar.gz"
+
+(cd "$OUT" && sha256sum "ZVQRN-$version-"*.zip "ZVQRN-$version-"*.tar.gz)
