@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
-# Makes the two packages for host programmers, build/packages/ZVQRN-VERSION-SYSTEM.zip and .tar.gz,
-# of what the presets windows-x86 and release have built.  The same sources give the same bytes:
-# files are sorted, belong to nobody, and carry the time of the last commit (SOURCE_DATE_EPOCH).
+# Makes the two packages for host programmers, ZVQRN-VERSION-SYSTEM.zip and .tar.gz, of what the
+# presets windows-x86 and release have built.  The same sources give the same bytes: files are
+# sorted, belong to nobody, and carry the time of the last commit (SOURCE_DATE_EPOCH).
+# Usage: scripts/package.sh [FOLDER], by default build/packages
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-readonly OUT=$PWD/build/packages
+out=${1:-$PWD/build/packages}
+readonly out
 version=$(sed -nE 's/^project\(ZVQRN VERSION ([0-9.]+).*/\1/p' CMakeLists.txt)
 readonly version
 export SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct 2>/dev/null || printf 0)}
@@ -13,7 +15,7 @@ export LC_ALL=C TZ=UTC
 
 work=$(mktemp -d)
 trap 'rm -rf -- "$work"' EXIT
-mkdir -p "$OUT"
+mkdir -p "$out"
 
 # Installs a preset into a folder named like the package, with all that both packages hold.
 # Arguments: preset, system, README, options of cmake --install.
@@ -55,8 +57,8 @@ make_man_pages() {
 
 gather windows-x86 windows-x86 windows.md
 finish
-rm -f -- "$OUT/${root##*/}.zip"
-(cd "$work" && find "${root##*/}" | sort | zip -X -9 -q "$OUT/${root##*/}.zip" -@)
+rm -f -- "$out/${root##*/}.zip"
+(cd "$work" && find "${root##*/}" | sort | zip -X -9 -q "$out/${root##*/}.zip" -@)
 
 gather release "linux-$(uname -m)" linux.md --strip
 make_man_pages "$root/bin/quorin-host" 'host program that prints and answers push-scan requests'
@@ -67,6 +69,6 @@ make_man_pages "$root/bin/quorin-scanner" 'send a push-scan request' push
 make_man_pages "$root/bin/quorin-scanner" 'show what a host sends back' listen
 finish
 tar -C "$work" --sort=name --owner=0 --group=0 --numeric-owner --format=gnu -cf - "${root##*/}" |
-  gzip -n9 >"$OUT/${root##*/}.tar.gz"
+  gzip -n9 >"$out/${root##*/}.tar.gz"
 
-(cd "$OUT" && sha256sum "ZVQRN-$version-"*.zip "ZVQRN-$version-"*.tar.gz)
+(cd "$out" && sha256sum "ZVQRN-$version-"*.zip "ZVQRN-$version-"*.tar.gz)
