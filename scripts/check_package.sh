@@ -14,11 +14,13 @@ readonly CROSS=i686-w64-mingw32
 readonly PORT=2968
 
 # One example against the packaged scanner; runs inside its own network.
-# Arguments: the answer it gives, a file for its output, the command.
+# Arguments: interrupt (end it with Ctrl-C) or wait (it ends by itself), the answer that it gives, a
+# file for its output, the command.
 if [[ ${1:-} == --exchange ]]; then
-  answer=$2 output=$3
-  shift 3
+  ending=$2 answer=$3 output=$4
+  shift 4
   verdict=$([[ $answer == 1 ]] && echo 0 || echo 4)
+  set -m # a job in the background would ignore the interrupt
   "$@" >"$output" &
   host=$!
   trap 'kill "$host" 2>/dev/null || true' EXIT
@@ -46,6 +48,7 @@ request 2: single, $driver, push-scan ID 3"
 request 3: START, $driver, push-scan ID 1
 request N: END, $driver, push-scan ID 1"
   fi
+  [[ $ending == wait ]] || kill -INT "$host"
   wait "$host"
   diff <(printf '%s\n' "$wanted") <(tr -d '\r' <"$output" | sed -E 's/^request [0-9]{9,}:/request N:/')
   exit
@@ -234,13 +237,13 @@ c_sharp() {
 # Starts a case in the background: an example against the scanner.
 running=()
 exchange() {
-  local name=$1 answer=$2 folder=$3
-  shift 3
+  local name=$1 ending=$2 answer=$3 folder=$4
+  shift 4
   (
     set +e
     cd "$folder" || exit
-    timeout 120 "$scripts/private_network.sh" "$scripts/check_package.sh" --exchange "$answer" \
-      "$work/logs/$name.out" "$@" >"$work/logs/$name" 2>&1
+    timeout 120 "$scripts/private_network.sh" "$scripts/check_package.sh" --exchange "$ending" \
+      "$answer" "$work/logs/$name.out" "$@" >"$work/logs/$name" 2>&1
     printf '%d\n' "$?" >"$work/logs/$name.exit"
   ) &
   running+=("$name")
@@ -275,18 +278,18 @@ check msvc-library with_msvc_library
 check c-sharp c_sharp
 
 export LD_LIBRARY_PATH=$work/linux/lib
-exchange run-c 1 . cmake-linux-c/build/first_host 1 10
-exchange run-c-declining 9 . linux/examples/c/first_host 9 10
-exchange run-cpp 1 . linux/examples/cpp/first_host 1 10
-exchange run-c-sharp 1 . mono FirstHost.exe 1 12
-exchange run-python 6 . python3 linux/examples/python/first_host.py --answer 6 --seconds 10
+exchange run-c interrupt 1 . cmake-linux-c/build/first_host
+exchange run-c-declining wait 9 . linux/examples/c/first_host 9 10
+exchange run-cpp interrupt 1 . cmake-linux-cpp/build/first_host 1
+exchange run-c-sharp wait 1 . mono FirstHost.exe 1 12 # Mono hears Ctrl-C from a terminal only
+exchange run-python interrupt 6 . python3 linux/examples/python/first_host.py --answer 6
 finish_exchanges
 unset LD_LIBRARY_PATH
 cp cmake-windows-c/build/first_host.exe windows/bin/c_host.exe
 cp windows/examples/cpp/first_host.exe windows/bin/cpp_host.exe
-exchange wine-run-c 1 windows/bin "$under_wine" ./c_host.exe 1 15
-exchange wine-run-cpp 1 windows/bin "$under_wine" ./cpp_host.exe 1 15
-exchange wine-run-msvc-library 9 windows/bin "$under_wine" ./lib_host.exe 9 15
+exchange wine-run-c wait 1 windows/bin "$under_wine" ./c_host.exe 1 20
+exchange wine-run-cpp wait 1 windows/bin "$under_wine" ./cpp_host.exe 1 20
+exchange wine-run-msvc-library wait 9 windows/bin "$under_wine" ./lib_host.exe 9 20
 finish_exchanges
 check wine-run-lld-link runs_without_run_time
 [[ $failed -eq 0 ]]

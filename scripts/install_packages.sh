@@ -10,7 +10,7 @@ case ${1:-} in
   package) packages+=("${for_packages[@]}") ;;
   test)
     packages+=("${for_packages[@]}" libgtest-dev clang-format clang-tidy shellcheck
-      clang lld make mono-mcs mono-runtime pkg-config python3 unzip)
+      clang groff-base lld make mono-mcs mono-runtime pkg-config python3 unzip)
     ;;
   *)
     printf 'usage: scripts/install_packages.sh build|package|test\n' >&2

@@ -9,6 +9,14 @@
 /* A negative size does not compile. */
 #define HOLDS(name, condition) typedef char name[(condition) ? 1 : -1]
 
+/* A record after a byte lies where its alignment wants it, packed by the host or not. */
+#pragma pack(push, 8)
+struct Alignment {
+  char byte;
+  EventHeader header;
+};
+#pragma pack(pop)
+
 struct Packing {
   char byte;
   int32_t number;
@@ -16,6 +24,7 @@ struct Packing {
 
 HOLDS(integer_size, sizeof(int32_t) == 4 && (int32_t)-1 < 0);
 HOLDS(header_size, sizeof(EventHeader) == 36);
+HOLDS(header_alignment, offsetof(struct Alignment, header) == 4);
 HOLDS(header_uid, offsetof(EventHeader, uid) == 8);
 HOLDS(request_size, sizeof(PushScanRequestRecord) == 132);
 HOLDS(request_address, offsetof(PushScanRequestRecord, ipAddress) == 66);
