@@ -45,18 +45,14 @@ std::string ReceiveUnknown(const Descriptor& socket) {
   }
 }
 
-std::size_t CountAccepted(const std::string& answers) {
-  std::size_t count = 0;
-  for (std::size_t at = 0; (at = answers.find(ACCEPTED, at)) != std::string::npos; at++) {
-    count++;
+// Throws unless as many answers as that are as they should be.
+void RequireAnswers(const EventClient& client, const std::string& answers, std::size_t count) {
+  for (std::size_t at = 0; (at = answers.find(client.mark, at)) != std::string::npos && count > 0;
+       at++) {
+    count--;
   }
-  return count;
-}
-
-void RequireAccepted(const std::string& answers, std::size_t count) {
-  if (CountAccepted(answers) != count) {
-    throw std::runtime_error("the service has not accepted every request: " +
-                             answers.substr(0, 300));
+  if (count > 0) {
+    throw std::runtime_error("not the answer that was expected: " + answers.substr(0, 300));
   }
 }
 
@@ -70,10 +66,10 @@ void FirstExchange(EventClient* client) {
 
 EventClient ConnectToService() {
   for (int attempt = 0; attempt < CONNECT_ATTEMPTS; attempt++) {
-    EventClient client{ConnectTcp("127.0.0.1", EVENT_PORT), SingleRequest(), {}};
+    EventClient client{ConnectTcp("127.0.0.1", EVENT_PORT), SingleRequest(), {}, 0, ACCEPTED};
     FirstExchange(&client);
     if (client.answer.find(BUSY) == std::string::npos) {
-      RequireAccepted(client.answer, 1);
+      RequireAnswers(client, client.answer, 1);
       return client;
     }
     std::this_thread::sleep_for(CONNECT_PAUSE);
@@ -84,7 +80,7 @@ EventClient ConnectToService() {
 void SendStartsFrom(EventClient* client) {
   client->request = StartRequest();
   FirstExchange(client);
-  RequireAccepted(client->answer, 1);
+  RequireAnswers(*client, client->answer, 1);
 }
 
 double Exchange(EventClient* client) {
@@ -96,7 +92,7 @@ double Exchange(EventClient* client) {
   if (!received) {
     throw std::runtime_error("the service has closed the connection");
   }
-  RequireAccepted(client->answer, 1);
+  RequireAnswers(*client, client->answer, 1);
   return time;
 }
 
@@ -110,7 +106,7 @@ double ExchangePipelined(EventClient* client, std::size_t count) {
   const Clock::time_point begin = Clock::now();
   ExchangeAll(client->socket, requests, &answers);
   const double time = NanosecondsSince(begin);
-  RequireAccepted(answers, count);
+  RequireAnswers(*client, answers, count);
   return time;
 }
 

@@ -11,10 +11,11 @@
 namespace zvqrn::bench {
 
 struct EventClient {
-  Descriptor socket;
-  RequestText request;
-  std::string answer;  // the last one; its size is that of every answer
+  Descriptor socket{};
+  RequestText request{};
+  std::string answer{};  // the last one; its size is that of every answer
   std::uint64_t sent = 0;
+  std::string mark{};  // stands in every answer as it should be; empty: not looked at
 };
 
 // Connects as the main connection, waiting for an earlier one to end, and sends one single request.

@@ -12,7 +12,8 @@ namespace zvqrn::bench {
 // A file descriptor that is closed with its owner.
 class Descriptor {
  public:
-  explicit Descriptor(int number = -1) : number_(number) {}
+  Descriptor() = default;
+  explicit Descriptor(int number) : number_(number) {}
   ~Descriptor();
   Descriptor(Descriptor&& other) noexcept : number_(other.Release()) {}
   Descriptor& operator=(Descriptor&& other) noexcept;
@@ -23,7 +24,7 @@ class Descriptor {
   int Release();
 
  private:
-  int number_;
+  int number_ = -1;
 };
 
 // Throws the system's reason when `result` is negative, otherwise gives it back.

@@ -1,0 +1,87 @@
+// system_bench: measures the whole library from outside, beside its peers, and writes the figures.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <functional>
+
+#include "system/run.h"
+
+namespace zvqrn::bench {
+namespace {
+
+struct Options {
+  std::string results;
+  std::string library;
+  std::string windowsLibrary;
+  bool quick = false;
+};
+
+void SetEffort(bool quick, Settings* settings) {
+  settings->answers = quick ? Limits{3, 500} : Limits{20, 10000};
+  settings->growth = quick ? Limits{2, 200} : Limits{10, 1000};
+  settings->discovery = quick ? Limits{3, 50} : Limits{10, 500};
+  settings->starts = quick ? 3 : 15;
+  settings->idleSeconds = quick ? 5 : 30;
+}
+
+void TellSize(const std::string& file, const std::string& name, Results* results) {
+  if (file.empty()) {
+    results->missing[name] = "not built here";
+  } else {
+    results->figures[name] = static_cast<double>(std::filesystem::file_size(file));
+  }
+}
+
+void Step(const char* name, const std::function<void()>& measure) {
+  std::fprintf(stderr, "Measuring %s ...\n", name);
+  measure();
+}
+
+void Measure(const Options& options, const Settings& settings, Results* results) {
+  TellSize(options.library, "size.so", results);
+  TellSize(options.windowsLibrary, "size.dll", results);
+  Step("start, stop and idling", [&] { MeasureLifecycle(settings, results); });
+  Step("answers", [&] { MeasureAnswers(settings, NativeHost(settings), "", results); });
+  Step("the cost of many requests", [&] { MeasureGrowth(settings, results); });
+  Step("discovery", [&] {
+    MeasureFirstReplies(settings, NativeHost(settings), "", results);
+    MeasureDiscoveryLoad(settings, results);
+  });
+  Step("the library for Windows", [&] {
+    // Wine is a guest: when it fails, the other figures stand.
+    try {
+      MeasureUnderWine(settings, results);
+    } catch (const std::exception& failure) {
+      results->missing["wine."] = std::string("it failed: ") + failure.what();
+    }
+  });
+}
+
+}  // namespace
+}  // namespace zvqrn::bench
+
+int main(int argc, char** argv) {
+  zvqrn::bench::Options options;
+  zvqrn::bench::Settings settings{};
+  CLI::App app("Measures the library beside its peers.");
+  app.add_option("--folder", settings.folder, "Folder of the benchmarks' programs")->required();
+  app.add_option("--results", options.results, "File for the figures")->required();
+  app.add_option("--library", options.library, "The stripped libZVQRN.so");
+  app.add_option("--windows-library", options.windowsLibrary, "The stripped ZVQRN.dll");
+  app.add_option("--no-windows-host", settings.noWindowsHost, "Why there is no Wine here");
+  app.add_flag("--quick", options.quick, "A few samples of each, to try things out");
+  app.add_option("windows-host", settings.windowsHost, "The command of the host under Wine");
+  CLI11_PARSE(app, argc, argv);
+  zvqrn::bench::SetEffort(options.quick, &settings);
+  try {
+    zvqrn::bench::Results results;
+    results.figures["quick"] = options.quick ? 1 : 0;
+    zvqrn::bench::Measure(options, settings, &results);
+    zvqrn::bench::WriteResults(results, options.results);
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "system_bench: %s\n", failure.what());
+    return 1;
+  }
+  return 0;
+}
