@@ -1,11 +1,12 @@
 # The commands of this repository.  Each installs the Debian packages that it needs if they are
 # missing (as root, or with sudo).
 
-.PHONY: help demo test windows package format lint clean
+.PHONY: help demo test bench windows package format lint clean
 
 help:
 	@echo 'make demo     build, and show a scanner and a host talking through the library'
 	@echo 'make test     build and run every test'
+	@echo 'make bench    measure the library beside others, and print a table'
 	@echo 'make windows  build ZVQRN.dll and the tools for 32-bit Windows'
 	@echo 'make package  make the packages for host programmers, in build/packages/'
 	@echo 'make format   lay out the source files'
@@ -21,6 +22,10 @@ test:
 	@scripts/install_packages.sh test
 	@scripts/run_tests.sh
 
+bench:
+	@scripts/install_packages.sh bench
+	@scripts/bench.sh $(BENCH_OPTIONS)
+
 windows:
 	@scripts/install_packages.sh package
 	@scripts/build.sh windows-x86
@@ -32,7 +37,7 @@ package:
 
 format:
 	@scripts/install_packages.sh test
-	@find src include tools tests examples packaging -name '*.c' -o -name '*.cpp' -o -name '*.h' | xargs clang-format -i
+	@find src include tools tests bench examples packaging -name '*.c' -o -name '*.cpp' -o -name '*.h' | xargs clang-format -i
 
 lint:
 	@scripts/install_packages.sh test

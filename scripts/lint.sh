@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# Checks the layout of every source file, the library's and the tools' code with clang-tidy, the
-# scripts, and that the floors of src/ include downwards only.  Needs the preset debug configured.
+# Checks the layout of every source file, the library's, the tools' and the benchmarks' code with
+# clang-tidy, the scripts, and that the floors of src/ include downwards only.  Needs the preset debug
+# configured.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-mapfile -t sources < <(find src include tools tests examples packaging \
+mapfile -t sources < <(find src include tools tests bench examples packaging \
   -name '*.c' -o -name '*.cpp' -o -name '*.h' | sort)
 clang-format --dry-run --Werror "${sources[@]}"
 shellcheck scripts/*.sh .ci/run
@@ -30,5 +31,14 @@ if grep -rnE '^#include <(windows|winsock|ws2|unistd|sys/|netinet|arpa|pthread|d
   exit 1
 fi
 
-find src tools -name '*.cpp' -not -path '*/windows/*' -print0 | sort -z |
-  xargs -0 -n 4 -P "$(nproc)" clang-tidy --quiet -p build/debug --extra-arg=-Wno-unknown-warning-option 2>/dev/null
+# Looks at the sources of some folders as a preset builds them.
+tidy() {
+  local preset=$1
+  shift
+  find "$@" -name '*.cpp' -not -path '*/windows/*' -print0 | sort -z |
+    xargs -0 -n 4 -P "$(nproc)" clang-tidy --quiet -p "build/$preset" \
+      --extra-arg=-Wno-unknown-warning-option 2>/dev/null
+}
+cmake --preset bench >/dev/null
+tidy debug src tools
+tidy bench bench

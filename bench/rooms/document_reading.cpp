@@ -52,7 +52,7 @@ void RequireRecord(const PushScanRequestRecord& record) {
 
 void DocumentOurs(benchmark::State& state) {
   const std::string bytes = RequestDocument();
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     PushScanDocument* made = nullptr;
     Require(ParsePushScanDocument(bytes.data(), static_cast<std::int32_t>(bytes.size()), "1.00",
                                   &made) == DOC_OK);
@@ -64,7 +64,7 @@ BENCHMARK(DocumentOurs)->Name("document.ours");
 
 void DocumentPugixml(benchmark::State& state) {
   const std::string bytes = RequestDocument();
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     pugi::xml_document document;
     // The least that pugixml can be asked for; its defaults take longer.
     Require(document.load_buffer(bytes.data(), bytes.size(), pugi::parse_minimal));
@@ -106,7 +106,7 @@ void OnText(void* reading, const char* text, int length) {
 
 void DocumentExpat(benchmark::State& state) {
   const std::string bytes = RequestDocument();
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     const std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser(
         XML_ParserCreate(nullptr), XML_ParserFree);
     ExpatReading reading;

@@ -15,7 +15,7 @@ namespace {
 
 void HeadOurs(benchmark::State& state) {
   const std::string bytes = SingleRequest().bytes;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     ParsedMessage* made = nullptr;
     Require(ParseHead(bytes.data(), static_cast<std::int32_t>(bytes.size()), &made) ==
             KIND_REQUEST);
@@ -66,7 +66,7 @@ void HeadPeer(benchmark::State& state) {
   settings.on_header_field = OnName;
   settings.on_header_value = OnValue;
   settings.on_headers_complete = OnHeadEnd;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     CollectedHead head{};
     http_parser parser;
     http_parser_init(&parser, HTTP_REQUEST);

@@ -28,7 +28,7 @@ OwnedBytes BuildBody(std::int32_t* length) {
 }
 
 void DocumentWriting(benchmark::State& state) {
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     std::int32_t length = 0;
     const OwnedBytes body = BuildBody(&length);
     benchmark::DoNotOptimize(body.get());
@@ -41,7 +41,7 @@ void MessageWriting(benchmark::State& state) {
   std::int32_t length = 0;
   const OwnedBytes body = BuildBody(&length);
   const OutgoingContent content{&header, body.get(), length, "0001", "", 1};
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     const OwnedOutgoingMessage message(MakeOutgoingMessage(1, content));
     char* made = nullptr;
     std::int32_t size = 0;
@@ -54,7 +54,7 @@ BENCHMARK(MessageWriting)->Name("message.writing");
 
 void SlpDecoding(benchmark::State& state) {
   const std::string bytes = scanner::RequestBytes(scanner::AttributeRequest());
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     SlpMessage* made = nullptr;
     Require(DecodeSlpMessage(bytes.data(), static_cast<std::int32_t>(bytes.size()), &made) ==
             SLP_OK);
@@ -66,7 +66,7 @@ BENCHMARK(SlpDecoding)->Name("slp.decoding");
 
 void SlpEncoding(benchmark::State& state) {
   constexpr char LIST[] = "(pc-name=BENCH),(ip-address=192.168.1.20),(event-port=2968)";
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     SlpMessage* made = nullptr;
     Require(BuildAttrRply(1, 0, LIST, "en", &made) == SLP_OK);
     const OwnedSlpMessage message(made);
@@ -99,7 +99,7 @@ struct Identity {
 
 void AttributeList(benchmark::State& state) {
   const Identity identity;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     char* made = nullptr;
     std::int32_t length = 0;
     BuildAttributeList(&made, &length);

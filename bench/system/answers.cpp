@@ -48,7 +48,7 @@ void RunTurns(std::vector<Contender>* contenders, const Limits& limits) {
   }
 }
 
-void RunPipelined(Contender* ours, Contender* http, const Limits& limits, std::string prefix,
+void RunPipelined(Contender* ours, Contender* http, const Limits& limits, const std::string& prefix,
                   Results* results) {
   const Deadline deadline(limits.seconds);
   std::size_t turns = 0;

@@ -55,6 +55,7 @@ Child StartChild(const std::vector<std::string>& command) {
   MakePipe(&input, &child.orders);
   MakePipe(&child.replies, &output);
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (const std::string& argument : command) {
     arguments.push_back(const_cast<char*>(argument.c_str()));
   }
@@ -107,9 +108,10 @@ Usage ReadUsage(const Child& child) {
     throw std::runtime_error("the kernel does not tell a program's processor time");
   }
   Checked(clock_gettime(clock, &time), "reading a program's processor time");
+  const std::filesystem::path status = folder / "status";
   Usage usage{static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec),
-              StatusNumber(folder / "status", "VmRSS"), StatusNumber(folder / "status", "Threads"),
-              0};
+              StatusNumber(status, "VmRSS"), StatusNumber(status, "RssAnon"),
+              StatusNumber(status, "Threads"), 0};
   for (const auto& thread : std::filesystem::directory_iterator(folder / "task")) {
     usage.switches += StatusNumber(thread.path() / "status", "voluntary_ctxt_switches");
   }

@@ -38,6 +38,7 @@ double Order(const Child& host, const std::string& order);
 struct Usage {
   double cpuNanoseconds;  // of all threads, ended ones included
   double residentKb;
+  double anonymousKb;  // the part of it that belongs to no file
   double threads;
   double switches;  // voluntary context switches of the threads there are
 };

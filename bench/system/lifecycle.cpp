@@ -11,7 +11,7 @@ constexpr double SETTLE_SECONDS = 1;
 
 void MeasureLifecycle(const Settings& settings, Results* results) {
   const Child host = StartChild(NativeHost(settings));
-  const double residentBefore = ReadUsage(host).residentKb;
+  const Usage unloaded = ReadUsage(host);
   Order(host, "load");
   std::vector<double> starts;
   std::vector<double> stops;
@@ -31,7 +31,8 @@ void MeasureLifecycle(const Settings& settings, Results* results) {
   results->figures["idle.cpu_per_minute"] = used / settings.idleSeconds * 60;
   results->figures["idle.cpu_percent"] = used / (settings.idleSeconds * 1e9) * 100;
   results->figures["idle.wakeups"] = (after.switches - before.switches) / settings.idleSeconds;
-  results->figures["idle.resident_kb"] = after.residentKb - residentBefore;
+  results->figures["idle.resident_kb"] = after.residentKb - unloaded.residentKb;
+  results->figures["idle.anonymous_kb"] = after.anonymousKb - unloaded.anonymousKb;
   results->figures["idle.threads"] = after.threads - 1;
   StopService(host);
 }

@@ -58,12 +58,9 @@ void Measure(const Options& options, const Settings& settings, Results* results)
   });
 }
 
-}  // namespace
-}  // namespace zvqrn::bench
-
-int main(int argc, char** argv) {
-  zvqrn::bench::Options options;
-  zvqrn::bench::Settings settings{};
+int Run(int argc, char** argv) {
+  Options options;
+  Settings settings{};
   CLI::App app("Measures the library beside its peers.");
   app.add_option("--folder", settings.folder, "Folder of the benchmarks' programs")->required();
   app.add_option("--results", options.results, "File for the figures")->required();
@@ -73,15 +70,22 @@ int main(int argc, char** argv) {
   app.add_flag("--quick", options.quick, "A few samples of each, to try things out");
   app.add_option("windows-host", settings.windowsHost, "The command of the host under Wine");
   CLI11_PARSE(app, argc, argv);
-  zvqrn::bench::SetEffort(options.quick, &settings);
+  SetEffort(options.quick, &settings);
+  Results results;
+  results.figures["quick"] = options.quick ? 1 : 0;
+  Measure(options, settings, &results);
+  WriteResults(results, options.results);
+  return 0;
+}
+
+}  // namespace
+}  // namespace zvqrn::bench
+
+int main(int argc, char** argv) {
   try {
-    zvqrn::bench::Results results;
-    results.figures["quick"] = options.quick ? 1 : 0;
-    zvqrn::bench::Measure(options, settings, &results);
-    zvqrn::bench::WriteResults(results, options.results);
+    return zvqrn::bench::Run(argc, argv);
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "system_bench: %s\n", failure.what());
     return 1;
   }
-  return 0;
 }

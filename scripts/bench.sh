@@ -1,0 +1,58 @@
+#!/usr/bin/env bash
+# Builds and runs the benchmarks, all in one run, and prints one table: what, ours, the peer beside
+# it, and whether the aim is met.  Leaves it in build/bench/results.json and build/bench/results.md.
+# Usage: scripts/bench.sh [--quick]      --quick: a few samples of each, to try things out
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+readonly OUT=build/bench
+readonly PROGRAMS=$OUT/bench
+readonly WINDOWS=build/windows-x86
+
+if [[ ${1:-} == --inside ]]; then
+  shift
+  repetitions=9
+  [[ " $* " != *" --quick "* ]] || repetitions=3
+  printf 'Measuring the rooms ...\n'
+  "$PROGRAMS/room_bench" --benchmark_out="$OUT/rooms.json" --benchmark_out_format=json \
+    --benchmark_min_time=0.2 --benchmark_repetitions="$repetitions" \
+    --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true \
+    >"$OUT/rooms.txt" 2>&1 || { cat "$OUT/rooms.txt" >&2; exit 1; }
+  "$PROGRAMS/allocation_bench" "$OUT/allocations.json" >/dev/null
+  exec "$PROGRAMS/system_bench" --folder "$PROGRAMS" --results "$OUT/system.json" "$@"
+fi
+
+options=()
+if [[ ${1:-} == --quick ]]; then
+  options+=(--quick)
+elif [[ $# -gt 0 ]]; then
+  printf 'usage: scripts/bench.sh [--quick]\n' >&2
+  exit 2
+fi
+scripts/private_network.sh --available || {
+  printf 'No network namespace can be made here, and the benchmarks need one: they use fixed\n' >&2
+  printf 'ports.  Run them as root, or allow user namespaces.\n' >&2
+  exit 1
+}
+
+scripts/build.sh bench windows-x86
+rm -f -- "$OUT"/{rooms,allocations,system,results}.* "$OUT"/stripped.*
+strip -o "$OUT/stripped.so" "$OUT/libZVQRN.so"
+i686-w64-mingw32-strip -o "$OUT/stripped.dll" "$WINDOWS/ZVQRN.dll"
+options+=(--library "$OUT/stripped.so" --windows-library "$OUT/stripped.dll")
+
+# Wine is used where it is; the host ends at once with an empty input.
+windows_host=(scripts/under_wine.sh "$WINDOWS/bench/bench_host.exe" "$WINDOWS/bench/ZVQRN.dll")
+if [[ -x scripts/under_wine.sh ]] && "${windows_host[@]}" </dev/null >/dev/null 2>&1; then
+  options+=(-- "${windows_host[@]}")
+else
+  options+=(--no-windows-host "no Wine here")
+fi
+
+scripts/private_network.sh --with-scanner bash "${BASH_SOURCE[0]}" --inside "${options[@]}"
+
+machine="$(sed -nE '0,/^model name/s/^model name\s*: //p' /proc/cpuinfo), $(nproc) cores,"
+machine+=" Linux $(uname -r | cut -d- -f1), $(c++ --version | head -n 1), commit $(git rev-parse --short HEAD)"
+printf '\n'
+"$PROGRAMS/bench_report" "$OUT" "$machine"
+printf 'The table is in %s/results.md and %s/results.json.\n' "$OUT" "$OUT"
