@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Builds and runs the benchmarks, all in one run, and prints one table: what, ours, the peer beside
 # it, and whether the aim is met.  Leaves it in build/bench/results.json and build/bench/results.md.
-# Usage: scripts/bench.sh [--quick]      --quick: a few samples of each, to try things out
+# Usage: scripts/bench.sh [--quick] [--update-docs]
+#   --quick          a few samples of each, to try things out
+#   --update-docs    put the table into docs/performance.md
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -23,12 +25,17 @@ if [[ ${1:-} == --inside ]]; then
 fi
 
 options=()
-if [[ ${1:-} == --quick ]]; then
-  options+=(--quick)
-elif [[ $# -gt 0 ]]; then
-  printf 'usage: scripts/bench.sh [--quick]\n' >&2
-  exit 2
-fi
+update_docs=no
+for option in "$@"; do
+  case $option in
+    --quick) options+=(--quick) ;;
+    --update-docs) update_docs=yes ;;
+    *)
+      printf 'usage: scripts/bench.sh [--quick] [--update-docs]\n' >&2
+      exit 2
+      ;;
+  esac
+done
 scripts/private_network.sh --available || {
   printf 'No network namespace can be made here, and the benchmarks need one: they use fixed\n' >&2
   printf 'ports.  Run them as root, or allow user namespaces.\n' >&2
@@ -56,3 +63,8 @@ machine+=" Linux $(uname -r | cut -d- -f1), $(c++ --version | head -n 1), commit
 printf '\n'
 "$PROGRAMS/bench_report" "$OUT" "$machine"
 printf 'The table is in %s/results.md and %s/results.json.\n' "$OUT" "$OUT"
+
+if [[ $update_docs == yes ]]; then
+  sed -i -e '/^<!-- figures -->$/,/^<!-- end of figures -->$/{//!d}' \
+    -e "/^<!-- figures -->\$/r $OUT/results.md" docs/performance.md
+fi
