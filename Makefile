@@ -1,12 +1,13 @@
 # The commands of this repository.  Each installs the Debian packages that it needs if they are
 # missing (as root, or with sudo).
 
-.PHONY: help demo test bench windows package format lint clean
+.PHONY: help demo test bench fuzz windows package format lint clean
 
 help:
 	@echo 'make demo     build, and show a scanner and a host talking through the library'
 	@echo 'make test     build and run every test'
 	@echo 'make bench    measure the library beside others, and print a table'
+	@echo 'make fuzz     fuzz for SECONDS=300, all targets or TARGETS="..."'
 	@echo 'make windows  build ZVQRN.dll and the tools for 32-bit Windows'
 	@echo 'make package  make the packages for host programmers, in build/packages/'
 	@echo 'make format   lay out the source files'
@@ -26,6 +27,11 @@ bench:
 	@scripts/install_packages.sh bench
 	@scripts/bench.sh $(BENCH_OPTIONS)
 
+SECONDS = 300
+fuzz:
+	@scripts/install_packages.sh fuzz
+	@scripts/fuzz.sh $(SECONDS) $(TARGETS)
+
 windows:
 	@scripts/install_packages.sh package
 	@scripts/build.sh windows-x86
@@ -37,7 +43,7 @@ package:
 
 format:
 	@scripts/install_packages.sh test
-	@find src include tools tests bench examples packaging -name '*.c' -o -name '*.cpp' -o -name '*.h' | xargs clang-format -i
+	@find src include tools tests bench fuzz examples packaging -name '*.c' -o -name '*.cpp' -o -name '*.h' | xargs clang-format -i
 
 lint:
 	@scripts/install_packages.sh test

@@ -9,10 +9,10 @@ target_compile_definitions(zvqrn_common_settings INTERFACE QRN_NO_IMPORT)
 target_compile_options(zvqrn_common_settings INTERFACE
   -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=.)
 target_compile_options(zvqrn_common_settings INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wcast-align -Wformat=2
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wformat=2
   -Wundef -Wnull-dereference -Werror
   $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual>
-  $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wlogical-op>)
+  $<$<CXX_COMPILER_ID:GNU>:-Wcast-align -Wduplicated-cond -Wlogical-op>)
 
 if(ZVQRN_SANITIZE)
   set(sanitize -fsanitize=${ZVQRN_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)

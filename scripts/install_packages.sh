@@ -1,23 +1,25 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a command of the Makefile needs and that are missing.
-# Usage: scripts/install_packages.sh build|package|bench|test
+# Usage: scripts/install_packages.sh build|package|bench|fuzz|test
 set -euo pipefail
 
 packages=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev iproute2 util-linux hostname)
 for_packages=(g++-mingw-w64-i686-win32 llvm help2man zip)
 for_bench=(libbenchmark-dev libexpat1-dev libhttp-parser-dev libmicrohttpd-dev libpugixml-dev
   g++-mingw-w64-i686-win32)
+for_fuzz=(clang libclang-rt-14-dev llvm)
 case ${1:-} in
   build) ;;
   package) packages+=("${for_packages[@]}") ;;
   bench) packages+=("${for_bench[@]}") ;;
+  fuzz) packages+=("${for_fuzz[@]}") ;;
   test)
     # clang-tidy looks at the sources of the benchmarks too.
-    packages+=("${for_packages[@]}" "${for_bench[@]}" libgtest-dev clang-format clang-tidy
-      shellcheck clang groff-base lld make mono-mcs mono-runtime pkg-config python3 unzip)
+    packages+=("${for_packages[@]}" "${for_bench[@]}" "${for_fuzz[@]}" libgtest-dev clang-format
+      clang-tidy shellcheck groff-base lld make mono-mcs mono-runtime pkg-config python3 unzip)
     ;;
   *)
-    printf 'usage: scripts/install_packages.sh build|package|bench|test\n' >&2
+    printf 'usage: scripts/install_packages.sh build|package|bench|fuzz|test\n' >&2
     exit 2
     ;;
 esac

@@ -201,6 +201,9 @@ std::int32_t ParseHead(const char* data, std::int32_t length, ParsedMessage** pa
 
 HeadState MeasureHead(const char* data, std::int32_t length, HeadMeasure* measure) {
   *measure = HeadMeasure{};
+  if (data == nullptr) {
+    return HEAD_UNFINISHED;
+  }
   Span rest{data, data + length};
   const char* lineEnd = FindLineEnd(rest);
   if (lineEnd == nullptr) {
