@@ -25,6 +25,10 @@ struct JobBucket {
 };
 constexpr std::int32_t JOB_BUCKETS = 1024;
 
+// The first of the discovery requests that share a hash of sender and XID (discovery/requests.h).
+struct DiscoveryRequest;
+constexpr std::int32_t DISCOVERY_BUCKETS = 1024;
+
 struct ServiceState {
   // The run flag: 0 or 1.  The lock lives from the library's load to its unload.
   ServiceLock runLock;
@@ -90,7 +94,9 @@ struct ServiceState {
   ServiceLock discoveryStateLock;
   TaggedList discoveryTable;
   ServiceLock discoveryTableLock;
-  std::atomic<std::int32_t> replyThreads;  // that may still use a request of the table
+  DiscoveryRequest* discoveryIndex[DISCOVERY_BUCKETS];  // of the table, under its lock too
+  std::atomic<std::int32_t> replyThreads;               // that may still use a request of the table
+  platform::Event* repliesStopEvent;  // ends the pauses of replies; lives as the table does
 
   // The watcher of address changes.  The events are made by a start and closed when every thread
   // of its run has ended; the watcher writes the two words.

@@ -42,11 +42,20 @@ bool RefreshAddress() {
   return scope.Held() && PickLocalAddress() != PICK_FAILED;
 }
 
+void CloseRepliesStopEvent() {
+  if (service.repliesStopEvent != nullptr) {
+    platform::CloseEvent(service.repliesStopEvent);
+    service.repliesStopEvent = nullptr;
+  }
+}
+
 bool SetUpDiscovery(DiscoverySocket* discovery) {
-  if (OpenDiscoverySocket(discovery) && RefreshAddress() &&
+  service.repliesStopEvent = platform::MakeEvent();
+  if (service.repliesStopEvent != nullptr && OpenDiscoverySocket(discovery) && RefreshAddress() &&
       CreateServiceLock(&service.discoveryTableLock, 1, 1)) {
     return true;
   }
+  CloseRepliesStopEvent();
   if (discovery->socket != platform::NO_SOCKET) {
     platform::CloseSocket(discovery->socket);
   }
@@ -99,7 +108,9 @@ void DiscoveryListener(void* /*argument*/) {
   while (!DiscoveryStopRequested() && ServeOnce(&discovery)) {
   }
   platform::CloseSocket(discovery.socket);
+  platform::SignalEvent(service.repliesStopEvent);
   WaitForReplies();
+  CloseRepliesStopEvent();
   DestroyTable(&service.discoveryTable, &service.discoveryTableLock);
   WriteThreadState(&service.discoveryState, &service.discoveryStateLock, THREAD_IDLE);
 }

@@ -73,19 +73,40 @@ bool IsNewsToSender(const SlpMessage* message) {
   return IsInResponderList(TextOf(message, GetPreviousResponders), address, ',') == 0;
 }
 
+// An XID is 16 bits wide: the requests of one sender share no bucket unless they are a thousand.
+DiscoveryRequest** BucketOf(std::uint32_t sender, std::int32_t xid) {
+  const std::uint32_t folded = sender ^ (sender >> 10U) ^ (sender >> 20U);
+  return &service.discoveryIndex[(folded ^ static_cast<std::uint32_t>(xid)) % DISCOVERY_BUCKETS];
+}
+
+void IndexRequest(DiscoveryRequest* request) {
+  request->bucket = BucketOf(request->peerAddress, request->xid);
+  request->next = *request->bucket;
+  *request->bucket = request;
+}
+
+void UnindexRequest(DiscoveryRequest* request) {
+  if (request->bucket == nullptr) {
+    return;
+  }
+  DiscoveryRequest** slot = request->bucket;
+  while (*slot != request) {
+    slot = &(*slot)->next;
+  }
+  *slot = request->next;
+}
+
 // True when the same request (sender and XID) waits for its reply; also when that cannot be told.
 bool IsRequestPending(std::uint32_t sender, std::int32_t xid) {
   const LockScope scope(&service.discoveryTableLock);
   if (!scope.Held()) {
     return true;
   }
-  for (const ListNode* node = service.discoveryTable.head; node != nullptr; node = node->next) {
-    const auto* request = static_cast<const DiscoveryRequest*>(node->item);
-    if (request->peerAddress == sender && request->xid == xid) {
-      return true;
-    }
+  const DiscoveryRequest* request = *BucketOf(sender, xid);
+  while (request != nullptr && (request->peerAddress != sender || request->xid != xid)) {
+    request = request->next;
   }
-  return false;
+  return request != nullptr;
 }
 
 // The rules in their order; the language tag, the tag list and the flags play no part.
@@ -118,7 +139,7 @@ ListNode* AddDiscoveryRequest(OwnedDiscoveryRequest request) {
   }
   ListNode* node = ListAppend(&service.discoveryTable, request.get(), TAG_DISCOVERY_REQUEST);
   if (node != nullptr) {
-    request.release();
+    IndexRequest(request.release());
   }
   return node;
 }
@@ -126,6 +147,7 @@ ListNode* AddDiscoveryRequest(OwnedDiscoveryRequest request) {
 }  // namespace
 
 void ReleaseDiscoveryRequest(DiscoveryRequest* request) {
+  UnindexRequest(request);
   if (request->peerDescription != nullptr) {
     ReleasePeerDescription(request->peerDescription);
   }

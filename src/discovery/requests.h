@@ -1,6 +1,7 @@
 // The discovery requests that have been accepted and not yet answered, and the rules by which one
 // is accepted.  Datagrams are handled on the discovery listener's thread; reply threads read their
-// request and remove it.  discoveryTableLock guards the table.
+// request and remove it.  discoveryTableLock guards the table and its index by sender and XID, with
+// which a flood of requests does not slow down the look for repeats.
 #pragma once
 
 #include <cstdint>
@@ -27,6 +28,8 @@ struct DiscoveryRequest {
   PeerDescription* peerDescription;  // owned; present exactly when needsFilter is 1
   std::int32_t needsFilter;          // 1: a scanner's own scope, ask the host first
   std::int32_t errorCode;            // of the reply: always 0
+  DiscoveryRequest** bucket;         // in the index, or null; its neighbour there follows
+  DiscoveryRequest* next;
 };
 
 void ReleaseDiscoveryRequest(DiscoveryRequest* request);

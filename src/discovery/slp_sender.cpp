@@ -1,29 +1,14 @@
 #include "discovery/slp_sender.h"
 
-#include <algorithm>
-
 #include "base/service_state.h"
-#include "platform/clock.h"
 #include "platform/socket.h"
+#include "platform/sync.h"
 #include "platform/system.h"
-#include "platform/thread.h"
 
 namespace zvqrn {
 namespace {
 
 constexpr char DEBUGGER_LINE[] = "Send SLP\r\n";
-
-// A pause ends early when discovery is told to stop.
-constexpr std::int32_t STOP_LOOK_MS = 50;
-
-void Pause(std::int32_t milliseconds) {
-  const std::int64_t end = platform::MonotonicMilliseconds() + milliseconds;
-  for (std::int64_t left = milliseconds; left > 0 && !DiscoveryStopRequested();
-       left = end - platform::MonotonicMilliseconds()) {
-    platform::SleepMilliseconds(
-        static_cast<std::int32_t>(std::min<std::int64_t>(left, STOP_LOOK_MS)));
-  }
-}
 
 }  // namespace
 
@@ -37,7 +22,7 @@ void SendDatagram(const char* bytes, std::int32_t byteCount, const char* address
     if (hasReceiver && socket != platform::NO_SOCKET) {
       platform::SendDatagramTo(socket, bytes, byteCount, receiver);
     }
-    Pause(pauseMs);
+    platform::WaitEvent(service.repliesStopEvent, pauseMs);
   }
   if (socket != platform::NO_SOCKET) {
     platform::CloseSocket(socket);

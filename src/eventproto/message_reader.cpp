@@ -114,15 +114,15 @@ void HandBack(Holding* holding, std::int64_t total, char** message, std::int32_t
 ReadResult ReceiveWithTimeout(platform::SocketHandle socket, char* buffer, std::int32_t length,
                               std::int32_t* received) {
   *received = 0;
-  switch (platform::WaitReadable(socket, RECEIVE_TIMEOUT_MS)) {
-    case platform::SOCKET_READY:
-      break;
-    case platform::SOCKET_TIMED_OUT:
-      return READ_TIMED_OUT;
-    default:
-      return READ_FAILED;
+  // The bytes are mostly there already, and a wait would tell no more than that.
+  std::int32_t count = platform::ReceiveBytes(socket, buffer, length);
+  if (count == platform::RECEIVE_NOTHING) {
+    const platform::SocketWait wait = platform::WaitReadable(socket, RECEIVE_TIMEOUT_MS);
+    if (wait != platform::SOCKET_READY) {
+      return wait == platform::SOCKET_TIMED_OUT ? READ_TIMED_OUT : READ_FAILED;
+    }
+    count = platform::ReceiveBytes(socket, buffer, length);
   }
-  const std::int32_t count = platform::ReceiveBytes(socket, buffer, length);
   if (count == 0) {
     return READ_CLOSED;
   }

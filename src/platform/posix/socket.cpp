@@ -17,19 +17,17 @@ int Descriptor(SocketHandle socket) {
   return static_cast<int>(socket);
 }
 
-// Makes a new descriptor a socket handle: never 0 (which a process with a closed standard input
-// would get), not inherited by the host's child processes, and non-blocking.
+// How sockets are made: non-blocking, and not inherited by the host's child processes.
+constexpr int SOCKET_FLAGS = SOCK_NONBLOCK | SOCK_CLOEXEC;
+
+// Makes a new descriptor a socket handle: never 0, which a process with a closed standard input
+// would get.
 SocketHandle Adopt(int descriptor) {
   if (descriptor == 0) {
     descriptor = fcntl(0, F_DUPFD_CLOEXEC, 1);
     close(0);
   }
-  if (descriptor < 0) {
-    return NO_SOCKET;
-  }
-  fcntl(descriptor, F_SETFD, FD_CLOEXEC);
-  fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) | O_NONBLOCK);
-  return descriptor;
+  return descriptor < 0 ? NO_SOCKET : descriptor;
 }
 
 sockaddr_in AddressOf(std::uint32_t address, std::uint16_t port) {
@@ -75,7 +73,7 @@ void EndSockets() {}
 void PrepareSockets() {}
 
 SocketHandle OpenTcpSocket() {
-  return Adopt(::socket(AF_INET, SOCK_STREAM, 0));
+  return Adopt(::socket(AF_INET, SOCK_STREAM | SOCKET_FLAGS, 0));
 }
 
 void CloseSocket(SocketHandle socket) {
@@ -104,7 +102,7 @@ bool StartListening(SocketHandle socket, std::int32_t backlog) {
 }
 
 SocketHandle AcceptConnection(SocketHandle listening) {
-  return Adopt(accept(Descriptor(listening), nullptr, nullptr));
+  return Adopt(accept4(Descriptor(listening), nullptr, nullptr, SOCKET_FLAGS));
 }
 
 ConnectResult ConnectTo(SocketHandle socket, std::uint32_t address, std::uint16_t port,
@@ -154,7 +152,7 @@ std::int32_t SendBytes(SocketHandle socket, const void* bytes, std::int32_t size
 }
 
 SocketHandle OpenUdpSocket() {
-  return Adopt(::socket(AF_INET, SOCK_DGRAM, 0));
+  return Adopt(::socket(AF_INET, SOCK_DGRAM | SOCKET_FLAGS, 0));
 }
 
 bool BindDatagramPort(SocketHandle socket, std::uint32_t address, std::uint16_t port, bool shared) {

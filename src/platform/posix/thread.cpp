@@ -9,66 +9,91 @@
 namespace zvqrn::platform {
 namespace {
 
-// One thread that was started and has not been joined yet.
+// One thread that was started and has not been joined yet; it is in one of the two lists below.
 struct ThreadRecord {
   pthread_t thread;
   ThreadProcedure procedure;
   void* argument;
-  bool finished;  // its procedure has returned
-  bool joining;   // somebody waits for its end and will free this record
+  bool joined;  // somebody waits for its end and will free this record
   ThreadRecord* next;
+  ThreadRecord* previous;
 };
 
 pthread_mutex_t recordsMutex = PTHREAD_MUTEX_INITIALIZER;
-ThreadRecord* records = nullptr;
+ThreadRecord* running = nullptr;   // their procedures have not returned
+ThreadRecord* finished = nullptr;  // they have
 bool retired = false;
 
 // The smallest stack that leaves room for the sanitisers' larger frames.
 constexpr std::size_t LIBRARY_STACK_BYTES = 256UL * 1024;
 
-// Claims a thread that has finished (or, with `any`, one that may still run) for joining.  The
-// record stays in the list until its thread has ended.  recordsMutex is held.
-ThreadRecord* ClaimRecord(bool any) {
-  ThreadRecord* record = records;
-  while (record != nullptr && (record->joining || !(any || record->finished))) {
+// Both with recordsMutex held.
+void PutIn(ThreadRecord** list, ThreadRecord* record) {
+  record->previous = nullptr;
+  record->next = *list;
+  if (*list != nullptr) {
+    (*list)->previous = record;
+  }
+  *list = record;
+}
+
+void TakeOut(ThreadRecord** list, ThreadRecord* record) {
+  (record->previous != nullptr ? record->previous->next : *list) = record->next;
+  if (record->next != nullptr) {
+    record->next->previous = record->previous;
+  }
+}
+
+// Joins the threads that have finished.
+void JoinFinished() {
+  pthread_mutex_lock(&recordsMutex);
+  while (ThreadRecord* record = finished) {
+    TakeOut(&finished, record);
+    pthread_mutex_unlock(&recordsMutex);
+    pthread_join(record->thread, nullptr);
+    std::free(record);
+    pthread_mutex_lock(&recordsMutex);
+  }
+  pthread_mutex_unlock(&recordsMutex);
+}
+
+// A running thread that nobody waits for, claimed by the caller.  It stays in its list, where
+// OnLibraryThread finds it, until it has ended.  recordsMutex is held.
+ThreadRecord* ClaimRunning() {
+  ThreadRecord* record = running;
+  while (record != nullptr && record->joined) {
     record = record->next;
   }
   if (record != nullptr) {
-    record->joining = true;
+    record->joined = true;
   }
   return record;
 }
 
-// recordsMutex is held.
-void Unlink(const ThreadRecord* record) {
-  ThreadRecord** slot = &records;
-  while (*slot != record) {
-    slot = &(*slot)->next;
-  }
-  *slot = record->next;
-}
-
-// Joins threads until none is left that has finished (or, with `any`, none at all).
-void JoinThreads(bool any) {
+void JoinAllThreads() {
   pthread_mutex_lock(&recordsMutex);
-  for (ThreadRecord* record = ClaimRecord(any); record != nullptr; record = ClaimRecord(any)) {
+  while (ThreadRecord* record = ClaimRunning()) {
     pthread_mutex_unlock(&recordsMutex);
     pthread_join(record->thread, nullptr);
     pthread_mutex_lock(&recordsMutex);
-    Unlink(record);
+    TakeOut(&running, record);
     std::free(record);
   }
   pthread_mutex_unlock(&recordsMutex);
+  JoinFinished();
 }
 
 void* RunThread(void* argument) {
   auto* record = static_cast<ThreadRecord*>(argument);
   record->procedure(record->argument);
   // Puts away those that have finished before, so that a flood of threads leaves no stacks behind.
-  // Not after the line below: two threads would wait for each other.
-  JoinThreads(false);
+  // Not after the lines below: two threads would wait for each other.
+  JoinFinished();
   pthread_mutex_lock(&recordsMutex);
-  record->finished = true;
+  if (!record->joined) {
+    TakeOut(&running, record);
+    PutIn(&finished, record);
+  }
   pthread_mutex_unlock(&recordsMutex);
   return nullptr;
 }
@@ -76,7 +101,7 @@ void* RunThread(void* argument) {
 }  // namespace
 
 std::uintptr_t StartThread(ThreadProcedure procedure, void* argument, StackKind stack) {
-  JoinThreads(false);
+  JoinFinished();
   auto* record = static_cast<ThreadRecord*>(std::calloc(1, sizeof(ThreadRecord)));
   if (record == nullptr) {
     return 0;
@@ -96,8 +121,7 @@ std::uintptr_t StartThread(ThreadProcedure procedure, void* argument, StackKind 
   std::uintptr_t id = 0;
   if (started) {
     id = static_cast<std::uintptr_t>(record->thread);
-    record->next = records;
-    records = record;
+    PutIn(&running, record);
   }
   pthread_mutex_unlock(&recordsMutex);
   pthread_attr_destroy(&attributes);
@@ -109,24 +133,24 @@ std::uintptr_t StartThread(ThreadProcedure procedure, void* argument, StackKind 
 
 bool OnLibraryThread() {
   const pthread_t self = pthread_self();
-  bool found = false;
   pthread_mutex_lock(&recordsMutex);
-  for (const ThreadRecord* record = records; record != nullptr && !found; record = record->next) {
-    found = !record->finished && pthread_equal(record->thread, self) != 0;
+  const ThreadRecord* record = running;
+  while (record != nullptr && pthread_equal(record->thread, self) == 0) {
+    record = record->next;
   }
   pthread_mutex_unlock(&recordsMutex);
-  return found;
+  return record != nullptr;
 }
 
 void WaitForThreads() {
-  JoinThreads(true);
+  JoinAllThreads();
 }
 
 void RetireThreads() {
   pthread_mutex_lock(&recordsMutex);
   retired = true;
   pthread_mutex_unlock(&recordsMutex);
-  JoinThreads(true);
+  JoinAllThreads();
 }
 
 std::uintptr_t CurrentThreadId() {
