@@ -35,7 +35,7 @@ bool StoreField(const char* element, const char* text, PushScanRequestRecord* re
     if (element == field.element) {
       std::int32_t* value = &(record->*field.member);
       if (field.words != nullptr) {
-        return ValueOf(*field.words, text, std::strlen(text), value);
+        return ValueOf(*field.words, text, value);
       }
       *value = static_cast<std::int32_t>(std::strtol(text, nullptr, 10));
       return true;
