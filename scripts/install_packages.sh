@@ -8,6 +8,7 @@ for_packages=(g++-mingw-w64-i686-win32 llvm help2man zip)
 for_bench=(libbenchmark-dev libexpat1-dev libhttp-parser-dev libmicrohttpd-dev libpugixml-dev
   g++-mingw-w64-i686-win32)
 for_fuzz=(clang libclang-rt-14-dev llvm)
+for_wine=(g++-mingw-w64-i686-posix googletest debootstrap bubblewrap)
 case ${1:-} in
   build) ;;
   package) packages+=("${for_packages[@]}") ;;
@@ -15,8 +16,9 @@ case ${1:-} in
   fuzz) packages+=("${for_fuzz[@]}") ;;
   test)
     # clang-tidy looks at the sources of the benchmarks too.
-    packages+=("${for_packages[@]}" "${for_bench[@]}" "${for_fuzz[@]}" libgtest-dev clang-format
-      clang-tidy shellcheck groff-base lld make mono-mcs mono-runtime pkg-config python3 unzip)
+    packages+=("${for_packages[@]}" "${for_bench[@]}" "${for_fuzz[@]}" "${for_wine[@]}"
+      libgtest-dev clang-format clang-tidy shellcheck groff-base lld make mono-mcs mono-runtime
+      pkg-config python3 unzip)
     ;;
   *)
     printf 'usage: scripts/install_packages.sh build|package|bench|fuzz|test\n' >&2

@@ -6,6 +6,7 @@
 #include "platform/thread.h"
 #include "support/host.h"
 #include "support/messages.h"
+#include "support/process.h"
 #include "support/scanner.h"
 #include "support/slp_scanner.h"
 

@@ -3,13 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <fstream>
 #include <mutex>
 #include <thread>
 
 #include "platform/clock.h"
 #include "platform/thread.h"
 #include "support/host.h"
+#include "support/process.h"
 #include "support/slp_scanner.h"
 
 namespace zvqrn::test {
@@ -154,19 +154,9 @@ TEST_F(Discovery, WaitsAtAStopForTheHostsFilter) {
   ASSERT_EQ(host.Start(), 1);
 }
 
-std::int64_t StatusNumber(const std::string& name) {
-  std::ifstream status("/proc/self/status");
-  for (std::string line; std::getline(status, line);) {
-    if (line.rfind(name + ":", 0) == 0) {
-      return std::stoll(line.substr(name.size() + 1));
-    }
-  }
-  return -1;
-}
-
 TEST_F(Discovery, SurvivesAFlood) {
   constexpr int REQUESTS = 250;
-  const std::int64_t threads = StatusNumber("Threads");
+  const std::ptrdiff_t threads = Threads();
   // Requests among rubbish; then, as a scanner does, those again that were not answered, because a
   // socket's buffer may not hold a whole flood.
   std::map<int, int> replies;
@@ -183,10 +173,10 @@ TEST_F(Discovery, SurvivesAFlood) {
   }
   EXPECT_EQ(replies.size(), static_cast<std::size_t>(REQUESTS));
   const std::int64_t deadline = platform::MonotonicMilliseconds() + 5000;
-  while (StatusNumber("Threads") > threads && platform::MonotonicMilliseconds() < deadline) {
+  while (Threads() > threads && platform::MonotonicMilliseconds() < deadline) {
     platform::SleepMilliseconds(10);
   }
-  EXPECT_LE(StatusNumber("Threads"), threads);
+  EXPECT_LE(Threads(), threads);
 }
 
 }  // namespace

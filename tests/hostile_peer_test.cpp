@@ -2,10 +2,8 @@
 // from giving back what it took.
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <atomic>
-#include <fstream>
 #include <functional>
 #include <string>
 #include <thread>
@@ -14,27 +12,11 @@
 #include "platform/thread.h"
 #include "support/host.h"
 #include "support/messages.h"
+#include "support/process.h"
 #include "support/scanner.h"
 
 namespace zvqrn::test {
 namespace {
-
-std::int64_t ResidentKilobytes() {
-  std::ifstream status("/proc/self/status");
-  for (std::string line; std::getline(status, line);) {
-    if (line.rfind("VmRSS:", 0) == 0) {
-      return std::stoll(line.substr(6));
-    }
-  }
-  return 0;
-}
-
-std::int64_t ProcessorMilliseconds() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  return (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1000 +
-         (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1000;
-}
 
 void Announce(Scanner* scanner, const std::string& length) {
   scanner->Send("POST /PushScan HTTP/1.0\r\nContent-Length : " + length + "\r\n\r\nbegin");

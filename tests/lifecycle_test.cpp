@@ -1,11 +1,8 @@
-// Start, stop, load and unload, and the exports in every state.
+// Start and stop, and the exports in every state.
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -15,32 +12,11 @@
 #include "platform/thread.h"
 #include "support/host.h"
 #include "support/messages.h"
+#include "support/process.h"
 #include "support/scanner.h"
 
 namespace zvqrn::test {
 namespace {
-
-std::ptrdiff_t Count(const char* folder) {
-  const std::filesystem::directory_iterator entries(folder);
-  return std::distance(begin(entries), end(entries));
-}
-
-std::ptrdiff_t Threads() {
-  return Count("/proc/self/task");
-}
-std::ptrdiff_t Descriptors() {
-  return Count("/proc/self/fd");
-}
-
-bool IsLoaded() {
-  std::ifstream maps("/proc/self/maps");
-  for (std::string line; std::getline(maps, line);) {
-    if (line.find("libZVQRN.so") != std::string::npos) {
-      return true;
-    }
-  }
-  return false;
-}
 
 std::int32_t QRN_CALLBACK NoFilter(const PeerDescription*, void*) {
   return 0;
@@ -119,17 +95,17 @@ TEST(Lifecycle, FailsAStartWhosePortIsTaken) {
   ASSERT_TRUE(platform::StartListening(taken, 1));
   Host host(LibraryPath());
   const std::ptrdiff_t threads = Threads();
-  const std::ptrdiff_t descriptors = Descriptors();
+  const std::ptrdiff_t descriptors = Handles();
   EXPECT_EQ(host.Start(), 0);
   EXPECT_EQ(host.Stop(), 0);
   EXPECT_EQ(Threads(), threads);
-  EXPECT_EQ(Descriptors(), descriptors);
+  EXPECT_EQ(Handles(), descriptors);
   platform::CloseSocket(taken);
-  const std::ptrdiff_t descriptorsWithout = Descriptors();
+  const std::ptrdiff_t descriptorsWithout = Handles();
   EXPECT_EQ(host.Start(), 1) << "the failed start has undone itself";
   EXPECT_EQ(host.Stop(), 1);
   EXPECT_EQ(Threads(), threads);
-  EXPECT_EQ(Descriptors(), descriptorsWithout);
+  EXPECT_EQ(Handles(), descriptorsWithout);
 }
 
 // The answers that are due at a stop still reach the scanner, then its connection ends.
@@ -234,60 +210,6 @@ TEST(Lifecycle, SurvivesExportsAtAnyMoment) {
   host.Stop();
   EXPECT_GT(answered, 0);
   EXPECT_GT(sent.load(), 0);
-}
-
-TEST(Unload, LeavesNoThreadInUnloadedCode) {
-  std::atomic<bool> inCallback{false};
-  const std::ptrdiff_t threads = Threads();
-  for (int round = 0; round < 6; round++) {
-    Host host(LibraryPath());
-    host.verdict = [&](EventHeader*) {
-      inCallback = true;
-      platform::SleepMilliseconds(100);
-      inCallback = false;
-      return QRN_RESPONSE_OK;
-    };
-    if (round == 0) {
-      EXPECT_EQ(Threads(), threads) << "nothing runs before the start";
-    } else {
-      ASSERT_EQ(host.Start(), 1);
-    }
-    std::unique_ptr<Scanner> scanner;
-    std::unique_ptr<Scanner> extra;
-    if (round >= 2) {
-      scanner = std::make_unique<Scanner>();
-      extra = std::make_unique<Scanner>();
-      scanner->Send(Request(Identity("2.00", "1"), DOCUMENT_V2));
-    }
-    if (round >= 4) {
-      ASSERT_TRUE(host.WaitForDeliveries(1));
-    }
-    const std::int64_t begin = platform::MonotonicMilliseconds();
-    host.Unload();
-    EXPECT_LT(platform::MonotonicMilliseconds() - begin, 5000);
-    EXPECT_FALSE(inCallback.load());
-    EXPECT_FALSE(IsLoaded());
-    EXPECT_EQ(Threads(), threads);
-    // A thread that was left behind would now meet memory that is gone.
-    platform::SleepMilliseconds(50);
-  }
-}
-
-// A process that ends with the service running, a callback in progress, does not wait for it.
-TEST(ProcessEnd, DoesNotWaitForCallbacks) {
-  EXPECT_EXIT(
-      {
-        auto* host = new Host(LibraryPath());
-        host->verdict = [](EventHeader*) {
-          platform::SleepMilliseconds(60000);
-          return QRN_RESPONSE_OK;
-        };
-        const bool started = host->Start() == 1;
-        Scanner scanner;
-        scanner.Send(Request(Identity("2.00", "1"), DOCUMENT_V2));
-        exit(started && host->WaitForDeliveries(1) ? 7 : 1);
-      },
-      testing::ExitedWithCode(7), "");
 }
 
 }  // namespace

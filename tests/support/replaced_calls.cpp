@@ -22,8 +22,11 @@ using zvqrn::platform::ThreadProcedure;
 #define WRAP_SECONDS __wrap__ZN5zvqrn8platform12WholeSecondsEv
 #define REAL_START __real__ZN5zvqrn8platform11StartThreadEPFvPvES1_NS0_9StackKindE
 #define WRAP_START __wrap__ZN5zvqrn8platform11StartThreadEPFvPvES1_NS0_9StackKindE
-#define REAL_SEND __real__ZN5zvqrn8platform9SendBytesElPKvi
-#define WRAP_SEND __wrap__ZN5zvqrn8platform9SendBytesElPKvi
+// SEND_BYTES comes from the build: a socket handle is another type on another system.
+#define JOIN_NAMES(a, b) a##b
+#define JOIN(a, b) JOIN_NAMES(a, b)
+#define REAL_SEND JOIN(__real_, SEND_BYTES)
+#define WRAP_SEND JOIN(__wrap_, SEND_BYTES)
 
 #define WRAP_LEAD __wrap__ZN5zvqrn8platform10IsLeadByteEc
 

@@ -1,12 +1,12 @@
 #include "support/scanner.h"
 
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 
 #include <algorithm>
 #include <cstdlib>
 
 #include "platform/clock.h"
+#include "support/process.h"
 
 namespace zvqrn::test {
 namespace {
@@ -104,9 +104,8 @@ void Scanner::Close() {
 }
 
 void Scanner::Reset() {
-  const linger atOnce{1, 0};
-  setsockopt(static_cast<int>(socket_), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
-  Close();
+  ResetConnection(socket_);
+  socket_ = platform::NO_SOCKET;
 }
 
 }  // namespace zvqrn::test

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "platform/clock.h"
+#include "support/process.h"
 
 namespace zvqrn::test {
 namespace {
@@ -39,11 +40,6 @@ bool InPrivateNetwork() {
   return address != nullptr;
 }
 
-void RunCommand(const std::string& command) {
-  ASSERT_TRUE(InPrivateNetwork());
-  EXPECT_EQ(std::system(command.c_str()), 0) << command;
-}
-
 std::string Encode(const SlpRequest& request) {
   const std::string rest = Counted(request.languageTag) + Counted(request.previousResponders) +
                            Counted(request.url) + Counted(request.scope) +
@@ -65,7 +61,7 @@ SlpScanner::~SlpScanner() {
   platform::CloseSocket(socket_);
 }
 
-void SlpScanner::Send(const std::string& bytes, const char* to) {
+void SlpScanner::Send(const std::string& bytes, const char* to) const {
   SendFrom(socket_, bytes, to);
 }
 
@@ -76,7 +72,7 @@ void SlpScanner::SendFromAnotherPort(const std::string& bytes, const char* to) {
   platform::CloseSocket(other);
 }
 
-void SlpScanner::SendByMulticast(const std::string& bytes) {
+void SlpScanner::SendByMulticast(const std::string& bytes) const {
   SendFrom(socket_, bytes, "239.255.255.253");
 }
 

@@ -17,9 +17,6 @@ constexpr char SCANNER_ADDRESS[] = "10.68.0.3";
 // addresses or send multicasts.  Fails the test elsewhere.
 bool InPrivateNetwork();
 
-// Runs a command of the shell; fails the test when that fails.
-void RunCommand(const std::string& command);
-
 // An Attribute Request with the texts in wire order, and a body's rest.
 struct SlpRequest {
   int xid;
@@ -41,9 +38,9 @@ class SlpScanner {
   SlpScanner& operator=(const SlpScanner&) = delete;
 
   // Sends from the port of replies, or from another port of the same address.
-  void Send(const std::string& bytes, const char* to = PC_ADDRESS);
+  void Send(const std::string& bytes, const char* to = PC_ADDRESS) const;
   void SendFromAnotherPort(const std::string& bytes, const char* to = PC_ADDRESS);
-  void SendByMulticast(const std::string& bytes);
+  void SendByMulticast(const std::string& bytes) const;
 
   // The next datagram; empty when none comes in time.
   std::string Receive(std::int32_t milliseconds);

@@ -1,0 +1,30 @@
+// What a test asks of the operating system: counts of this process, and the network around it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "platform/socket.h"
+
+namespace zvqrn::test {
+
+// Threads of this process, and what it holds open: descriptors, or handles under Windows.
+std::ptrdiff_t Threads();
+std::ptrdiff_t Handles();
+
+// The memory in use, and the processor time used so far.
+std::int64_t ResidentKilobytes();
+std::int64_t ProcessorMilliseconds();
+
+// True while the library under test is in this process.
+bool IsLoaded();
+
+// Closes a connection with a reset.
+void ResetConnection(platform::SocketHandle socket);
+
+// Runs a command of the shell; fails the test when that fails.  Windows tests find the network as
+// scripts/run_wine_tests.sh has made it: nothing is run there.
+void RunCommand(const std::string& command);
+
+}  // namespace zvqrn::test

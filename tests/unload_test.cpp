@@ -1,0 +1,145 @@
+// The library is unloaded, and the process ends, in every state of the service, with the processor
+// idle and busy.  QUORIN_UNLOAD_ROUNDS says how often.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "common/module_loader.h"
+#include "platform/clock.h"
+#include "platform/thread.h"
+#include "support/host.h"
+#include "support/messages.h"
+#include "support/process.h"
+#include "support/scanner.h"
+#include "support/slp_scanner.h"
+
+namespace zvqrn::test {
+namespace {
+
+enum State { STOPPED, WAITING, IDLE, IN_CALLBACK, STARTING, FLOODED };
+const char* const NAMES[] = {"stopped", "waiting", "idle", "callback", "starting", "flooded"};
+
+// A host and the scanners around it, brought into a state.
+struct Scene {
+  explicit Scene(State state, std::int32_t callbackMilliseconds = 100) : host(LibraryPath()) {
+    host.verdict = [this, callbackMilliseconds](EventHeader*) {
+      inCallback = true;
+      platform::SleepMilliseconds(callbackMilliseconds);
+      inCallback = false;
+      return QRN_RESPONSE_OK;
+    };
+    EXPECT_EQ(host.Start(), 1);
+    EXPECT_EQ(host.StatusTexts().find("257 769") != std::string::npos, state == WAITING);
+    if (state == STOPPED) {
+      EXPECT_EQ(host.Stop(), 1);
+    } else if (state == IDLE || state == WAITING) {
+      platform::SleepMilliseconds(30);
+    } else if (state == IN_CALLBACK) {
+      scanners.push_back(std::make_unique<Scanner>());
+      scanners.push_back(std::make_unique<Scanner>());
+      scanners[0]->Send(Request(Identity("2.00", "1"), DOCUMENT_V2));
+      EXPECT_TRUE(host.WaitForDeliveries(1));
+    } else if (state == FLOODED) {
+      const SlpScanner flood("127.0.0.9");
+      for (int xid = 0; xid < 40; xid++) {
+        flood.Send(Encode({xid, xid % 2 == 0 ? "default" : "XS-200"}), "127.0.0.1");
+        if (xid % 10 == 0) {
+          scanners.push_back(std::make_unique<Scanner>());
+          scanners.back()->Send(Request(Identity("2.00", "1"), DOCUMENT_V2));
+        }
+      }
+    }
+  }
+
+  std::atomic<bool> inCallback{false};
+  Host host;
+  std::vector<std::unique_ptr<Scanner>> scanners;
+};
+
+class Unload : public testing::TestWithParam<State> {
+ protected:
+  void SetUp() override {
+    if (GetParam() == WAITING) {
+      RunCommand("ip address flush dev quorin0");
+    }
+  }
+  void TearDown() override {
+    if (GetParam() == WAITING) {
+      RunCommand("ip address replace 10.68.0.2/24 dev quorin0");
+      RunCommand("ip route replace default via 10.68.0.1 dev quorin0 onlink");
+    }
+  }
+
+  static void Repeat(unsigned busyThreads) {
+    const std::ptrdiff_t threads = Threads();
+    std::atomic<bool> done{false};
+    std::vector<std::thread> busy;
+    for (unsigned i = 0; i < busyThreads; i++) {
+      busy.emplace_back([&] {
+        while (!done.load()) {
+        }
+      });
+    }
+    const char* rounds = std::getenv("QUORIN_UNLOAD_ROUNDS");
+    std::int64_t worst = 0;
+    for (int round = rounds == nullptr ? 4 : std::atoi(rounds); round > 0 && !HasFailure();
+         round--) {
+      Scene scene(GetParam());
+      const std::int64_t begin = platform::MonotonicMilliseconds();
+      scene.host.Unload();
+      worst = std::max(worst, platform::MonotonicMilliseconds() - begin);
+      EXPECT_FALSE(scene.inCallback.load());
+      EXPECT_FALSE(IsLoaded());
+      // A thread that was left behind would now meet memory that is gone.
+      platform::SleepMilliseconds(25);
+      EXPECT_LE(Threads(), threads + static_cast<std::ptrdiff_t>(busyThreads));
+    }
+    done = true;
+    for (std::thread& thread : busy) {
+      thread.join();
+    }
+    printf("[   worst  ] %lld ms\n", static_cast<long long>(worst));
+    EXPECT_LT(worst, 3000);
+  }
+};
+
+TEST_P(Unload, LeavesNothingBehind) {
+  Repeat(0);
+}
+
+TEST_P(Unload, LeavesNothingBehindUnderLoad) {
+  Repeat(std::thread::hardware_concurrency() + 1);
+}
+
+// The end of a process waits neither for a callback nor for a thread.
+TEST_P(Unload, IsNotWaitedForAtProcessEnd) {
+  const std::string moment = tools::ProgramFolder() + "/exit-" + NAMES[GetParam()];
+  const auto endedAtOnce = [&](int status) {
+    std::int64_t left = 0;
+    std::ifstream(moment) >> left;
+    EXPECT_LT(platform::MonotonicMilliseconds() - left, 1000);
+    return testing::ExitedWithCode(7)(status);
+  };
+  EXPECT_EXIT(
+      {
+        const auto* scene = new Scene(GetParam(), 60000);
+        std::ofstream(moment) << platform::MonotonicMilliseconds();
+        exit(scene != nullptr && !HasFailure() ? 7 : 1);
+      },
+      endedAtOnce, "");
+}
+
+INSTANTIATE_TEST_SUITE_P(State, Unload,
+                         testing::Values(STOPPED, WAITING, IDLE, IN_CALLBACK, STARTING, FLOODED),
+                         [](const auto& test) { return NAMES[test.param]; });
+
+}  // namespace
+}  // namespace zvqrn::test
