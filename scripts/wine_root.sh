@@ -48,6 +48,7 @@ new=$root.new
 
 # Both halves are made beside their places and then renamed, so that a half-made one is never used.
 if [[ ! -x $root/$WINE ]]; then
+  # shellcheck source=/dev/null
   codename=$(. /etc/os-release && printf '%s' "${VERSION_CODENAME:-}")
   mirror=$(apt-get indextargets --format "\$(RELEASE) \$(COMPONENT) \$(SITE)" 'Created-By: Packages' |
     awk -v name="$codename" '$1 == name && $2 == "main" { print $3; exit }')

@@ -132,6 +132,17 @@ TEST_F(Address, IsFollowedWhileTheServiceRuns) {
   EXPECT_EQ(host.Stop(), 1);
 }
 
+TEST_F(Address, OfTheScannerTellsRequestsApart) {
+  Add("10.68.0.2");
+  EXPECT_EQ(host.Start(), 1);
+  SlpScanner scanner;
+  SlpScanner other("10.68.0.4");
+  scanner.Send(Encode({16}));
+  other.Send(Encode({16}));
+  EXPECT_NE(scanner.Receive(5000), "");
+  EXPECT_NE(other.Receive(5000), "");
+}
+
 // The machine has several interfaces; the group is joined, and the address taken, where the default
 // route leads.
 TEST_F(Address, FollowsTheDefaultRoute) {

@@ -109,12 +109,9 @@ TEST_F(Discovery, AcceptsByTheRules) {
   EXPECT_NE(asked.find("Quorin XS-300|service:Quorin-agent|XS-300|\n"), std::string::npos);
   EXPECT_NE(asked.find("Quorin XS-200|service:Quorin-agent|XS\\-200|\n"), std::string::npos);
   EXPECT_EQ(std::count(asked.begin(), asked.end(), '\n'), 4);
-  // Once the burst is over the same request is answered again; so is another scanner's.
-  SlpScanner other("10.68.0.4");
+  // Once the burst is over the same request is answered again.
   scanner.Send(Encode({16}));
-  other.Send(Encode({16}));
   EXPECT_NE(scanner.Receive(5000), "");
-  EXPECT_NE(other.Receive(5000), "");
 }
 
 TEST_F(Discovery, SendsNothingAfterAStop) {

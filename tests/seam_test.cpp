@@ -22,6 +22,11 @@ std::int32_t QRN_EXPORT KnowsEveryScanner(const char* /*product*/, char* driver)
   return 1;
 }
 
+std::int32_t QRN_EXPORT NamesWithoutEnd(const char* /*product*/, char* driver) {
+  memset(driver, 'D', 34);
+  return 1;
+}
+
 class Seam : public testing::Test {
  protected:
   void SetUp() override {
@@ -182,10 +187,7 @@ TEST_F(Seam, DropsARequestThatCannotBeAnswered) {
 // A driver's name that fills its whole buffer is cut, not read past it.
 TEST_F(Seam, CutsADriversNameWithoutEnd) {
   ASSERT_EQ(host.Stop(), 1);
-  service.getTwainName = [](const char* /*product*/, char* driver) -> std::int32_t {
-    memset(driver, 'D', 34);
-    return 1;
-  };
+  service.getTwainName = &NamesWithoutEnd;
   ASSERT_EQ(host.Start(), 1);
   Guarded<std::string> seen;
   host.filter = [&](const PeerDescription* peer) {

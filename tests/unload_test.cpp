@@ -48,9 +48,9 @@ struct Scene {
       scanners[0]->Send(Request(Identity("2.00", "1"), DOCUMENT_V2));
       EXPECT_TRUE(host.WaitForDeliveries(1));
     } else if (state == FLOODED) {
-      const SlpScanner flood("127.0.0.9");
+      const SlpScanner flood;
       for (int xid = 0; xid < 40; xid++) {
-        flood.Send(Encode({xid, xid % 2 == 0 ? "default" : "XS-200"}), "127.0.0.1");
+        flood.Send(Encode({xid, xid % 2 == 0 ? "default" : "XS-200"}));
         if (xid % 10 == 0) {
           scanners.push_back(std::make_unique<Scanner>());
           scanners.back()->Send(Request(Identity("2.00", "1"), DOCUMENT_V2));

@@ -23,6 +23,11 @@ bool IsLoaded();
 // Closes a connection with a reset.
 void ResetConnection(platform::SocketHandle socket);
 
+// A scanner's address, and that of the interface from which a scanner at `address` sends
+// multicasts.  Wine truly binds datagram sockets to 127.0.0.1 only, and to every address otherwise.
+extern const char* const SCANNER_ADDRESS;
+const char* MulticastInterface(const char* address);
+
 // Runs a command of the shell; fails the test when that fails.  Windows tests find the network as
 // scripts/run_wine_tests.sh has made it: nothing is run there.
 void RunCommand(const std::string& command);

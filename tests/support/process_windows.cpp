@@ -7,6 +7,12 @@
 
 namespace zvqrn::test {
 
+const char* const SCANNER_ADDRESS = "127.0.0.1";
+
+const char* MulticastInterface(const char* /*address*/) {
+  return "10.68.0.2";
+}
+
 std::ptrdiff_t Threads() {
   const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
   std::ptrdiff_t count = 0;

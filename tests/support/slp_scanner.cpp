@@ -5,7 +5,6 @@
 #include <cstdlib>
 
 #include "platform/clock.h"
-#include "support/process.h"
 
 namespace zvqrn::test {
 namespace {
@@ -54,7 +53,7 @@ SlpScanner::SlpScanner(const char* address) : socket_(platform::OpenUdpSocket())
     RunCommand("ip address replace " + std::string(address) + "/24 dev quorin0");
   }
   EXPECT_TRUE(platform::BindDatagramPort(socket_, AddressOf(address), PORT, true));
-  EXPECT_TRUE(platform::SendMulticastFrom(socket_, AddressOf(address)));
+  EXPECT_TRUE(platform::SendMulticastFrom(socket_, AddressOf(MulticastInterface(address))));
 }
 
 SlpScanner::~SlpScanner() {

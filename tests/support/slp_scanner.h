@@ -6,12 +6,12 @@
 #include <string>
 
 #include "platform/socket.h"
+#include "support/process.h"
 
 namespace zvqrn::test {
 
-// Address of the service's PC in the private network, and addresses that scanners use.
+// Address of the service's PC in the private network.
 constexpr char PC_ADDRESS[] = "10.68.0.2";
-constexpr char SCANNER_ADDRESS[] = "10.68.0.3";
 
 // True inside a private network (scripts/private_network.sh): only there may a test change
 // addresses or send multicasts.  Fails the test elsewhere.

@@ -10,12 +10,14 @@
 
 namespace zvqrn::utility {
 
-static std::string OwnFile() {
+namespace {
+
+std::string AskForOwnFile() {
 #if defined(_WIN32)
   HMODULE module = nullptr;
   constexpr DWORD FLAGS =
       GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
-  if (GetModuleHandleExA(FLAGS, reinterpret_cast<LPCSTR>(&OwnFile), &module) == 0) {
+  if (GetModuleHandleExA(FLAGS, reinterpret_cast<LPCSTR>(&AskForOwnFile), &module) == 0) {
     return {};
   }
   char path[MAX_PATH] = {};
@@ -23,13 +25,23 @@ static std::string OwnFile() {
   return length < MAX_PATH ? std::string(path, length) : std::string();
 #else
   Dl_info own = {};
-  const bool known = dladdr(reinterpret_cast<void*>(&OwnFile), &own) != 0;
+  const bool known = dladdr(reinterpret_cast<void*>(&AskForOwnFile), &own) != 0;
   return known && own.dli_fname != nullptr ? own.dli_fname : "";
 #endif
 }
 
+// Asked at load: while a library is being unloaded the system lets no other thread ask, and the
+// unload waits for calls in progress.  An array, so that nothing is destroyed under a late call.
+struct OwnFile {
+  OwnFile() { AskForOwnFile().copy(path, sizeof path - 1); }
+  char path[4096] = {};
+};
+const OwnFile OWN_FILE;
+
+}  // namespace
+
 std::string PathBesideLibrary(const std::string& name) {
-  return (std::filesystem::path(OwnFile()).parent_path() / name).string();
+  return (std::filesystem::path(OWN_FILE.path).parent_path() / name).string();
 }
 
 }  // namespace zvqrn::utility
