@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <mutex>
 #include <thread>
 
@@ -112,6 +113,36 @@ TEST_F(Discovery, AcceptsByTheRules) {
   // Once the burst is over the same request is answered again.
   scanner.Send(Encode({16}));
   EXPECT_NE(scanner.Receive(5000), "");
+}
+
+// By the ANSI code page: 932 in a Japanese locale under Windows, else 1252.
+TEST_F(Discovery, TellsTheNameInUtf8) {
+  const char* const locale = std::getenv("LC_ALL");
+  const bool japanese = locale != nullptr && std::string(locale).rfind("ja_JP", 0) == 0;
+  const struct {
+    const char* name;
+    const char* western;
+    const char* inJapan;
+  } cases[] = {
+      {"\x83\x5C(", "\xC6\x92\\\\\\(", "\xE3\x82\xBD\\("},
+      {"\xB1,", "\xC2\xB1\\,", "\xEF\xBD\xB1\\,"},
+      // Half a character is no name.
+      {"A\x83", "A\xC6\x92", "\xEF\xBD\xB1\\,"},
+  };
+  for (int xid = 0; xid < 3; xid++) {
+    const auto& c = cases[xid];
+    const bool refused = japanese && xid == 2;
+    const auto length = static_cast<std::int32_t>(std::string(c.name).size());
+    EXPECT_EQ(host.library.setPcName(c.name, length), refused ? 0 : 1);
+    scanner.Send(Encode({xid}));
+    std::string reply;
+    do {
+      reply = scanner.Receive(5000);
+    } while (reply.size() > 12 && reply[11] != xid);
+    const std::string wanted =
+        std::string("(ClientName=") + (japanese ? c.inJapan : c.western) + "),";
+    EXPECT_NE(reply.find(wanted), std::string::npos) << reply;
+  }
 }
 
 TEST_F(Discovery, SendsNothingAfterAStop) {

@@ -10,6 +10,7 @@ std::atomic<std::int64_t> clockAhead{0};
 std::atomic<std::int32_t> threadsBeforeRefusal{-1};
 std::atomic<std::int32_t> emptySends{0};
 std::atomic<char> leadByte{0};
+std::atomic<std::uint32_t> hostAddress{0};
 thread_local bool isTestThread = false;
 
 }  // namespace zvqrn::test
@@ -18,6 +19,8 @@ using zvqrn::platform::SocketHandle;
 using zvqrn::platform::StackKind;
 using zvqrn::platform::ThreadProcedure;
 
+#define REAL_ADDRESS __real__ZN5zvqrn8platform16FirstHostAddressEPKcPj
+#define WRAP_ADDRESS __wrap__ZN5zvqrn8platform16FirstHostAddressEPKcPj
 #define REAL_SECONDS __real__ZN5zvqrn8platform12WholeSecondsEv
 #define WRAP_SECONDS __wrap__ZN5zvqrn8platform12WholeSecondsEv
 #define REAL_START __real__ZN5zvqrn8platform11StartThreadEPFvPvES1_NS0_9StackKindE
@@ -34,6 +37,12 @@ extern "C" {
 
 bool WRAP_LEAD(char byte) {
   return byte != 0 && byte == zvqrn::test::leadByte.load();
+}
+
+bool REAL_ADDRESS(const char* name, std::uint32_t* address);
+bool WRAP_ADDRESS(const char* name, std::uint32_t* address) {
+  *address = zvqrn::test::hostAddress.load();
+  return *address != 0 || REAL_ADDRESS(name, address);
 }
 
 std::int64_t REAL_SECONDS();

@@ -19,6 +19,12 @@ extern std::atomic<std::int32_t> emptySends;
 // A byte that counts as the lead byte of a double-byte character; 0: none does.
 extern std::atomic<char> leadByte;
 
+// The PC's own address, in network byte order; 0: the system's.
+extern std::atomic<std::uint32_t> hostAddress;
+
+// Has the system tell of an address change.
+void TellOfAddressChange();
+
 // True on threads of the test itself, whose sends are left alone.
 extern thread_local bool isTestThread;
 

@@ -1,0 +1,26 @@
+// The two calls that tell of address changes, in place of the system's: Wine never tells.
+
+#include "common/windows_network.h"
+#include "support/replaced_calls.h"
+
+namespace {
+
+std::atomic<HANDLE> pendingEvent{nullptr};
+
+}  // namespace
+
+extern "C" DWORD WINAPI NotifyAddrChange(HANDLE* /*handle*/, OVERLAPPED* overlapped) {
+  pendingEvent = overlapped->hEvent;
+  return ERROR_IO_PENDING;
+}
+
+extern "C" BOOL WINAPI CancelIPChangeNotify(OVERLAPPED* overlapped) {
+  pendingEvent = nullptr;
+  return SetEvent(overlapped->hEvent);
+}
+
+void zvqrn::test::TellOfAddressChange() {
+  if (pendingEvent.load() != nullptr) {
+    SetEvent(pendingEvent);
+  }
+}
