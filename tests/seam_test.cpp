@@ -176,42 +176,32 @@ TEST_F(Seam, KeepsDoubleByteCharactersWhole) {
 }
 
 TEST_F(Seam, FollowsThePcsAddress) {
-  const auto waitFor = [](const std::function<bool()>& condition) {
-    for (int i = 0; i < 100 && !condition(); i++) {
-      platform::SleepMilliseconds(20);
-    }
-    return condition();
-  };
   const auto changeTo = [](const char* text) {
     std::uint32_t address = 0;
     EXPECT_TRUE(platform::TextToAddress(text, &address));
     hostAddress = address;
     TellOfAddressChange();
+    platform::SleepMilliseconds(1500);
   };
-  ASSERT_EQ(host.Stop(), 1);
-  changeTo("127.0.0.1");
   const std::string noNetwork = "257 769 There is no network interface card which can be used.\n";
   const std::string restart = "259 770 Service restart.\n";
+  ASSERT_EQ(host.Stop(), 1);
+  changeTo("127.0.0.1");
   ASSERT_EQ(host.Start(), 1);
   EXPECT_EQ(host.StatusTexts(), noNetwork);
-  platform::SleepMilliseconds(200);
-  changeTo("10.68.0.2");
-  EXPECT_TRUE(waitFor([&] { return host.StatusTexts() == noNetwork + restart; }));
+  platform::SleepMilliseconds(300);
   SlpScanner scanner;
-  int xid = 100;
-  for (const char* address : {"10.68.0.2", "10.68.0.77", "10.68.0.78"}) {
+  for (const char* address : {"10.68.0.2", "10.68.0.77"}) {
     changeTo(address);
-    EXPECT_TRUE(waitFor([&] {
-      scanner.Send(Encode({++xid}));
-      std::string reply;
-      do {  // past what is left of earlier bursts
-        reply = scanner.Receive(300);
-      } while (reply.size() > 12 && (reply[11] & 0xFF) != (xid & 0xFF));
-      return reply.find(std::string("(IPAddress=") + address + ")") != std::string::npos;
-    })) << address;
+    scanner.Send(Encode({1}));
+    std::string replies;
+    for (int i = 0; i < 3; i++) {
+      replies += scanner.Receive(5000);
+    }
+    EXPECT_NE(replies.find(std::string("(IPAddress=") + address + ")"), std::string::npos);
   }
   changeTo("127.0.0.1");
-  EXPECT_TRUE(waitFor([&] { return host.StatusTexts().rfind(noNetwork) > 0; }));
+  EXPECT_EQ(host.StatusTexts(), noNetwork + restart + restart + noNetwork);
   changeTo("10.68.0.2");
 }
 

@@ -36,27 +36,22 @@ struct Scene {
       inCallback = false;
       return QRN_RESPONSE_OK;
     };
+    const auto flood = state == FLOODED ? std::make_unique<SlpScanner>() : nullptr;
     EXPECT_EQ(host.Start(), 1);
     EXPECT_EQ(host.StatusTexts().find("257 769") != std::string::npos, state == WAITING);
     if (state == STOPPED) {
       EXPECT_EQ(host.Stop(), 1);
     } else if (state == IDLE || state == WAITING) {
       platform::SleepMilliseconds(30);
-    } else if (state == IN_CALLBACK) {
-      scanners.push_back(std::make_unique<Scanner>());
-      scanners.push_back(std::make_unique<Scanner>());
-      scanners[0]->Send(Request(Identity("2.00", "1"), DOCUMENT_V2));
-      EXPECT_TRUE(host.WaitForDeliveries(1));
-    } else if (state == FLOODED) {
-      const SlpScanner flood;
-      for (int xid = 0; xid < 40; xid++) {
-        flood.Send(Encode({xid, xid % 2 == 0 ? "default" : "XS-200"}));
-        if (xid % 10 == 0) {
-          scanners.push_back(std::make_unique<Scanner>());
-          scanners.back()->Send(Request(Identity("2.00", "1"), DOCUMENT_V2));
-        }
-      }
     }
+    for (int xid = 0; state == FLOODED && xid < 40; xid++) {
+      flood->Send(Encode({xid, xid % 2 == 0 ? "default" : "XS-200"}));
+    }
+    for (int i = state == FLOODED ? 4 : state == IN_CALLBACK ? 2 : 0; i > 0; i--) {
+      scanners.push_back(std::make_unique<Scanner>());
+      scanners.back()->Send(Request(Identity("2.00", "1"), DOCUMENT_V2));
+    }
+    EXPECT_TRUE(state != IN_CALLBACK || host.WaitForDeliveries(1));
   }
 
   std::atomic<bool> inCallback{false};
@@ -81,12 +76,13 @@ class Unload : public testing::TestWithParam<State> {
   static void Repeat(std::ptrdiff_t busyThreads) {
     const std::ptrdiff_t threads = Threads();
     std::atomic<bool> done{false};
+    const auto spin = [&] {
+      while (!done.load()) {
+      }
+    };
     std::vector<std::thread> busy;
-    for (std::ptrdiff_t i = 0; i < busyThreads; i++) {
-      busy.emplace_back([&] {
-        while (!done.load()) {
-        }
-      });
+    while (static_cast<std::ptrdiff_t>(busy.size()) < busyThreads) {
+      busy.emplace_back(spin);
     }
     const char* rounds = std::getenv("QUORIN_UNLOAD_ROUNDS");
     std::int64_t worst = 0;

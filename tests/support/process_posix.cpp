@@ -1,11 +1,14 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
+#include "support/host.h"
 #include "support/process.h"
 #include "support/slp_scanner.h"
 
@@ -13,19 +16,7 @@ namespace zvqrn::test {
 namespace {
 
 std::ptrdiff_t Count(const char* folder) {
-  const std::filesystem::directory_iterator entries(folder);
-  return std::distance(begin(entries), end(entries));
-}
-
-// What follows `begin` in the first line of the file that holds it; empty without one.
-std::string FindLine(const char* path, const std::string& begin) {
-  std::ifstream file(path);
-  for (std::string line; std::getline(file, line);) {
-    if (line.find(begin) != std::string::npos) {
-      return line.substr(line.find(begin) + begin.size()) + " ";
-    }
-  }
-  return "";
+  return std::distance(std::filesystem::directory_iterator(folder), {});
 }
 
 }  // namespace
@@ -45,7 +36,10 @@ std::ptrdiff_t Handles() {
 }
 
 std::int64_t ResidentKilobytes() {
-  return std::stoll(FindLine("/proc/self/status", "VmRSS:"));
+  std::ifstream pages("/proc/self/statm");
+  std::int64_t all = 0, resident = 0;
+  pages >> all >> resident;
+  return resident * getpagesize() / 1024;
 }
 
 std::int64_t ProcessorMilliseconds() {
@@ -56,7 +50,7 @@ std::int64_t ProcessorMilliseconds() {
 }
 
 bool IsLoaded() {
-  return !FindLine("/proc/self/maps", "libZVQRN.so").empty();
+  return dlopen(LibraryPath().c_str(), RTLD_NOW | RTLD_NOLOAD) != nullptr;
 }
 
 void ResetConnection(platform::SocketHandle socket) {
