@@ -20,6 +20,7 @@ if [[ $code -ne 0 ]]; then
   exit "$code"
 fi
 scripts/build.sh windows-x86 windows-x86-tests
+rm -rf -- "$TESTS/lonely"
 mkdir -p "$LOGS" "$TESTS/lonely"
 rm -f -- "$LOGS"/windows-*
 # The programs load the library that lies beside them: as it is shipped, with the stand-in for the
@@ -59,7 +60,7 @@ for state in "${STATES[@]}"; do
   settings=()
   # A PC whose name leads nowhere but to itself.
   [[ $state != waiting ]] || settings=(QUORIN_PRIVATE_ADDRESS=127.0.0.1)
-  run "unload_$state" 150 "${settings[@]}" unload_tests.exe "*/$state" &
+  run "unload_$state" 120 "${settings[@]}" unload_tests.exe "*/$state" &
 done
 wait
 
