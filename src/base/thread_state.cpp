@@ -45,9 +45,6 @@ std::int32_t WaitForThreadReady(ThreadState* state, ServiceLock* lock) {
 
 bool RequestThreadStop(ThreadState* state, ServiceLock* lock) {
   const LockScope scope(lock);
-  if (!scope.Held()) {
-    return false;
-  }
   const std::int32_t value = state->load();
   const bool runs = value != THREAD_IDLE && value != THREAD_FAILED;
   state->store(runs ? THREAD_STOP_REQUESTED : THREAD_IDLE);

@@ -38,7 +38,8 @@ std::int32_t WaitForThreadReady(ThreadState* state, ServiceLock* lock);
 void ReportSetUp(ThreadState* state, bool succeeded);
 
 // Asks a thread to stop: true when it runs and must be waited for.  A thread that is idle or has
-// failed is set idle.
+// failed is set idle.  As in WriteThreadState the word does not depend on the lock: a thread that
+// never heard of the stop would be waited for without end.
 bool RequestThreadStop(ThreadState* state, ServiceLock* lock);
 
 }  // namespace zvqrn
