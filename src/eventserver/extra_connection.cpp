@@ -113,7 +113,8 @@ void RetireExtraConnections() {
   for (std::int32_t taken = 0; taken < EXTRA_CONNECTION_LIMIT;) {
     const LockResult slot = TryAcquireServiceLock(&service.extraConnectionSlots);
     if (slot == LOCK_FAILED) {
-      return;
+      // A slot left full would keep the next start from making its own.
+      break;
     }
     if (slot == LOCK_OBTAINED) {
       taken++;
