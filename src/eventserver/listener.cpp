@@ -81,7 +81,9 @@ bool AcceptMainConnection(platform::SocketHandle listening) {
   if (socket != platform::NO_SOCKET) {
     platform::CloseSocket(socket);
   }
-  return ChangeConnectionState(THREAD_IDLE);
+  // Also without the lock, or the listener's end would wait for a connection that nobody serves.
+  WriteThreadState(&service.connectionState, &service.connectionStateLock, THREAD_IDLE);
+  return true;
 }
 
 // One wait and what it brings; false when the listener must stop.
@@ -101,8 +103,10 @@ bool ServeOnce(platform::SocketHandle listening) {
   return state >= 0 && AcceptExtraConnection(listening);
 }
 
+// Looks at the word without its lock: a main connection must be waited for even when the lock
+// cannot be had.
 void EndListener(platform::SocketHandle listening) {
-  while (ReadConnectionState() > THREAD_IDLE) {
+  while (service.connectionState.load() != THREAD_IDLE) {
     platform::SleepMilliseconds(MAIN_CONNECTION_POLL_MS);
   }
   RetireExtraConnections();
