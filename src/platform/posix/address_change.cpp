@@ -22,7 +22,8 @@ struct AddressNotifier {
   Event* event;
   std::atomic<bool> armed;
   int routeSocket;
-  int endPipe[2];  // closing the second end tells the thread to end
+  int endPipe[2];      // closing the second end tells the thread to end
+  OwnInterface known;  // the machine's own one, as the thread has last seen it
   pthread_t thread;
 };
 
@@ -87,8 +88,6 @@ News TakeSettledNews(pollfd (&waits)[2], int route) {
 void* PassNewsOn(void* argument) {
   auto* notifier = static_cast<AddressNotifier*>(argument);
   pollfd waits[2] = {{notifier->endPipe[0], 0, 0}, {notifier->routeSocket, POLLIN, 0}};
-  OwnInterface known{};
-  FindOwnInterface(&known);
   while (waits[0].revents == 0) {
     if (poll(waits, 2, -1) < 0 && errno != EINTR) {
       return nullptr;
@@ -97,8 +96,8 @@ void* PassNewsOn(void* argument) {
     // Routes matter only when another interface has become the machine's own.
     OwnInterface now{};
     FindOwnInterface(&now);
-    const bool moved = now.index != known.index || now.address != known.address;
-    known = now;
+    const bool moved = now.index != notifier->known.index || now.address != notifier->known.address;
+    notifier->known = now;
     if ((news == ADDRESS_CHANGED || moved) && notifier->armed.exchange(false)) {
       SignalEvent(notifier->event);
     }
@@ -115,6 +114,8 @@ AddressNotifier* MakeAddressNotifier(Event* event) {
   }
   notifier->event = event;
   notifier->routeSocket = OpenRouteSocket();
+  // Read here and not by the thread: what changes before the thread begins must count as a change.
+  FindOwnInterface(&notifier->known);
   const bool piped = pipe2(notifier->endPipe, O_CLOEXEC) == 0;
   if (notifier->routeSocket >= 0 && piped &&
       pthread_create(&notifier->thread, nullptr, PassNewsOn, notifier) == 0) {
