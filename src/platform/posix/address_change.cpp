@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 
 #include "platform/posix/interfaces.h"
 
@@ -51,6 +52,23 @@ int OpenRouteSocket() {
 // What the kernel has told.
 enum News { NOTHING, ROUTES_CHANGED, ADDRESS_CHANGED };
 
+// The default route decides which address is the machine's own, so a change of it counts as one of
+// the address, even when it has been changed back before anybody looked: whoever was told in
+// between has read what is no longer true.
+News NewsOf(const nlmsghdr* message) {
+  if (message->nlmsg_type == RTM_NEWADDR || message->nlmsg_type == RTM_DELADDR) {
+    return ADDRESS_CHANGED;
+  }
+  if ((message->nlmsg_type != RTM_NEWROUTE && message->nlmsg_type != RTM_DELROUTE) ||
+      message->nlmsg_len < NLMSG_HDRLEN + sizeof(rtmsg)) {
+    return ROUTES_CHANGED;
+  }
+  rtmsg route{};
+  memcpy(&route, reinterpret_cast<const char*>(message) + NLMSG_HDRLEN, sizeof route);
+  const bool isDefault = route.rtm_dst_len == 0 && route.rtm_table == RT_TABLE_MAIN;
+  return isDefault ? ADDRESS_CHANGED : ROUTES_CHANGED;
+}
+
 // Takes what has arrived.  A message that was lost for want of room counts as the most.
 News TakeNews(int route) {
   alignas(nlmsghdr) char bytes[8192];
@@ -67,8 +85,7 @@ News TakeNews(int route) {
     auto left = static_cast<unsigned>(length);
     for (auto* message = reinterpret_cast<nlmsghdr*>(bytes); NLMSG_OK(message, left);
          message = NLMSG_NEXT(message, left)) {
-      const bool address = message->nlmsg_type == RTM_NEWADDR || message->nlmsg_type == RTM_DELADDR;
-      news = std::max(news, address ? ADDRESS_CHANGED : ROUTES_CHANGED);
+      news = std::max(news, NewsOf(message));
     }
   }
 }
@@ -93,7 +110,7 @@ void* PassNewsOn(void* argument) {
       return nullptr;
     }
     const News news = TakeSettledNews(waits, notifier->routeSocket);
-    // Routes matter only when another interface has become the machine's own.
+    // Other routes matter only when another interface has become the machine's own.
     OwnInterface now{};
     FindOwnInterface(&now);
     const bool moved = now.index != notifier->known.index || now.address != notifier->known.address;
