@@ -15,6 +15,7 @@
 #include <cstring>
 
 #include "platform/posix/interfaces.h"
+#include "platform/thread.h"
 
 namespace zvqrn::platform {
 
@@ -23,7 +24,8 @@ struct AddressNotifier {
   Event* event;
   std::atomic<bool> armed;
   int routeSocket;
-  int endPipe[2];      // closing the second end tells the thread to end
+  std::atomic<bool> ending;
+  int endPipe[2];      // closing the second end ends the thread's wait
   OwnInterface known;  // the machine's own one, as the thread has last seen it
   pthread_t thread;
 };
@@ -34,6 +36,8 @@ namespace {
 // one when no further one follows within this time.
 constexpr int SETTLE_MS = 50;
 constexpr int SETTLE_ROUNDS = 20;
+
+constexpr std::int32_t FAILED_WAIT_PAUSE_MS = 300;
 
 // Changes of addresses, and of routes: which address is the machine's own depends on the default
 // route.
@@ -105,9 +109,11 @@ News TakeSettledNews(pollfd (&waits)[2], int route) {
 void* PassNewsOn(void* argument) {
   auto* notifier = static_cast<AddressNotifier*>(argument);
   pollfd waits[2] = {{notifier->endPipe[0], 0, 0}, {notifier->routeSocket, POLLIN, 0}};
-  while (waits[0].revents == 0) {
+  while (!notifier->ending.load()) {
     if (poll(waits, 2, -1) < 0 && errno != EINTR) {
-      return nullptr;
+      // Tried again, but not in a spin: without this thread no change would be noticed any more.
+      SleepMilliseconds(FAILED_WAIT_PAUSE_MS);
+      continue;
     }
     const News news = TakeSettledNews(waits, notifier->routeSocket);
     // Other routes matter only when another interface has become the machine's own.
@@ -156,6 +162,7 @@ bool ArmAddressNotifier(AddressNotifier* notifier) {
 }
 
 void CloseAddressNotifier(AddressNotifier* notifier) {
+  notifier->ending.store(true);
   close(notifier->endPipe[1]);
   pthread_join(notifier->thread, nullptr);
   close(notifier->endPipe[0]);
