@@ -7,7 +7,9 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 . scripts/test_results.sh
 
 readonly PRESETS=(debug asan tsan)
-readonly PROGRAMS=(room_tests seam_tests system_tests unload_tests)
+readonly PROGRAMS=(room_tests seam_tests system_tests unload_tests failure_tests)
+# The order of the threads is what failure_tests leaves open: nothing for the thread sanitiser.
+readonly LEFT_OUT=tsan-failure_tests
 
 scripts/private_network.sh --available || {
   printf 'No network namespace can be made here, and the tests need one: they listen on fixed\n' >&2
@@ -23,6 +25,7 @@ mkdir -p "$LOGS"
 run_preset() {
   local preset=$1 program
   for program in "${PROGRAMS[@]}"; do
+    [[ $preset-$program != "$LEFT_OUT" ]] || continue
     timeout 600 scripts/private_network.sh "build/$preset/$program" \
       >"$LOGS/$preset-$program.log" 2>&1
     printf '%d\n' "$?" >"$LOGS/$preset-$program.exit"
@@ -36,7 +39,7 @@ wait "$sanitised"
 
 for preset in "${PRESETS[@]}"; do
   for program in "${PROGRAMS[@]}"; do
-    count_program "$preset-$program"
+    [[ $preset-$program == "$LEFT_OUT" ]] || count_program "$preset-$program"
   done
 done
 
