@@ -27,4 +27,7 @@ void AddPush(CLI::App* app, Command* chosen);
 // listen: keeps a START open and shows the host's data.
 void AddListen(CLI::App* app, Command* chosen);
 
+// stress: plays bad scanners against a PC.
+void AddStress(CLI::App* app, Command* chosen);
+
 }  // namespace zvqrn::scanner

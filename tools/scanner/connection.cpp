@@ -45,7 +45,7 @@ void SendPiece(Connection* connection, const std::string& bytes) {
       continue;
     }
     if (count != platform::SEND_NO_ROOM) {
-      throw Failure(EXIT_PROTOCOL_ERROR, "the PC ended the connection while it was being sent to");
+      throw ConnectionEnded("the PC ended the connection while it was being sent to");
     }
     const platform::SocketWait wait =
         platform::WaitWritable(connection->socket, connection->link.timeoutMs);
@@ -73,10 +73,10 @@ bool ReceiveSome(Connection* connection, std::int64_t deadlineMs) {
     return true;
   }
   if (count == 0) {
-    throw Failure(EXIT_PROTOCOL_ERROR, "the PC closed the connection" + BytesInHand(*connection));
+    throw ConnectionEnded("the PC closed the connection" + BytesInHand(*connection));
   }
   if (count < 0) {
-    throw Failure(EXIT_PROTOCOL_ERROR, "the connection broke" + BytesInHand(*connection));
+    throw ConnectionEnded("the connection broke" + BytesInHand(*connection));
   }
   bytes.resize(static_cast<std::size_t>(count));
   Trace(*connection, "received", bytes);

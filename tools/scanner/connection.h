@@ -19,6 +19,11 @@ struct Failure : std::runtime_error {
   ExitCode exitCode;
 };
 
+// The PC ended the connection.
+struct ConnectionEnded : Failure {
+  explicit ConnectionEnded(const std::string& reason) : Failure(EXIT_PROTOCOL_ERROR, reason) {}
+};
+
 // Where to connect, and how bytes are sent: all at once, or in pieces with pauses between them.
 struct Link {
   std::string address = "127.0.0.1";

@@ -20,6 +20,7 @@ constexpr char EXAMPLES[] =
     "  quorin-scanner push --to 192.0.2.7        is the PC ready for scans?\n"
     "  quorin-scanner push --help                everything that can be tried\n"
     "  quorin-scanner listen --to 192.0.2.7      what does the host send back?\n"
+    "  quorin-scanner stress --to 192.0.2.7      does the PC survive bad scanners?\n"
     "\n"
     "In --json output each text from a PC has one character (U+00HH) for a byte; only the names\n"
     "that discover and doctor find are read as the UTF-8 that they are.\n"
@@ -34,6 +35,7 @@ int Main(int argc, char** argv) {
   AddDoctor(&app, &chosen);
   AddPush(&app, &chosen);
   AddListen(&app, &chosen);
+  AddStress(&app, &chosen);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -37,28 +37,6 @@ void AddHeaderOption(CLI::App* command, const char* name, Headers* headers, cons
       ->group("Wrong on purpose");
 }
 
-void AddLinkOptions(CLI::App* command, RequestOptions* options) {
-  Link* link = &options->link;
-  command->add_option("--to", link->address, "The PC's IPv4 address")
-      ->type_name("ADDR")
-      ->capture_default_str()
-      ->check([](const std::string& text) {
-        std::uint32_t address = 0;
-        const bool good = platform::TextToAddress(text.c_str(), &address);
-        return good ? std::string() : "'" + text + "' is no IPv4 address such as 192.0.2.1";
-      });
-  command->add_option("--port", link->port, "The PC's TCP port")
-      ->type_name("PORT")
-      ->capture_default_str()
-      ->check(CLI::Range(1, 65535).description(""));
-  command->add_option("--timeout", link->timeoutMs, "Longest wait for an answer")
-      ->type_name("MS")
-      ->capture_default_str()
-      ->check(CLI::Range(1, MILLISECONDS_LIMIT).description(""));
-  command->add_flag("--json", options->json, "Print one JSON object a line");
-  command->add_flag("--trace", link->trace, "Show every byte sent and received (standard error)");
-}
-
 void AddField(CLI::App* command, const char* name, std::string* field, const char* type,
               const char* help) {
   command->add_option(name, *field, help)->type_name(type)->capture_default_str()->group("Request");
@@ -164,6 +142,28 @@ const char* ExchangeName(Exchange exchange) {
     default:
       return "single";
   }
+}
+
+void AddLinkOptions(CLI::App* command, RequestOptions* options) {
+  Link* link = &options->link;
+  command->add_option("--to", link->address, "The PC's IPv4 address")
+      ->type_name("ADDR")
+      ->capture_default_str()
+      ->check([](const std::string& text) {
+        std::uint32_t address = 0;
+        const bool good = platform::TextToAddress(text.c_str(), &address);
+        return good ? std::string() : "'" + text + "' is no IPv4 address such as 192.0.2.1";
+      });
+  command->add_option("--port", link->port, "The PC's TCP port")
+      ->type_name("PORT")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 65535).description(""));
+  command->add_option("--timeout", link->timeoutMs, "Longest wait for an answer")
+      ->type_name("MS")
+      ->capture_default_str()
+      ->check(CLI::Range(1, MILLISECONDS_LIMIT).description(""));
+  command->add_flag("--json", options->json, "Print one JSON object a line");
+  command->add_flag("--trace", link->trace, "Show every byte sent and received (standard error)");
 }
 
 void AddRequestOptions(CLI::App* command, RequestOptions* options) {

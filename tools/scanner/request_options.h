@@ -34,7 +34,10 @@ enum Exchange { EXCHANGE_OF_ONE, EXCHANGE_START, EXCHANGE_END };
 // "single", "start" or "end".
 const char* ExchangeName(Exchange exchange);
 
-// Adds the shared options to a subcommand.
+// Adds the options of where to send to and what to print.
+void AddLinkOptions(CLI::App* command, RequestOptions* options);
+
+// Adds all the shared options, those above among them, to a subcommand.
 void AddRequestOptions(CLI::App* command, RequestOptions* options);
 
 // Throws CLI::ValidationError when the fields cannot be those of a scanner, unless `unchecked`.
