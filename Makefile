@@ -1,13 +1,14 @@
 # The commands of this repository.  Each installs the Debian packages that it needs if they are
 # missing (as root, or with sudo).
 
-.PHONY: help demo test bench fuzz windows package format lint clean
+.PHONY: help demo test bench fuzz soak windows package format lint clean
 
 help:
 	@echo 'make demo     build, and show a scanner and a host talking through the library'
 	@echo 'make test     build and run every test'
 	@echo 'make bench    measure the library beside others, and print a table'
 	@echo 'make fuzz     fuzz for SECONDS=300, all targets or TARGETS="..."'
+	@echo 'make soak     ten minutes of everything at once (MINUTES=n), watched for what grows'
 	@echo 'make windows  build ZVQRN.dll and the tools for 32-bit Windows'
 	@echo 'make package  make the packages for host programmers, in build/packages/'
 	@echo 'make format   lay out the source files'
@@ -31,6 +32,11 @@ SECONDS = 300
 fuzz:
 	@scripts/install_packages.sh fuzz
 	@scripts/fuzz.sh $(SECONDS) $(TARGETS)
+
+soak:
+	@scripts/install_packages.sh build
+	@scripts/build.sh release
+	@scripts/soak.sh $(MINUTES)
 
 windows:
 	@scripts/install_packages.sh package

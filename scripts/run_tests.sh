@@ -44,6 +44,7 @@ for preset in "${PRESETS[@]}"; do
 done
 
 check demo scripts/demo.sh build/asan
+check soak scripts/soak.sh --seconds 20 --preset asan
 check exports scripts/check_exports.sh build/debug/libZVQRN.so build/windows-x86/ZVQRN.dll
 check lint scripts/lint.sh
 

@@ -63,38 +63,63 @@ bool IsFinished(HostState* state) {
   return limit > 0 && state->answered >= limit && state->dueSends.empty();
 }
 
-void WaitUntilFinished(HostState* state) {
-  const auto limitMs = static_cast<std::int64_t>(state->options->seconds * 1000);
-  const std::int64_t startMs = platform::MonotonicMilliseconds();
-  while (!tools::InterruptCame() && !IsFinished(state)) {
-    if (limitMs > 0 && platform::MonotonicMilliseconds() - startMs >= limitMs) {
-      return;
+// When the host ends, and when it only stops and starts anew; both of the monotonic clock, 0:
+// never.
+struct Deadlines {
+  std::int64_t endMs = 0;
+  std::int64_t restartMs = 0;
+};
+
+std::int64_t DeadlineIn(double seconds) {
+  return seconds > 0 ? platform::MonotonicMilliseconds() + static_cast<std::int64_t>(seconds * 1000)
+                     : 0;
+}
+
+bool HasPassed(std::int64_t deadlineMs) {
+  return deadlineMs > 0 && platform::MonotonicMilliseconds() >= deadlineMs;
+}
+
+// True when the host is to end, false when its service is to be restarted.
+bool WaitUntilFinished(HostState* state, const Deadlines& deadlines) {
+  while (!tools::InterruptCame() && !IsFinished(state) && !HasPassed(deadlines.endMs)) {
+    if (HasPassed(deadlines.restartMs)) {
+      return false;
     }
     platform::WaitEvent(state->changed, LOOK_EVERY_MS);
     platform::ClearEvent(state->changed);
     SendWhatIsDue(state);
   }
+  return true;
 }
 
-// From the start of the service to its stop; `library` stays loaded.
-int RunService(const HostOptions& options, const ServiceLibrary& library, HostState* state) {
-  if (library.startService(OnPeer, OnScanEvent, OnStatus, state, state, state) != 1) {
-    tools::PrintError("The service did not start: " + WhyNotStarted(ToldNoNetwork(state)) + ".");
-    return EXIT_NO_SERVICE;
-  }
-  int exitCode = EXIT_OK;
+// Gives the service the name that the options want, says what it is called, and waits.  False when
+// the name is not taken.
+bool Serve(const HostOptions& options, const ServiceLibrary& library, HostState* state,
+           const Deadlines& deadlines, bool* finished) {
   const auto nameLength = static_cast<std::int32_t>(options.pcName.size());
+  *finished = true;
   if (nameLength > 0 && library.setPcName(options.pcName.data(), nameLength) != 1) {
     tools::PrintError("The service did not take '" + options.pcName + "' as the PC's name.");
-    exitCode = EXIT_FAILED;
-  } else {
-    {
-      const std::string pcName = PcName(library);
-      const HeldLock lock = LockState(state);
-      LogStarted(options.json, pcName, state->toldNoNetwork);
-    }
-    WaitUntilFinished(state);
+    return false;
   }
+  {
+    const std::string pcName = PcName(library);
+    const HeldLock lock = LockState(state);
+    LogStarted(options.json, pcName, state->toldNoNetwork);
+  }
+  *finished = WaitUntilFinished(state, deadlines);
+  return true;
+}
+
+// From a start of the service to its stop; `library` stays loaded.
+int RunServiceOnce(const HostOptions& options, const ServiceLibrary& library, HostState* state,
+                   const Deadlines& deadlines, bool* finished) {
+  if (library.startService(OnPeer, OnScanEvent, OnStatus, state, state, state) != 1) {
+    tools::PrintError("The service did not start: " + WhyNotStarted(ToldNoNetwork(state)) + ".");
+    *finished = true;
+    return EXIT_NO_SERVICE;
+  }
+  int exitCode = Serve(options, library, state, deadlines, finished) ? EXIT_OK : EXIT_FAILED;
   const std::int32_t result = library.stopService();
   const HeldLock lock = LockState(state);
   LogStopped(options.json, result, state->received);
@@ -102,6 +127,19 @@ int RunService(const HostOptions& options, const ServiceLibrary& library, HostSt
   if (result != 1 && !state->toldNoNetwork) {
     tools::PrintError("The service did not stop as it should.");
     exitCode = EXIT_FAILED;
+  }
+  state->toldNoNetwork = false;
+  return exitCode;
+}
+
+int RunService(const HostOptions& options, const ServiceLibrary& library, HostState* state) {
+  Deadlines deadlines;
+  deadlines.endMs = DeadlineIn(options.seconds);
+  int exitCode = EXIT_OK;
+  bool finished = false;
+  while (exitCode == EXIT_OK && !finished) {
+    deadlines.restartMs = DeadlineIn(options.restartSeconds);
+    exitCode = RunServiceOnce(options, library, state, deadlines, &finished);
   }
   return exitCode;
 }

@@ -177,6 +177,10 @@ bool ReadOptions(int argc, char** argv, HostOptions* options, int* exitCode) {
   app.add_option("--for", options->seconds, "End after this time")
       ->type_name("SECONDS")
       ->check(CLI::Range(0.001, 1'000'000.0).description(""));
+  app.add_option("--restart-every", options->restartSeconds,
+                 "Stop the service so often and start it again, to see what that does to scanners")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.1, 1'000'000.0).description(""));
   try {
     app.parse(argc, argv);
     if (app.count("--name") > 0) {

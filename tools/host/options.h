@@ -25,6 +25,7 @@ struct HostOptions {
   std::int32_t sendAfterMs = SEND_INSIDE_CALLBACK;  // or so long after the callback returned
   std::int32_t requests = 0;                        // end after so many answers; 0: no limit
   double seconds = 0;                               // end after this time; 0: no limit
+  double restartSeconds = 0;                        // stop and start so often; 0: never
 };
 
 // Reads the command line.  False when the program is to end at once with `*exitCode`: help was

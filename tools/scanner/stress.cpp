@@ -229,7 +229,7 @@ void AddStress(CLI::App* app, Command* chosen) {
   command->add_option("--seconds", options->seconds, "Time for all the kinds together")
       ->type_name("N")
       ->capture_default_str()
-      ->check(CLI::Range(1.0, 1'000'000.0).description(""));
+      ->check(CLI::Range(0.1, 1'000'000.0).description(""));
   command->add_option("--kinds", options->kinds, "Only these, with commas between (default all)")
       ->type_name("LIST")
       ->delimiter(',')
