@@ -3,10 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "platform/clock.h"
 #include "platform/thread.h"
@@ -14,6 +17,7 @@
 #include "support/messages.h"
 #include "support/process.h"
 #include "support/scanner.h"
+#include "support/slp_scanner.h"
 
 namespace zvqrn::test {
 namespace {
@@ -102,50 +106,144 @@ TEST(HostilePeer, CannotDripItsWayPastAStop) {
   dripping.join();
 }
 
-// A pipelined flood: every request is answered, in order, while the scanner never pauses.
-TEST(HostilePeer, MayFloodAndGetsItsAnswers) {
-  constexpr int REQUESTS = 400;
+bool IsServed(const std::string& answer) {
+  return answer.find("x-status : 0001\r\n") != std::string::npos;
+}
+
+std::string AskOnce(Scanner* scanner) {
+  scanner->Send(Request(Identity("2.00", "good"), DOCUMENT_V2));
+  return scanner->Receive();
+}
+
+// A scanner that is served: the main connection may be another's for a moment yet.
+std::unique_ptr<Scanner> TakeMainConnection() {
+  auto scanner = std::make_unique<Scanner>();
+  for (int i = 0; i < 500 && !IsServed(AskOnce(scanner.get())); i++) {
+    platform::SleepMilliseconds(20);
+    scanner = std::make_unique<Scanner>();
+  }
+  return scanner;
+}
+
+// Sends bytes in pieces and ends the connection in one way or the other.
+void Play(const std::string& bytes, std::size_t piece, void (Scanner::*end)()) {
+  Scanner scanner;
+  for (std::size_t i = 0; i < bytes.size() && scanner.Send(bytes.substr(i, piece)); i += piece) {
+    platform::SleepMilliseconds(piece == 1 ? 10 : 0);
+  }
+  (scanner.*end)();
+}
+
+// Connects, `atOnce` at a time, without waiting for room in the queue of arrivals.
+void Knock(std::size_t count, std::size_t atOnce) {
+  std::uint32_t address = 0;
+  platform::TextToAddress("127.0.0.1", &address);
+  std::vector<platform::SocketHandle> sockets;
+  for (std::size_t i = 0; i < count; i++) {
+    sockets.push_back(platform::OpenTcpSocket());
+    platform::ConnectTo(sockets.back(), address, 2968, 1);
+    if (sockets.size() == atOnce) {
+      platform::SleepMilliseconds(atOnce > 1 ? 300 : 0);
+      std::for_each(sockets.begin(), sockets.end(), platform::CloseSocket);
+      sockets.clear();
+    }
+  }
+}
+
+void Search() {
+  SlpScanner searching("127.0.0.9");
+  for (int xid = 0; xid < 300; xid++) {
+    searching.Send(Encode({xid}), "127.0.0.1");
+    searching.Send(Encode({xid}).substr(0, static_cast<std::size_t>(xid % 53)), "127.0.0.1");
+  }
+}
+
+// Each comes beside a scanner that is served, then alone; in the end everything is given back.
+TEST(HostilePeer, DoesNotDisturbTheScannerThatIsServed) {
+  const std::string bad = Request(Identity("2.00", "b") + "x-subevent : START\r\n", DOCUMENT_V2);
+  const std::string huge = Request(Identity("2.00", "b"), std::string(16000000, ' '));
+  std::string flood;
+  for (int i = 0; i < 500; i++) {
+    flood += bad;
+  }
+  const std::function<void()> acts[] = {
+      [&] { Play(bad.substr(0, 40), 1, &Scanner::Close); },
+      [&] { Play("x : " + std::string(2000000, 'x'), 65536, &Scanner::Close); },
+      [&] { Play(huge, 65536, &Scanner::Close); },
+      [&] { Play(bad, 65536, &Scanner::EndSending); },
+      [&] { Play(flood, 65536, &Scanner::Reset); },
+      [] { Knock(400, 400); },
+      [] { Knock(10000, 1); },
+      Search,
+  };
   Host host(LibraryPath());
   ASSERT_EQ(host.Start(), 1);
-  Scanner scanner;
-  std::thread sender([&] {
-    for (int i = 0; i < REQUESTS; i++) {
-      const char* subevent = i % 2 == 0 ? "x-subevent : START\r\n" : "";
-      EXPECT_TRUE(scanner.Send(Request(Identity("3.00", std::to_string(i)) + subevent, "x")));
+  for (const auto& act : acts) {
+    const std::unique_ptr<Scanner> good = TakeMainConnection();
+    const std::string expected = AskOnce(good.get());
+    EXPECT_TRUE(IsServed(expected)) << "act " << &act - acts;
+    std::atomic<bool> over{false};
+    std::thread acting([&] {
+      act();
+      over = true;
+    });
+    for (int i = 0; i < 20 || !over.load(); i++) {
+      const std::int64_t begin = platform::MonotonicMilliseconds();
+      EXPECT_EQ(AskOnce(good.get()), expected) << "act " << &act - acts;
+      EXPECT_LT(platform::MonotonicMilliseconds() - begin, 3000) << "act " << &act - acts;
     }
-  });
-  sender.join();
-  for (int i = 0; i < REQUESTS; i++) {
-    EXPECT_NE(scanner.Receive().find("x-uid : " + std::to_string(i) + "\r\nx-status : 1001"),
-              std::string::npos)
-        << i;
+    acting.join();
+    good->Close();
+    act();
+  }
+  const std::unique_ptr<Scanner> good = TakeMainConnection();
+  Scanner extras[5];
+  for (Scanner& extra : extras) {
+    EXPECT_TRUE(extra.HearsNothing(50)) << "its place was not given back";
   }
   EXPECT_EQ(host.Stop(), 1);
 }
 
-// Connections that come and go by the hundred leave nothing behind, and the next scanner is served.
-TEST(HostilePeer, MayConnectAndVanish) {
+TEST(HostilePeer, MaySendHeadsUpToTheLimit) {
   Host host(LibraryPath());
   ASSERT_EQ(host.Start(), 1);
-  for (int i = 0; i < 300; i++) {
-    Scanner scanner;
-    if (i % 3 == 0) {
-      scanner.Send(i % 2 == 0 ? "POST" : Request(Identity("2.00", "v"), DOCUMENT_V2));
-    }
-    if (i % 2 == 0) {
-      scanner.Reset();
-    }
-    // Slower than the short queue of arrivals can fill up, which would only try the system.
-    platform::SleepMilliseconds(3);
+  Scanner scanner;
+  for (std::size_t size = 4095; size <= 4097; size++) {
+    const std::string head = Identity("2.00", std::string(19, 'u')) + "x-filler : ";
+    const std::size_t others = Request(head + "\r\n", DOCUMENT_V2).find("\r\n\r\n") + 4;
+    scanner.Send(Request(head + std::string(size - others, 'f') + "\r\n", DOCUMENT_V2));
+    EXPECT_EQ(IsServed(scanner.Receive(1500)), size <= 4096) << size;
   }
-  std::string answer;
-  for (int i = 0; i < 100 && answer.find("x-status : 0001") == std::string::npos; i++) {
-    platform::SleepMilliseconds(50);
-    Scanner scanner;
-    scanner.Send(Request(Identity("2.00", "served"), DOCUMENT_V2));
-    answer = scanner.Receive();
+}
+
+// A pipelined flood of STARTs, every third of them refused: each gets its answer, the refused ones
+// in order, while the scanner never pauses; those without END go with the connection.
+TEST(HostilePeer, MayLeaveThousandsOfStartsOpen) {
+  constexpr int STARTS = 6000;
+  Host host(LibraryPath());
+  ASSERT_EQ(host.Start(), 1);
+  Scanner scanner;
+  const auto send = [&](const std::string& uid, const std::string& version,
+                        const std::string& subevent) {
+    const std::string headers = Identity(version, uid) + "x-subevent : " + subevent + "\r\n";
+    EXPECT_TRUE(scanner.Send(Request(headers, DOCUMENT_V2)));
+  };
+  send("early", "2.00", "END\r\nx-parent-uid : 7");
+  EXPECT_NE(scanner.Receive().find("x-status : 2002"), std::string::npos);
+  for (int i = 0; i < STARTS; i++) {
+    send(std::to_string(i), i % 3 == 0 ? "3.00" : "2.00", "START");
   }
-  EXPECT_NE(answer.find("x-uid : served\r\nx-status : 0001\r\n"), std::string::npos);
+  int refused = 0;
+  for (int i = 0; i < STARTS; i++) {
+    const std::string answer = scanner.Receive();
+    if (!IsServed(answer)) {
+      const std::string end = ": " + std::to_string(3 * refused++) + "\r\nx-status : 1001\r\n\r\n";
+      EXPECT_NE(answer.find(end), std::string::npos) << answer;
+    }
+  }
+  EXPECT_EQ(refused, STARTS / 3);
+  send("end", "2.00", "END\r\nx-parent-uid : 7");
+  EXPECT_TRUE(IsServed(scanner.Receive()));
   EXPECT_EQ(host.Stop(), 1);
 }
 

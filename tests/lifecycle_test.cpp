@@ -14,9 +14,12 @@
 #include "support/messages.h"
 #include "support/process.h"
 #include "support/scanner.h"
+#include "support/slp_scanner.h"
 
 namespace zvqrn::test {
 namespace {
+
+const std::string START = "x-subevent : START\r\n";
 
 std::int32_t QRN_CALLBACK NoFilter(const PeerDescription*, void*) {
   return 0;
@@ -133,23 +136,6 @@ TEST(Lifecycle, SendsWhatIsDueBeforeItStops) {
   stopper.join();
 }
 
-TEST(Lifecycle, RefusesAStopFromInsideACallback) {
-  Host host(LibraryPath());
-  std::atomic<std::int32_t> results{0};
-  host.verdict = [&](EventHeader*) {
-    std::int32_t length = 0;
-    results = host.Stop() + 10 * host.Start() + 100 * host.library.getPcName(nullptr, &length) +
-              1000 * host.library.setPcName("X", 1);
-    return QRN_RESPONSE_OK;
-  };
-  ASSERT_EQ(host.Start(), 1);
-  Scanner scanner;
-  scanner.Send(Request(Identity("2.00", "1"), DOCUMENT_V2));
-  EXPECT_NE(scanner.Receive(), "");
-  EXPECT_EQ(results.load(), 1100);
-  EXPECT_EQ(host.Stop(), 1);
-}
-
 // Threads of the host call every export while connections and the service itself come and go.
 TEST(Lifecycle, SurvivesExportsAtAnyMoment) {
   Host host(LibraryPath());
@@ -177,13 +163,16 @@ TEST(Lifecycle, SurvivesExportsAtAnyMoment) {
       sent += host.library.sendData(&copy, "more", 4);
     }
   });
-  callers.emplace_back([&] {
-    while (!done.load()) {
-      host.Start();
-      platform::SleepMilliseconds(700);
-      host.Stop();
-    }
-  });
+  std::atomic<std::int32_t> running{0};
+  for (std::int32_t i = 0; i < 3; i++) {
+    callers.emplace_back([&] {
+      while (!done.load()) {
+        running += host.Start();
+        platform::SleepMilliseconds(700);
+        running -= host.Stop();
+      }
+    });
+  }
   const std::int64_t until = platform::MonotonicMilliseconds() + 5000;
   std::int32_t answered = 0;
   for (std::int32_t patience = 0; platform::MonotonicMilliseconds() < until;
@@ -207,9 +196,82 @@ TEST(Lifecycle, SurvivesExportsAtAnyMoment) {
   for (std::thread& caller : callers) {
     caller.join();
   }
-  host.Stop();
+  EXPECT_EQ(running.load(), host.Stop()) << "each start that succeeds has its stop";
   EXPECT_GT(answered, 0);
   EXPECT_GT(sent.load(), 0);
+}
+
+// What start, stop, the name's two and the data's function give, a digit each.
+std::int32_t ResultsOfExports(Host* host, EventHeader request) {
+  std::int32_t length = 0;
+  return host->Start() * 10000 + host->Stop() * 1000 +
+         host->library.getPcName(nullptr, &length) * 100 + host->library.setPcName("X", 1) * 10 +
+         host->library.sendData(&request, "x", 1);
+}
+
+TEST(MisbehavingHost, GetsTheResultsOfEachCallback) {
+  Host host(LibraryPath());
+  std::atomic<std::int32_t> inEvent{-1};
+  std::atomic<std::int32_t> inFilter{-1};
+  std::atomic<std::int32_t> inStatus{-1};
+  host.verdict = [&](EventHeader* header) {
+    inEvent = ResultsOfExports(&host, *header);
+    return QRN_RESPONSE_OK;
+  };
+  host.filter = [&](const PeerDescription*) {
+    inFilter = ResultsOfExports(&host, EventHeader{});
+    return 1;
+  };
+  host.onStatus = [&] { inStatus = ResultsOfExports(&host, EventHeader{}); };
+  ASSERT_EQ(host.Start(), 1);
+  Scanner scanner;
+  scanner.Send(Request(Identity("2.00", "1") + START, DOCUMENT_V2));
+  EXPECT_NE(scanner.Receive(), "");
+  EXPECT_EQ(inEvent.load(), 111);
+  SlpScanner searching;
+  searching.Send(Encode({1, "XS-200"}));
+  EXPECT_NE(searching.Receive(PATIENCE_MS), "");
+  EXPECT_EQ(inFilter.load(), 110);
+#if !defined(_WIN32)  // Wine tells nobody of changed addresses
+  RunCommand("ip address replace 10.68.0.99/24 dev quorin0");
+  for (int i = 0; i < PATIENCE_MS && inStatus.load() < 0; i++) {
+    platform::SleepMilliseconds(1);
+  }
+  EXPECT_EQ(inStatus.load(), 0);
+  RunCommand("ip address del 10.68.0.99/24 dev quorin0");
+#endif
+  EXPECT_EQ(host.Stop(), 1);
+}
+
+// A request shares its uid with a START, whose END comes while the host still has the request.
+TEST(MisbehavingHost, KeepsARequestThatLosesItsUid) {
+  for (const std::string& subevent : {std::string(), START}) {
+    Host host(LibraryPath());
+    std::atomic<bool> release{false};
+    std::atomic<int> calls{0};
+    host.verdict = [&](EventHeader* header) {
+      if (++calls == 2) {
+        while (!release.load()) {
+          platform::SleepMilliseconds(1);
+        }
+        EXPECT_EQ(ResultsOfExports(&host, *header), 110) << "nobody to send to";
+      }
+      return QRN_RESPONSE_OK;
+    };
+    ASSERT_EQ(host.Start(), 1);
+    Scanner scanner;
+    scanner.Send(Request(Identity("2.00", "same") + START, DOCUMENT_V2));
+    EXPECT_NE(scanner.Receive(), "");
+    scanner.Send(Request(Identity("2.00", "same") + subevent, DOCUMENT_V2));
+    ASSERT_TRUE(host.WaitForDeliveries(2));
+    scanner.Send(Request(Identity("2.00", "e") + "x-subevent : END\r\nx-parent-uid : same\r\n",
+                         DOCUMENT_V2));
+    EXPECT_NE(scanner.Receive().find("x-status : 0001"), std::string::npos);
+    EXPECT_TRUE(scanner.HearsNothing(2000)) << "the host takes its time";
+    release = true;
+    EXPECT_NE(scanner.Receive().find("x-uid : same\r\nx-status : 0001"), std::string::npos);
+    EXPECT_EQ(host.Stop(), 1);
+  }
 }
 
 }  // namespace

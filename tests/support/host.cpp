@@ -80,6 +80,9 @@ std::int32_t Host::OnEvent(EventHeader* header, std::int32_t kind, const void* d
 std::int32_t Host::OnStatus(std::int32_t statusClass, std::int32_t statusCode, const char* message,
                             void* context) {
   auto* self = static_cast<Host*>(context);
+  if (const auto onStatus = self->onStatus.Get()) {
+    onStatus();
+  }
   const std::lock_guard<std::mutex> guard(self->mutex_);
   self->statusTexts_ +=
       std::to_string(statusClass) + " " + std::to_string(statusCode) + " " + message + "\n";

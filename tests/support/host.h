@@ -61,6 +61,7 @@ class Host {
   // What the callbacks do; by default every request is answered 1.
   Guarded<std::function<std::int32_t(EventHeader*)>> verdict;
   Guarded<std::function<std::int32_t(const PeerDescription*)>> filter;
+  Guarded<std::function<void()>> onStatus;
   // The status messages so far, their texts one a line.
   std::string StatusTexts();
 

@@ -20,9 +20,6 @@ std::int64_t ProcessorMilliseconds();
 // True while the library under test is in this process.
 bool IsLoaded();
 
-// Closes a connection with a reset.
-void ResetConnection(platform::SocketHandle socket);
-
 // A scanner's address, and that of the interface from which a scanner at `address` sends
 // multicasts.  Wine truly binds datagram sockets to 127.0.0.1 only, and to every address otherwise.
 extern const char* const SCANNER_ADDRESS;

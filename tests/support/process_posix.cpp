@@ -1,7 +1,6 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -51,12 +50,6 @@ std::int64_t ProcessorMilliseconds() {
 
 bool IsLoaded() {
   return dlopen(LibraryPath().c_str(), RTLD_NOW | RTLD_NOLOAD) != nullptr;
-}
-
-void ResetConnection(platform::SocketHandle socket) {
-  const linger atOnce{1, 0};
-  setsockopt(static_cast<int>(socket), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
-  platform::CloseSocket(socket);
 }
 
 void RunCommand(const std::string& command) {

@@ -48,13 +48,6 @@ bool IsLoaded() {
   return GetModuleHandleA("ZVQRN.dll") != nullptr;
 }
 
-void ResetConnection(platform::SocketHandle socket) {
-  const linger atOnce{1, 0};
-  setsockopt(static_cast<SOCKET>(socket), SOL_SOCKET, SO_LINGER,
-             reinterpret_cast<const char*>(&atOnce), sizeof atOnce);
-  platform::CloseSocket(socket);
-}
-
 void RunCommand(const std::string& /*command*/) {}
 
 }  // namespace zvqrn::test

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "common/rude_socket.h"
 #include "platform/clock.h"
-#include "support/process.h"
 
 namespace zvqrn::test {
 namespace {
@@ -105,8 +105,12 @@ void Scanner::Close() {
 }
 
 void Scanner::Reset() {
-  ResetConnection(socket_);
+  tools::BreakOffConnection(socket_);
   socket_ = platform::NO_SOCKET;
+}
+
+void Scanner::EndSending() {
+  tools::EndSending(socket_);
 }
 
 }  // namespace zvqrn::test

@@ -34,7 +34,8 @@ class Scanner {
   // True when not a byte comes for that long and the connection stays open.
   bool HearsNothing(std::int32_t milliseconds);
 
-  // Closes the connection, or breaks it off with a reset.
+  // Ends its own side only; closes the connection; breaks it off with a reset.
+  void EndSending();
   void Close();
   void Reset();
 
