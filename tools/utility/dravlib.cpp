@@ -1,6 +1,7 @@
-// The one export of the stand-in utility library.  It keeps nothing between calls: the table is
-// read afresh each time, so an edited table counts from the next request on, and any thread may
-// call at any time.
+// The one export of the stand-in utility library.  The table is read when the library is loaded:
+// a call must not ask the system for anything that takes the loader's lock, because a host that
+// unloads its library holds that lock and waits for the calls in progress.  Any thread may call at
+// any time.
 #include <cstdint>
 #include <cstring>
 #include <fstream>
@@ -14,15 +15,22 @@ namespace {
 constexpr std::int32_t DRIVER_KNOWN = 1;
 constexpr std::int32_t DRIVER_UNKNOWN = 0;
 
-std::int32_t LookUp(const char* productName, char* buffer) {
-  std::ifstream table(zvqrn::utility::PathBesideLibrary("DRAVLIB.txt"));
-  const std::string driver = zvqrn::utility::FindDriverName(table, productName);
-  if (driver.empty()) {
-    return DRIVER_UNKNOWN;
+// The table as it stands in the file; what is beyond its end is not read.  An array, so that
+// nothing is destroyed under a call that comes as the process ends.
+struct Table {
+  Table() noexcept {
+    try {
+      std::ifstream file(zvqrn::utility::PathBesideLibrary("DRAVLIB.txt"), std::ios::binary);
+      file.read(text, sizeof text);
+      length = static_cast<std::size_t>(file.gcount());
+    } catch (...) {
+      length = 0;
+    }
   }
-  std::memcpy(buffer, driver.c_str(), driver.size() + 1);
-  return DRIVER_KNOWN;
-}
+  char text[64 * 1024] = {};
+  std::size_t length = 0;
+};
+const Table TABLE;
 
 }  // namespace
 
@@ -32,10 +40,12 @@ extern "C" QRN_PUBLIC std::int32_t QRN_EXPORT GetTWAINName(const char* productNa
   if (productName == nullptr || buffer == nullptr) {
     return DRIVER_UNKNOWN;
   }
-  // The caller knows nothing of C++: whatever goes wrong in here is "unknown" to it.
-  try {
-    return LookUp(productName, buffer);
-  } catch (...) {
+  const std::string_view driver =
+      zvqrn::utility::FindDriverName({TABLE.text, TABLE.length}, productName);
+  if (driver.empty()) {
     return DRIVER_UNKNOWN;
   }
+  std::memcpy(buffer, driver.data(), driver.size());
+  buffer[driver.size()] = '\0';
+  return DRIVER_KNOWN;
 }

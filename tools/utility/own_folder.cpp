@@ -30,18 +30,10 @@ std::string AskForOwnFile() {
 #endif
 }
 
-// Asked at load: while a library is being unloaded the system lets no other thread ask, and the
-// unload waits for calls in progress.  An array, so that nothing is destroyed under a late call.
-struct OwnFile {
-  OwnFile() { AskForOwnFile().copy(path, sizeof path - 1); }
-  char path[4096] = {};
-};
-const OwnFile OWN_FILE;
-
 }  // namespace
 
 std::string PathBesideLibrary(const std::string& name) {
-  return (std::filesystem::path(OWN_FILE.path).parent_path() / name).string();
+  return (std::filesystem::path(AskForOwnFile()).parent_path() / name).string();
 }
 
 }  // namespace zvqrn::utility

@@ -1,4 +1,5 @@
-// Where the stand-in utility library itself lies: its table of scanners is beside it.
+// Where the stand-in utility library itself lies: its table of scanners is beside it.  Asked while
+// the library is loaded: later the question could wait for the loader.
 #pragma once
 
 #include <string>
