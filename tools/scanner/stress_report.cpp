@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 #include "common/text.h"
@@ -24,7 +25,7 @@ double Worst(const std::vector<double>& values) {
 }
 
 double Rounded(double milliseconds) {
-  return static_cast<double>(static_cast<std::int64_t>(milliseconds * 100 + 0.5)) / 100;
+  return std::round(milliseconds * 100) / 100;
 }
 
 std::string Text(double milliseconds) {
@@ -99,7 +100,7 @@ void PrintKindResult(bool json, const KindResult& result) {
     text += indent + "  good  " + GoodText(result.service[place]);
     for (const auto* problems : {&result.tally[place].problems, &result.service[place].problems}) {
       for (const std::string& problem : *problems) {
-        text += indent + "  WRONG " + problem;
+        text.append(indent).append("  WRONG ").append(problem);
       }
     }
   }
