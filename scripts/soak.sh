@@ -3,8 +3,9 @@
 # host's data, searches, address changes, restarts of its service) and watches what it holds.
 # Usage: scripts/soak.sh [MINUTES | --seconds N] [--preset PRESET]      (default 10 minutes, release)
 #
-# It runs in a network namespace of its own.  Every second (in a short run every quarter of one)
-# memory, descriptors and threads of the host go into build/soak/samples.csv.  It fails when
+# It runs in a network namespace of its own and writes into build/soak, or QUORIN_SOAK_FOLDER.  Every
+# second (in a short run every quarter of one) memory, descriptors and threads of the host go into
+# samples.csv there.  It fails when
 #   - one of the three grows: the first fifth of the samples is left out (after a warm-up with what
 #     takes most memory), then the median of the last third must not lie above that of the first third
 #     by more than the tolerance below.  Medians, because a flood makes short peaks anywhere; thirds,
@@ -18,7 +19,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 readonly MEMORY_TOLERANCE_KB=6144 # and a tenth of the first median
 readonly COUNT_TOLERANCE=8        # descriptors and threads, and a fifth of the first median
 readonly RESTART_EVERY=6
-readonly OUT=build/soak
+readonly OUT=${QUORIN_SOAK_FOLDER:-build/soak}
 
 usage() {
   printf 'usage: scripts/soak.sh [MINUTES | --seconds N] [--preset PRESET]\n' >&2
@@ -67,7 +68,10 @@ fail() {
 }
 failed=no
 
-# Freed memory leaves a sanitised process soon, so that its size means something here too.
+# Resident memory is to show what the host holds, not what the allocator keeps: glibc has eight
+# arenas a core, and each may keep the 16 MiB of the largest message that passed through it.
+export MALLOC_ARENA_MAX=${MALLOC_ARENA_MAX:-1}
+# Freed memory leaves a sanitised process soon, for the same reason.
 export ASAN_OPTIONS=${ASAN_OPTIONS:-}:quarantine_size_mb=8:thread_local_quarantine_size_kb=64
 export TSAN_OPTIONS=${TSAN_OPTIONS:-}:history_size=2
 
