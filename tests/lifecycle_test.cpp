@@ -226,7 +226,7 @@ TEST(MisbehavingHost, GetsTheResultsOfEachCallback) {
   ASSERT_EQ(host.Start(), 1);
   Scanner scanner;
   scanner.Send(Request(Identity("2.00", "1") + START, DOCUMENT_V2));
-  EXPECT_NE(scanner.Receive(), "");
+  EXPECT_FALSE(scanner.Receive().empty() || scanner.Receive().empty()) << "the data, the answer";
   EXPECT_EQ(inEvent.load(), 111);
   SlpScanner searching;
   searching.Send(Encode({1, "XS-200"}));
