@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Runs test programs of the debug build under valgrind's memcheck, in network namespaces of their
 # own.  Not part of make test: it takes minutes, and the sanitised builds see most of the same.
-# Usage: scripts/valgrind.sh [PROGRAM...]        (default room_tests system_tests; needs valgrind)
+# Usage: scripts/valgrind.sh [PROGRAM...]        (default room_tests system_tests)
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
+scripts/install_packages.sh valgrind
 programs=("$@")
 [[ $# -gt 0 ]] || programs=(room_tests system_tests)
 readonly LOGS=build/valgrind-logs
