@@ -69,7 +69,7 @@ fail() {
 failed=no
 
 # Resident memory is to show what the host holds, not what the allocator keeps: glibc has eight
-# arenas a core, and each may keep the 16 MiB of the largest message that passed through it.
+# arenas a core, and each may keep the 1 MiB of the largest message that passed through it.
 export MALLOC_ARENA_MAX=${MALLOC_ARENA_MAX:-1}
 # Freed memory leaves a sanitised process soon, for the same reason.
 export ASAN_OPTIONS=${ASAN_OPTIONS:-}:quarantine_size_mb=8:thread_local_quarantine_size_kb=64

@@ -15,9 +15,10 @@ constexpr std::int32_t RECEIVE_TIMEOUT_MS = 300;
 // the step in which a buffer for leftovers grows.
 constexpr std::int32_t HEAD_LIMIT = 4096;
 
-// Most bytes of one message that are kept in memory: far above any document of the protocol.  A
-// longer one is handed back in pieces, of which the first holds the head.
-constexpr std::int32_t MESSAGE_LIMIT = 16 * 1024 * 1024;
+// Most bytes of one message that are kept in memory: hundreds of times the longest document of the
+// protocol, and little enough for an allocator that keeps what is freed.  A longer message is
+// handed back in pieces, of which the first holds the head.
+constexpr std::int32_t MESSAGE_LIMIT = 1024 * 1024;
 
 // Longest time that one call goes on reading a body that arrives in drops; then it gives back what
 // has come, as after a wait that ran out.
