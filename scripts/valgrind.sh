@@ -12,7 +12,7 @@ readonly LOGS=build/valgrind-logs
 # Valgrind runs one thread at a time: without its fair turns, one that spins starves the others.
 # Left out: what measures time and memory of the process, which valgrind multiplies, and what spins
 # on purpose, which lasts for hours when one thread runs at a time.
-readonly LEFT_OUT='HostilePeer.Cannot*:ProcessEnd.*:ServiceLock.MayBe*:Lifecycle.SurvivesExports*'
+readonly LEFT_OUT='HostilePeer.Cannot*:ServiceLock.MayBe*:Lifecycle.SurvivesExports*'
 mkdir -p "$LOGS"
 
 failed=0

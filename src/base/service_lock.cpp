@@ -21,11 +21,16 @@ class Visit {
   ServiceLock* lock_;
 };
 
-LockResult TryOnce(platform::Semaphore* semaphore) {
+// How often a taken lock is tried before its release is waited for, and how long a wait lasts until
+// the slot is looked at again.
+constexpr int LOCK_TRIES = 32;
+constexpr std::int32_t LOCK_LOOK_MS = 10;
+
+LockResult TryOnce(platform::Semaphore* semaphore, std::int32_t milliseconds) {
   if (semaphore == nullptr) {
     return LOCK_FAILED;
   }
-  switch (platform::WaitSemaphore(semaphore, 0)) {
+  switch (platform::WaitSemaphore(semaphore, milliseconds)) {
     case platform::SYNC_SIGNALLED:
       return LOCK_OBTAINED;
     case platform::SYNC_TIMED_OUT:
@@ -56,17 +61,20 @@ bool CreateServiceLock(ServiceLock* lock, std::int32_t initial, std::int32_t max
 LockResult AcquireServiceLock(ServiceLock* lock) {
   const Visit visit(lock);
   // The slot is read again each time: a lock that is being destroyed must not be waited for.
-  LockResult result = TryOnce(visit.Semaphore());
-  while (result == LOCK_EXHAUSTED) {
-    platform::YieldToOthers();
-    result = TryOnce(visit.Semaphore());
+  LockResult result = TryOnce(visit.Semaphore(), 0);
+  for (int tries = 1; result == LOCK_EXHAUSTED; tries++) {
+    const bool waits = tries > LOCK_TRIES;
+    if (!waits) {
+      platform::YieldToOthers();
+    }
+    result = TryOnce(visit.Semaphore(), waits ? LOCK_LOOK_MS : 0);
   }
   return result;
 }
 
 LockResult TryAcquireServiceLock(ServiceLock* lock) {
   const Visit visit(lock);
-  return TryOnce(visit.Semaphore());
+  return TryOnce(visit.Semaphore(), 0);
 }
 
 void ReleaseServiceLock(ServiceLock* lock) {

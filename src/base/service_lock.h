@@ -1,5 +1,4 @@
-// ServiceLock: the one kind of lock of the library, a counting semaphore that is acquired by trying
-// again and again.
+// ServiceLock: the one kind of lock of the library, a counting semaphore.
 //
 // Locks come and go with the service and with each connection, while the host may call an export at
 // any moment.  So a lock is a slot that always exists, in ServiceState, and the semaphore in it is
@@ -33,7 +32,8 @@ enum LockResult : std::int32_t {
 // holds a lock, for counts below 0 and 1, and when the system refuses.
 bool CreateServiceLock(ServiceLock* lock, std::int32_t initial, std::int32_t maximum);
 
-// Takes one count, trying until one is free; never sleeps, but lets other threads run in between.
+// Takes one count, trying until one is free: at first lets other threads run in between, then waits
+// for the release, so that many who want a lock, or one that is held for long, burn no processor.
 LockResult AcquireServiceLock(ServiceLock* lock);
 
 // Takes one count if one is free.

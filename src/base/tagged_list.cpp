@@ -43,8 +43,13 @@ void* ListTake(TaggedList* list, ListNode* node) {
 }
 
 void ListFree(TaggedList* list) {
-  while (list->head != nullptr) {
-    ListRemoveMember(list, list->head);
+  ListNode* node = list->head;
+  *list = TaggedList{};
+  while (node != nullptr) {
+    ListNode* next = node->next;
+    ReleaseItem(node->item, node->tag);
+    std::free(node);
+    node = next;
   }
 }
 

@@ -1,5 +1,6 @@
 #include "pushscan/xml_reader.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "base/text.h"
@@ -87,7 +88,7 @@ XmlResult FindPrefixedStartTag(const XmlContext* context, const char* prefix, co
       prefixLength + nameLength + 3 > XML_PATTERN_LIMIT) {
     return XML_BAD_ARGUMENT;
   }
-  std::memcpy(opening, prefix, prefixLength);
+  std::copy_n(prefix, prefixLength, opening);
   opening[prefixLength] = ':';
   TagWalk walk{context, 0, nullptr};
   return AdvanceTo(&walk, {{opening, prefixLength + 1}, {name, nameLength}, ' '}) ? XML_FOUND

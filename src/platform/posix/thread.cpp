@@ -16,7 +16,7 @@ struct ThreadRecord {
   void* argument;
   bool joined;  // somebody waits for its end and will free this record
   ThreadRecord* next;
-  ThreadRecord* previous;
+  ThreadRecord* previous;  // among the running
 };
 
 pthread_mutex_t recordsMutex = PTHREAD_MUTEX_INITIALIZER;
@@ -28,17 +28,16 @@ bool retired = false;
 constexpr std::size_t LIBRARY_STACK_BYTES = 256UL * 1024;
 
 // Both with recordsMutex held.
-void PutIn(ThreadRecord** list, ThreadRecord* record) {
-  record->previous = nullptr;
-  record->next = *list;
-  if (*list != nullptr) {
-    (*list)->previous = record;
+void AddRunning(ThreadRecord* record) {
+  record->next = running;
+  if (running != nullptr) {
+    running->previous = record;
   }
-  *list = record;
+  running = record;
 }
 
-void TakeOut(ThreadRecord** list, ThreadRecord* record) {
-  (record->previous != nullptr ? record->previous->next : *list) = record->next;
+void RemoveRunning(const ThreadRecord* record) {
+  (record->previous != nullptr ? record->previous->next : running) = record->next;
   if (record->next != nullptr) {
     record->next->previous = record->previous;
   }
@@ -48,7 +47,7 @@ void TakeOut(ThreadRecord** list, ThreadRecord* record) {
 void JoinFinished() {
   pthread_mutex_lock(&recordsMutex);
   while (ThreadRecord* record = finished) {
-    TakeOut(&finished, record);
+    finished = record->next;
     pthread_mutex_unlock(&recordsMutex);
     pthread_join(record->thread, nullptr);
     std::free(record);
@@ -76,7 +75,7 @@ void JoinAllThreads() {
     pthread_mutex_unlock(&recordsMutex);
     pthread_join(record->thread, nullptr);
     pthread_mutex_lock(&recordsMutex);
-    TakeOut(&running, record);
+    RemoveRunning(record);
     std::free(record);
   }
   pthread_mutex_unlock(&recordsMutex);
@@ -91,8 +90,9 @@ void* RunThread(void* argument) {
   JoinFinished();
   pthread_mutex_lock(&recordsMutex);
   if (!record->joined) {
-    TakeOut(&running, record);
-    PutIn(&finished, record);
+    RemoveRunning(record);
+    record->next = finished;
+    finished = record;
   }
   pthread_mutex_unlock(&recordsMutex);
   return nullptr;
@@ -121,7 +121,7 @@ std::uintptr_t StartThread(ThreadProcedure procedure, void* argument, StackKind 
   std::uintptr_t id = 0;
   if (started) {
     id = static_cast<std::uintptr_t>(record->thread);
-    PutIn(&running, record);
+    AddRunning(record);
   }
   pthread_mutex_unlock(&recordsMutex);
   pthread_attr_destroy(&attributes);

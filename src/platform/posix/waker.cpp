@@ -47,7 +47,7 @@ WakerWait WaitReadableOrWoken(SocketHandle socket, Waker* waker, std::int32_t mi
     // An interrupted wait counts as one that ran out, as in WaitReadable.
     return errno == EINTR ? WAKER_TIMED_OUT : WAKER_FAILED;
   }
-  const bool woken = entries[1].revents != 0;
+  const bool woken = waker != nullptr && entries[1].revents != 0;
   if (woken) {
     // Emptied before it is unmarked: what is queued before a wake that comes between the two is
     // found by the caller, who looks after this call.
