@@ -67,6 +67,7 @@ make_man_pages "$root/bin/quorin-scanner" 'find the PCs that take scans' discove
 make_man_pages "$root/bin/quorin-scanner" 'say why a PC does not show' doctor
 make_man_pages "$root/bin/quorin-scanner" 'send a push-scan request' push
 make_man_pages "$root/bin/quorin-scanner" 'show what a host sends back' listen
+make_man_pages "$root/bin/quorin-scanner" 'try a PC with scanners that misbehave' stress
 finish
 tar -C "$work" --sort=name --owner=0 --group=0 --numeric-owner --format=gnu -cf - "${root##*/}" |
   gzip -n9 >"$out/${root##*/}.tar.gz"
