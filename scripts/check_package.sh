@@ -4,7 +4,7 @@
 # scanner, each in a network of its own.  Prints a line a case; ends with 0 when all passed.
 #
 # Windows programs run under QUORIN_UNDER_WINE (default scripts/under_wine.sh), a command that takes
-# a program and its arguments.
+# a program and its arguments; they are left out where there is no Wine.
 set -euo pipefail
 
 scripts=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -285,6 +285,13 @@ exchange run-c-sharp wait 1 . mono FirstHost.exe 1 12 # Mono hears Ctrl-C from a
 exchange run-python interrupt 6 . python3 linux/examples/python/first_host.py --answer 6
 finish_exchanges
 unset LD_LIBRARY_PATH
+
+# Where no Wine can be had, what needs it is left out, unless CI is set: then it must run.
+if [[ -z ${QUORIN_UNDER_WINE:-} && -z ${CI:-} ]] && ! "$scripts/wine_root.sh"; then
+  printf "left out  the package's Windows programs: no Wine here\n"
+  [[ $failed -eq 0 ]]
+  exit
+fi
 cp cmake-windows-c/build/first_host.exe windows/bin/c_host.exe
 cp windows/examples/cpp/first_host.exe windows/bin/cpp_host.exe
 exchange wine-run-c wait 1 windows/bin "$under_wine" ./c_host.exe 1 20

@@ -98,8 +98,8 @@ JobRecord* FindOpenJob(const char* uid);
 // delivered, else STATUS_UNKNOWN_PARENT; null when the table is not there.
 const char* CheckParentUid(const char* parentUid);
 
-// Removes every job with this uid, which must not lie in one of them, and releases those whose
-// delivery is over.  jobTableLock is held.
+// Removes every job with this uid, and releases those whose delivery is over; the uid must not lie
+// in one of these.  jobTableLock is held.
 void RemoveJobsWithUid(const char* uid);
 
 // The end of a job's delivery: removes the job if it is still in the table, and releases it.
