@@ -179,14 +179,23 @@ void Values(Attack* attack) {
   RunCases(attack, ValueCases());
 }
 
-void Flood(Attack* attack) {
+// Sends many requests of one sort before it reads the first answer.
+void Pipeline(Attack* attack, Exchange exchange) {
   Repeat(attack, FEW, 0, [&](BadPeer* peer, std::size_t) {
     for (std::size_t i = 0; i < PIPELINE && peer->IsOpen() && !attack->stop; ++i) {
       const std::string uid = FreshUid(attack);
-      peer->SendRequest(RequestText(*attack, EXCHANGE_OF_ONE, uid), uid, "0001");
+      peer->SendRequest(RequestText(*attack, exchange, uid), uid, "0001");
     }
     peer->Read(2000);
   });
+}
+
+void Flood(Attack* attack) {
+  Pipeline(attack, EXCHANGE_OF_ONE);
+}
+
+void OpenStarts(Attack* attack) {
+  Pipeline(attack, EXCHANGE_START);
 }
 
 void EndsFirst(Attack* attack) {
@@ -203,16 +212,6 @@ void EndsFirst(Attack* attack) {
     // A START that the library has answered by itself is not open.
     end(attack->reachesHost ? "0001" : "0001|2002");
     end("2002");
-  });
-}
-
-void OpenStarts(Attack* attack) {
-  Repeat(attack, FEW, 0, [&](BadPeer* peer, std::size_t) {
-    for (std::size_t i = 0; i < PIPELINE && peer->IsOpen() && !attack->stop; ++i) {
-      const std::string uid = FreshUid(attack);
-      peer->SendRequest(RequestText(*attack, EXCHANGE_START, uid), uid, "0001");
-    }
-    peer->Read(2000);
   });
 }
 
