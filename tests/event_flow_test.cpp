@@ -362,6 +362,8 @@ TEST_F(EventFlow, AnswersFiveExtraConnectionsAsBusy) {
     }
     EXPECT_TRUE(extra.SeesClose()) << c.name;
   }
+  // Long enough for the last of them to give its slot back, which it does after its close.
+  EXPECT_TRUE(main.HearsNothing(100));
   {
     Scanner silent[5];
     Scanner sixth;
