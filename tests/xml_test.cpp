@@ -119,6 +119,21 @@ TEST(XmlReader, FindsTagsByTheirBytes) {
   }
 }
 
+TEST(XmlReader, FindsTagsAtEveryPlace) {
+  // Behind other tags, and behind what is a tag but for a bit of its "<".
+  for (const char* filler : {"<", "=a>", ";a>", "\274a>"}) {
+    std::string filling;
+    for (int count = 0; count < 150; count++, filling += filler) {
+      const test::SuspiciousBlock block = test::BlockOf(filling + "<a>1</a>");
+      const Draft draft;
+      ASSERT_EQ(SetXmlInput(draft.context, block.Data(), block.length), 1);
+      char out[10];
+      ASSERT_EQ(ReadElementText(draft.context, "a", 9, out), XML_FOUND) << filling;
+      ASSERT_STREQ(out, "1") << filling;
+    }
+  }
+}
+
 TEST(XmlReader, KeepsToItsLimits) {
   const Draft draft;
   char out[400];
