@@ -7,10 +7,16 @@
 namespace zvqrn::bench {
 namespace {
 
-constexpr std::size_t COUNTS[] = {10, 10000, 100000};
+constexpr std::size_t FEW = 10;
+constexpr std::size_t MANY[] = {10000, 100000};
 constexpr std::size_t OPEN_STARTS[] = {10, 1000, 10000};
 constexpr std::size_t BATCH = 500;
 constexpr double PATIENCE_FACTOR = 10;
+
+// Fresh connections before and after all others, which a window of a used one is as long as
+// together: what the machine does meanwhile must not pass for growth.
+constexpr std::size_t FRESH_BEFORE = 5;
+constexpr std::size_t FRESH_AFTER = 5;
 
 // What a request costs: the scanner, in time to its answer, and the PC, in processor time.
 struct Window {
@@ -20,13 +26,25 @@ struct Window {
   double Cpu() const { return cpuNanoseconds / static_cast<double>(times.size()); }
 };
 
-Window Observe(const Child& host, EventClient* client, const Limits& limits) {
+void Observe(const Child& host, EventClient* client, std::size_t samples, const Limits& limits,
+             Window* window) {
   const Deadline deadline(limits.seconds);
-  Window window{{}, ReadUsage(host).cpuNanoseconds};
+  const double before = ReadUsage(host).cpuNanoseconds;
+  std::size_t taken = 0;
   do {
-    window.times.push_back(Exchange(client));
-  } while (!deadline.Passed() && window.times.size() < limits.samples);
-  window.cpuNanoseconds = ReadUsage(host).cpuNanoseconds - window.cpuNanoseconds;
+    window->times.push_back(Exchange(client));
+    taken++;
+  } while (!deadline.Passed() && taken < samples);
+  window->cpuNanoseconds += ReadUsage(host).cpuNanoseconds - before;
+}
+
+// A window of a connection that stays as it is meanwhile, or has long been used.  The system is
+// busy for a while with the threads that answered many requests at once; that goes by first.
+Window ObserveLong(const Child& host, EventClient* client, const Limits& limits) {
+  Window unsettled{};
+  Observe(host, client, limits.samples, limits, &unsettled);
+  Window window{};
+  Observe(host, client, (FRESH_BEFORE + FRESH_AFTER) * limits.samples, limits, &window);
   return window;
 }
 
@@ -49,32 +67,39 @@ void Tell(const std::string& name, const Window& window, Results* results) {
   results->figures[name + ".cpu"] = window.Cpu();
 }
 
-void MeasureServed(const Settings& settings, const Child& host, Results* results) {
-  const Deadline deadline(settings.growth.seconds * PATIENCE_FACTOR);
-  EventClient client = ConnectToService();
-  std::vector<Window> fresh;
-  for (const std::size_t count : COUNTS) {
-    const std::string name = "growth.served_" + std::to_string(count);
-    std::size_t done = client.sent;
-    if (!Reach(&client, count, &done, deadline)) {
-      results->missing[name] = TooSlow(done);
-      continue;
+// Adds what so many connections cost when they have just begun; one before them settles the
+// system.
+void ObserveFresh(const Child& host, std::size_t connections, const Limits& limits,
+                  Window* window) {
+  Window unsettled{};
+  for (std::size_t i = 0; i <= connections; i++) {
+    EventClient client = ConnectToService();
+    while (client.sent < FEW) {
+      Exchange(&client);
     }
-    const Window window = Observe(host, &client, settings.growth);
-    Tell(name, window, results);
-    if (count == COUNTS[0]) {
-      fresh.push_back(window);
+    Observe(host, &client, limits.samples, limits, i == 0 ? &unsettled : window);
+  }
+}
+
+void MeasureServed(const Settings& settings, const Child& host, Results* results) {
+  const Limits& limits = settings.growth;
+  const Deadline deadline(limits.seconds * PATIENCE_FACTOR);
+  Window fresh{};
+  ObserveFresh(host, FRESH_BEFORE, limits, &fresh);
+  {
+    EventClient client = ConnectToService();
+    for (const std::size_t count : MANY) {
+      const std::string name = "growth.served_" + std::to_string(count);
+      std::size_t done = client.sent;
+      if (Reach(&client, count, &done, deadline)) {
+        Tell(name, ObserveLong(host, &client, limits), results);
+      } else {
+        results->missing[name] = TooSlow(done);
+      }
     }
   }
-  // A fresh connection once more: what the machine does meanwhile must not pass for growth.
-  client = EventClient{};
-  client = ConnectToService();
-  std::size_t done = client.sent;
-  Reach(&client, COUNTS[0], &done, Deadline(settings.growth.seconds));
-  const Window again = Observe(host, &client, settings.growth);
-  const std::string name = "growth.served_" + std::to_string(COUNTS[0]);
-  results->figures[name + ".answer"] = (Median(fresh[0].times) + Median(again.times)) / 2;
-  results->figures[name + ".cpu"] = (fresh[0].Cpu() + again.Cpu()) / 2;
+  ObserveFresh(host, FRESH_AFTER, limits, &fresh);
+  Tell("growth.served_" + std::to_string(FEW), fresh, results);
 }
 
 void MeasureOpenStarts(const Settings& settings, const Child& host, Results* results) {
@@ -95,7 +120,7 @@ void MeasureOpenStarts(const Settings& settings, const Child& host, Results* res
     // The same connection serves both kinds; only one of the clients holds it at a time.
     client.socket = std::move(starts.socket);
     client.sent = starts.sent;
-    const Window window = Observe(host, &client, settings.growth);
+    const Window window = ObserveLong(host, &client, settings.growth);
     starts.socket = std::move(client.socket);
     starts.sent = client.sent;
     Tell(name, window, results);

@@ -24,7 +24,7 @@ struct Settings {
   std::vector<std::string> windowsHost;  // the command of the host under Wine; empty: no Wine
   std::string noWindowsHost;             // why
   Limits answers;
-  Limits growth;  // of each window; reaching the counts may take ten times as long
+  Limits growth;  // of a fresh connection's window; others are longer, or wait to be reached
   Limits discovery;
   int starts;
   double idleSeconds;

@@ -54,16 +54,20 @@ bool AdvanceTo(TagWalk* walk, const TagPattern& pattern) {
   return at != nullptr;
 }
 
-// Eight bytes that are looked at together, the first of them lowest.
+// Eight bytes of text that are looked at together.
 using TextWord = std::uint64_t;
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "FindLessThan takes its bytes in order");
+
+// The text's first byte is the lowest, whatever the machine's byte order; compilers know this for
+// the one load that it mostly is.
+TextWord LoadTextWord(const char* at) {
+  const auto byte = [at](int i) { return TextWord{static_cast<unsigned char>(at[i])} << (8 * i); };
+  return byte(0) | byte(1) | byte(2) | byte(3) | byte(4) | byte(5) | byte(6) | byte(7);
+}
 
 // The top bit of each byte that is "<", and no other bit.
-TextWord FindLessThan(const char* at) {
+TextWord FindLessThan(TextWord word) {
   constexpr TextWord LESS_THAN = 0x3c3c3c3c3c3c3c3cU;
   constexpr TextWord LOW_BITS = 0x7f7f7f7f7f7f7f7fU;
-  TextWord word;
-  std::memcpy(&word, at, sizeof word);
   const TextWord difference = word ^ LESS_THAN;
   return ~(((difference & LOW_BITS) + LOW_BITS) | difference | LOW_BITS);
 }
@@ -75,7 +79,7 @@ void NoteTags(XmlContext* context) {
   const char* at = context->input;
   std::int32_t count = 0;
   while (end - at >= static_cast<std::ptrdiff_t>(sizeof(TextWord)) && count < XML_TAG_NOTES) {
-    for (TextWord found = FindLessThan(at); found != 0 && count < XML_TAG_NOTES;
+    for (TextWord found = FindLessThan(LoadTextWord(at)); found != 0 && count < XML_TAG_NOTES;
          found &= found - 1) {
       context->tags[count++] = at + __builtin_ctzll(found) / 8;
     }
