@@ -24,7 +24,9 @@ struct Settings {
   std::vector<std::string> windowsHost;  // the command of the host under Wine; empty: no Wine
   std::string noWindowsHost;             // why
   Limits answers;
-  Limits growth;  // of a fresh connection's window; others are longer, or wait to be reached
+  // Of a fresh connection's window; a long-used one's is ten times as long, and a count may take
+  // ten times as long to reach.
+  Limits growth;
   Limits discovery;
   int starts;
   double idleSeconds;
