@@ -49,7 +49,7 @@ static unsafe class FirstHost {
   [DllImport("ZVQRN", CallingConvention = CallingConvention.StdCall)]
   static extern int QRNStopService();
 
-  static readonly BlockingCollection<string> lines = new BlockingCollection<string>();
+  static readonly ConcurrentQueue<string> lines = new ConcurrentQueue<string>();
   static int answer = 1;
   // The library keeps bare function pointers: these fields keep the collector off the delegates.
   static readonly PeerFilterCallback onPeer = (peer, context) => 1; // answer every scanner
@@ -80,18 +80,19 @@ static unsafe class FirstHost {
       line = line + ", driver \"" + Shown(record->DriverName, 34) + "\", scanner " +
               Shown(record->IpAddress, 32) + ", push-scan ID " + record->PushScanId;
     }
-    lines.Add(line);
+    lines.Enqueue(line);
     return answer;
   }
 
   // Locks of the library are held in here: return soon, and call none of its functions.
   static int OnStatus(int statusClass, int code, IntPtr message, IntPtr context) {
-    lines.Add("status " + statusClass + "/" + code + ": " + Marshal.PtrToStringAnsi(message) +
-              (code == 769 ? "  Waiting until this PC has an address." : ""));
+    lines.Enqueue("status " + statusClass + "/" + code + ": " + Marshal.PtrToStringAnsi(message) +
+                  (code == 769 ? "  Waiting until this PC has an address." : ""));
     return 0;
   }
 
   static int Fail(string why) { Console.Error.WriteLine(why); return 1; }
+  static void Print() { string line; while (lines.TryDequeue(out line)) Console.WriteLine(line); }
 
   static int Main(string[] args) {
     answer = args.Length > 0 ? int.Parse(args[0]) : 1;
@@ -110,10 +111,9 @@ static unsafe class FirstHost {
     }
     Console.WriteLine("Waiting for requests; Ctrl-C ends.");
     end.CancelAfter(milliseconds);
-    try {
-      while (true) Console.WriteLine(lines.Take(end.Token));
-    } catch (OperationCanceledException) { }
+    while (!end.Token.WaitHandle.WaitOne(100)) Print();
     QRNStopService(); // no callback comes after this; 0 if it was still waiting for a network
+    Print();
     return 0;
   }
 }

@@ -9,7 +9,9 @@ Ctrl-C.  Under Windows it needs a 32-bit Python: ZVQRN.dll is a 32-bit library.
 import argparse
 import ctypes as c
 import queue
+import signal
 import sys
+import threading
 import time
 
 WINDOWS = sys.platform == "win32"
@@ -100,16 +102,17 @@ def main():
         sys.exit("The service did not start: another host holds port 2968, or the PC's name or "
                  "address could not be had.")
     print("Waiting for requests; Ctrl-C ends.", flush=True)
+    interrupted = threading.Event()
+    signal.signal(signal.SIGINT, lambda number, frame: interrupted.set())
     end = time.monotonic() + options.seconds
-    try:
-        while time.monotonic() < end:
-            try:
-                print(lines.get(timeout=0.1), flush=True)
-            except queue.Empty:
-                pass
-    except KeyboardInterrupt:
-        pass
+    while not interrupted.is_set() and time.monotonic() < end:
+        try:
+            print(lines.get(timeout=0.1), flush=True)
+        except queue.Empty:
+            pass
     library.QRNStopService()  # no callback comes after this; 0 if it was waiting for a network
+    while not lines.empty():
+        print(lines.get(), flush=True)
 
 
 if __name__ == "__main__":
