@@ -13,10 +13,9 @@ constexpr std::size_t OPEN_STARTS[] = {10, 1000, 10000};
 constexpr std::size_t BATCH = 500;
 constexpr double PATIENCE_FACTOR = 10;
 
-// Fresh connections before and after all others, which a window of a used one is as long as
-// together: what the machine does meanwhile must not pass for growth.
-constexpr std::size_t FRESH_BEFORE = 5;
-constexpr std::size_t FRESH_AFTER = 5;
+// So many fresh connections before all others and so many after them, which together are observed
+// as long as a used one: what the machine does meanwhile must not pass for growth.
+constexpr std::size_t FRESH = 5;
 
 // What a request costs: the scanner, in time to its answer, and the PC, in processor time.
 struct Window {
@@ -44,7 +43,7 @@ Window ObserveLong(const Child& host, EventClient* client, const Limits& limits)
   Window unsettled{};
   Observe(host, client, limits.samples, limits, &unsettled);
   Window window{};
-  Observe(host, client, (FRESH_BEFORE + FRESH_AFTER) * limits.samples, limits, &window);
+  Observe(host, client, 2 * FRESH * limits.samples, limits, &window);
   return window;
 }
 
@@ -67,12 +66,10 @@ void Tell(const std::string& name, const Window& window, Results* results) {
   results->figures[name + ".cpu"] = window.Cpu();
 }
 
-// Adds what so many connections cost when they have just begun; one before them settles the
-// system.
-void ObserveFresh(const Child& host, std::size_t connections, const Limits& limits,
-                  Window* window) {
+// Adds what connections cost that have just begun; one before them settles the system.
+void ObserveFresh(const Child& host, const Limits& limits, Window* window) {
   Window unsettled{};
-  for (std::size_t i = 0; i <= connections; i++) {
+  for (std::size_t i = 0; i <= FRESH; i++) {
     EventClient client = ConnectToService();
     while (client.sent < FEW) {
       Exchange(&client);
@@ -85,7 +82,7 @@ void MeasureServed(const Settings& settings, const Child& host, Results* results
   const Limits& limits = settings.growth;
   const Deadline deadline(limits.seconds * PATIENCE_FACTOR);
   Window fresh{};
-  ObserveFresh(host, FRESH_BEFORE, limits, &fresh);
+  ObserveFresh(host, limits, &fresh);
   {
     EventClient client = ConnectToService();
     for (const std::size_t count : MANY) {
@@ -98,7 +95,7 @@ void MeasureServed(const Settings& settings, const Child& host, Results* results
       }
     }
   }
-  ObserveFresh(host, FRESH_AFTER, limits, &fresh);
+  ObserveFresh(host, limits, &fresh);
   Tell("growth.served_" + std::to_string(FEW), fresh, results);
 }
 

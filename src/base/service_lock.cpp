@@ -26,7 +26,8 @@ class Visit {
 constexpr int LOCK_TRIES = 32;
 constexpr std::int32_t LOCK_LOOK_MS = 10;
 
-LockResult TryOnce(platform::Semaphore* semaphore, std::int32_t milliseconds) {
+// Takes a count if one is free or comes free in time.
+LockResult TryFor(platform::Semaphore* semaphore, std::int32_t milliseconds) {
   if (semaphore == nullptr) {
     return LOCK_FAILED;
   }
@@ -61,20 +62,20 @@ bool CreateServiceLock(ServiceLock* lock, std::int32_t initial, std::int32_t max
 LockResult AcquireServiceLock(ServiceLock* lock) {
   const Visit visit(lock);
   // The slot is read again each time: a lock that is being destroyed must not be waited for.
-  LockResult result = TryOnce(visit.Semaphore(), 0);
-  for (int tries = 1; result == LOCK_EXHAUSTED; tries++) {
-    const bool waits = tries > LOCK_TRIES;
-    if (!waits) {
-      platform::YieldToOthers();
-    }
-    result = TryOnce(visit.Semaphore(), waits ? LOCK_LOOK_MS : 0);
+  LockResult result = TryFor(visit.Semaphore(), 0);
+  for (int tries = 1; result == LOCK_EXHAUSTED && tries < LOCK_TRIES; tries++) {
+    platform::YieldToOthers();
+    result = TryFor(visit.Semaphore(), 0);
+  }
+  while (result == LOCK_EXHAUSTED) {
+    result = TryFor(visit.Semaphore(), LOCK_LOOK_MS);
   }
   return result;
 }
 
 LockResult TryAcquireServiceLock(ServiceLock* lock) {
   const Visit visit(lock);
-  return TryOnce(visit.Semaphore(), 0);
+  return TryFor(visit.Semaphore(), 0);
 }
 
 void ReleaseServiceLock(ServiceLock* lock) {

@@ -57,8 +57,8 @@ bool AdvanceTo(TagWalk* walk, const TagPattern& pattern) {
 // Eight bytes of text that are looked at together.
 using TextWord = std::uint64_t;
 
-// The text's first byte is the lowest, whatever the machine's byte order; compilers know this for
-// the one load that it mostly is.
+// The text's first byte is the lowest, whatever the machine's byte order; where that is the
+// machine's own, compilers make one load of it.
 TextWord LoadTextWord(const char* at) {
   const auto byte = [at](int i) { return TextWord{static_cast<unsigned char>(at[i])} << (8 * i); };
   return byte(0) | byte(1) | byte(2) | byte(3) | byte(4) | byte(5) | byte(6) | byte(7);
