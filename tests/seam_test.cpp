@@ -27,6 +27,19 @@ std::int32_t QRN_EXPORT NamesWithoutEnd(const char* /*product*/, char* driver) {
   return 1;
 }
 
+// More than the stacks have on which the library's own code runs.
+std::int32_t UseMuchStack() {
+  volatile char block[300 * 1024];
+  for (std::size_t i = 0; i < sizeof block; i += 4096) {
+    block[i] = 1;
+  }
+  return block[0];
+}
+
+std::int32_t QRN_EXPORT NeedsMuchStack(const char* product, char* driver) {
+  return UseMuchStack() == 1 ? KnowsEveryScanner(product, driver) : 0;
+}
+
 class Seam : public testing::Test {
  protected:
   void SetUp() override {
@@ -51,6 +64,14 @@ class Seam : public testing::Test {
     while (service.connectionState.load() != THREAD_IDLE) {
       platform::SleepMilliseconds(1);
     }
+  }
+
+  bool WaitForStatus(const std::string& texts) {
+    const std::int64_t deadline = platform::MonotonicMilliseconds() + PATIENCE_MS;
+    while (host.StatusTexts() != texts && platform::MonotonicMilliseconds() < deadline) {
+      platform::SleepMilliseconds(5);
+    }
+    return host.StatusTexts() == texts;
   }
 
   static std::string SingleRequest(const char* uid) {
@@ -137,14 +158,18 @@ TEST_F(Seam, AnswersWhenADeliveryCannotStart) {
 }
 
 TEST_F(Seam, FailsAStartWithoutThreads) {
-  // The watcher, without which the service runs all the same; the listener; discovery.
-  const std::int32_t results[] = {1, 0, 0};
-  for (std::int32_t refused = 0; refused < 3; refused++) {
+  // Those of the watcher, without which the service runs all the same; the listener; discovery.
+  std::string results;
+  for (bool met = true; met;) {
     host.Stop();
-    threadsBeforeRefusal = refused;
-    EXPECT_EQ(host.Start(), results[refused]) << refused;
-    EXPECT_LT(threadsBeforeRefusal.exchange(-1), 0) << "a thread was refused";
+    threadsBeforeRefusal = static_cast<std::int32_t>(results.size());
+    const std::int32_t result = host.Start();
+    met = threadsBeforeRefusal.exchange(-1) < 0;
+    results += std::to_string(result);
   }
+  host.Stop();
+  EXPECT_EQ(results.substr(results.find('0')), "001");
+  EXPECT_GT(results.find('0'), 0U);
   EXPECT_EQ(host.Start(), 1);
 }
 
@@ -210,6 +235,32 @@ TEST_F(Seam, FollowsThePcsAddress) {
   changeTo("127.0.0.1");
   EXPECT_EQ(host.StatusTexts(), noNetwork + restart + restart + noNetwork);
   changeTo("10.68.0.2");
+}
+
+// A utility library and callbacks may need what the host's own threads have.
+TEST_F(Seam, GivesTheHostsCodeItsStack) {
+  ASSERT_EQ(host.Stop(), 1);
+  service.getTwainName = &NeedsMuchStack;
+  host.verdict = [](EventHeader*) { return UseMuchStack(); };
+  host.filter = [](const PeerDescription*) { return UseMuchStack(); };
+  host.onStatus = [] { UseMuchStack(); };
+  std::uint32_t loopback = 0;
+  ASSERT_TRUE(platform::TextToAddress("127.0.0.1", &loopback));
+  hostAddress = loopback;
+  ASSERT_EQ(host.Start(), 1);
+  // The watcher tells the host of no network, discovery tells it again as it begins.
+  TellOfAddressChange();
+  const std::string noNetwork = "257 769 There is no network interface card which can be used.\n";
+  EXPECT_TRUE(WaitForStatus(noNetwork + noNetwork + noNetwork + "259 770 Service restart.\n"));
+  hostAddress = 0;
+  ASSERT_EQ(host.Stop(), 1);
+  ASSERT_EQ(host.Start(), 1);
+  Scanner scanner;
+  scanner.Send(SingleRequest("1"));
+  EXPECT_NE(scanner.Receive().find("x-status : 0001\r\n"), std::string::npos);
+  SlpScanner searching;
+  searching.Send(Encode({1, "any scanner"}));
+  EXPECT_NE(searching.Receive(PATIENCE_MS), "");
 }
 
 // The system refuses a thread: that request is dropped, and its repeat is answered.

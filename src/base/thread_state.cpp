@@ -7,11 +7,11 @@ void WriteThreadState(ThreadState* state, ServiceLock* lock, ThreadStateValue va
   state->store(value);
 }
 
-bool StartReportingThread(platform::ThreadProcedure procedure, ThreadState* state,
-                          ServiceLock* lock) {
+bool StartReportingThread(platform::ThreadProcedure procedure, platform::StackKind stack,
+                          ThreadState* state, ServiceLock* lock) {
   // Written before the thread begins, so that THREAD_IDLE from now on means that it has ended.
   WriteThreadState(state, lock, THREAD_STARTING);
-  if (platform::StartThread(procedure, nullptr, platform::STACK_FOR_LIBRARY) != 0) {
+  if (platform::StartThread(procedure, nullptr, stack) != 0) {
     return true;
   }
   WriteThreadState(state, lock, THREAD_IDLE);

@@ -26,8 +26,8 @@ void WriteThreadState(ThreadState* state, ServiceLock* lock, ThreadStateValue va
 
 // Starts a thread of the library that reports its life in this word, which is THREAD_STARTING from
 // here on; false, and THREAD_IDLE, when the system refuses.
-bool StartReportingThread(platform::ThreadProcedure procedure, ThreadState* state,
-                          ServiceLock* lock);
+bool StartReportingThread(platform::ThreadProcedure procedure, platform::StackKind stack,
+                          ThreadState* state, ServiceLock* lock);
 
 // Waits until the word is no longer THREAD_STARTING and gives it: THREAD_RUNNING, THREAD_FAILED, or
 // whatever a thread that has already been told to end has come to; -1 when the lock cannot be

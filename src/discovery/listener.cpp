@@ -118,8 +118,9 @@ void DiscoveryListener(void* /*argument*/) {
 }  // namespace
 
 bool StartDiscovery() {
-  return StartReportingThread(&DiscoveryListener, &service.discoveryState,
-                              &service.discoveryStateLock);
+  // It asks the utility library, and may call StatusCallback when it begins.
+  return StartReportingThread(&DiscoveryListener, platform::STACK_FOR_HOST_CALLBACKS,
+                              &service.discoveryState, &service.discoveryStateLock);
 }
 
 }  // namespace zvqrn

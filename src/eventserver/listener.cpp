@@ -137,7 +137,8 @@ void ListenerThread(void* /*argument*/) {
 }  // namespace
 
 bool StartListener() {
-  return StartReportingThread(&ListenerThread, &service.listenerState, &service.listenerStateLock);
+  return StartReportingThread(&ListenerThread, platform::STACK_FOR_LIBRARY, &service.listenerState,
+                              &service.listenerStateLock);
 }
 
 }  // namespace zvqrn

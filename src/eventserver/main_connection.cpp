@@ -92,8 +92,9 @@ void MainConnectionThread(void* argument) {
 }  // namespace
 
 bool StartMainConnection(platform::SocketHandle socket) {
+  // It asks the utility library.
   return platform::StartThread(&MainConnectionThread, reinterpret_cast<void*>(socket),
-                               platform::STACK_FOR_LIBRARY) != 0;
+                               platform::STACK_FOR_HOST_CALLBACKS) != 0;
 }
 
 }  // namespace zvqrn

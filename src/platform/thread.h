@@ -9,8 +9,14 @@ namespace zvqrn::platform {
 using ThreadProcedure = void (*)(void* argument);
 
 // Whose code runs on the thread, and so how much address space its stack reserves: the library's
-// own code needs little, a host's callback gets what the host's own threads get.
+// own code needs little, a host's callback (and the utility library) gets what the host's own
+// threads get.  Under POSIX also which signals it blocks: those of the host's thread that called
+// PrepareThreads where the host's code runs, otherwise all but its own faults.
 enum StackKind : std::int32_t { STACK_FOR_LIBRARY = 0, STACK_FOR_HOST_CALLBACKS = 1 };
+
+// Notes what the threads to come take over from the host: called on a thread of the host's while no
+// thread of the library runs.
+void PrepareThreads();
 
 // Starts a thread; gives its id, or 0 when the system refuses.  The thread ends when `procedure`
 // returns.

@@ -144,6 +144,7 @@ std::int32_t StartService(const HostValues& host) {
   // A failure shows later, when the listener gets no socket.
   service.socketsStarted.store(platform::StartSockets() ? 1 : 0);
   platform::PrepareSockets();
+  platform::PrepareThreads();
   if (BringUp()) {
     return 1;
   }

@@ -4,7 +4,6 @@
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <poll.h>
-#include <pthread.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 
 #include "platform/posix/interfaces.h"
 #include "platform/thread.h"
@@ -25,9 +25,9 @@ struct AddressNotifier {
   std::atomic<bool> armed;
   int routeSocket;
   std::atomic<bool> ending;
-  int endPipe[2];      // closing the second end ends the thread's wait
-  OwnInterface known;  // the machine's own one, as the thread has last seen it
-  pthread_t thread;
+  int endPipe[2];           // a byte ends the thread's wait
+  OwnInterface known;       // the machine's own one, as the thread has last seen it
+  std::atomic<bool> ended;  // set by the thread's last use of this record
 };
 
 namespace {
@@ -38,6 +38,8 @@ constexpr int SETTLE_MS = 50;
 constexpr int SETTLE_ROUNDS = 20;
 
 constexpr std::int32_t FAILED_WAIT_PAUSE_MS = 300;
+
+constexpr std::int32_t END_LOOK_MS = 1;
 
 // Changes of addresses, and of routes: which address is the machine's own depends on the default
 // route.
@@ -106,9 +108,9 @@ News TakeSettledNews(pollfd (&waits)[2], int route) {
   return news;
 }
 
-void* PassNewsOn(void* argument) {
+void PassNewsOn(void* argument) {
   auto* notifier = static_cast<AddressNotifier*>(argument);
-  pollfd waits[2] = {{notifier->endPipe[0], 0, 0}, {notifier->routeSocket, POLLIN, 0}};
+  pollfd waits[2] = {{notifier->endPipe[0], POLLIN, 0}, {notifier->routeSocket, POLLIN, 0}};
   while (!notifier->ending.load()) {
     if (poll(waits, 2, -1) < 0 && errno != EINTR) {
       // Tried again, but not in a spin: without this thread no change would be noticed any more.
@@ -125,7 +127,17 @@ void* PassNewsOn(void* argument) {
       SignalEvent(notifier->event);
     }
   }
-  return nullptr;
+  notifier->ended.store(true);
+}
+
+// Whatever of it has been made.
+void Release(AddressNotifier* notifier) {
+  for (const int descriptor : {notifier->routeSocket, notifier->endPipe[0], notifier->endPipe[1]}) {
+    if (descriptor >= 0) {
+      close(descriptor);
+    }
+  }
+  std::free(notifier);
 }
 
 }  // namespace
@@ -139,19 +151,14 @@ AddressNotifier* MakeAddressNotifier(Event* event) {
   notifier->routeSocket = OpenRouteSocket();
   // Read here and not by the thread: what changes before the thread begins must count as a change.
   FindOwnInterface(&notifier->known);
-  const bool piped = pipe2(notifier->endPipe, O_CLOEXEC) == 0;
-  if (notifier->routeSocket >= 0 && piped &&
-      pthread_create(&notifier->thread, nullptr, PassNewsOn, notifier) == 0) {
+  if (pipe2(notifier->endPipe, O_CLOEXEC) != 0) {
+    notifier->endPipe[0] = notifier->endPipe[1] = -1;
+  }
+  if (notifier->routeSocket >= 0 && notifier->endPipe[0] >= 0 &&
+      StartThread(&PassNewsOn, notifier, STACK_FOR_LIBRARY) != 0) {
     return notifier;
   }
-  if (notifier->routeSocket >= 0) {
-    close(notifier->routeSocket);
-  }
-  if (piped) {
-    close(notifier->endPipe[0]);
-    close(notifier->endPipe[1]);
-  }
-  std::free(notifier);
+  Release(notifier);
   return nullptr;
 }
 
@@ -163,11 +170,13 @@ bool ArmAddressNotifier(AddressNotifier* notifier) {
 
 void CloseAddressNotifier(AddressNotifier* notifier) {
   notifier->ending.store(true);
-  close(notifier->endPipe[1]);
-  pthread_join(notifier->thread, nullptr);
-  close(notifier->endPipe[0]);
-  close(notifier->routeSocket);
-  std::free(notifier);
+  // Written and not closed: a process that the host has forked holds the end open too.
+  while (write(notifier->endPipe[1], "", 1) < 0 && errno == EINTR) {
+  }
+  while (!notifier->ended.load()) {
+    SleepMilliseconds(END_LOOK_MS);
+  }
+  Release(notifier);
 }
 
 }  // namespace zvqrn::platform

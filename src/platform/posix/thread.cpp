@@ -1,10 +1,13 @@
 #include "platform/thread.h"
 
+#include <link.h>
 #include <pthread.h>
 #include <sched.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <ctime>
+#include <initializer_list>
 
 namespace zvqrn::platform {
 namespace {
@@ -14,7 +17,8 @@ struct ThreadRecord {
   pthread_t thread;
   ThreadProcedure procedure;
   void* argument;
-  bool joined;  // somebody waits for its end and will free this record
+  bool callsHost;  // runs with the host's signals
+  bool joined;     // somebody waits for its end and will free this record
   ThreadRecord* next;
   ThreadRecord* previous;  // among the running
 };
@@ -26,6 +30,31 @@ bool retired = false;
 
 // The smallest stack that leaves room for the sanitisers' larger frames.
 constexpr std::size_t LIBRARY_STACK_BYTES = 256UL * 1024;
+
+// What PrepareThreads has found: the room that thread-local storage takes of every stack, and the
+// signals that the host's own thread blocks.
+std::size_t threadLocalBytes = 0;
+sigset_t hostSignals;
+
+int AddThreadLocalBytes(dl_phdr_info* module, std::size_t /*size*/, void* total) {
+  for (int i = 0; i < module->dlpi_phnum; i++) {
+    const auto& segment = module->dlpi_phdr[i];
+    if (segment.p_type == PT_TLS) {
+      *static_cast<std::size_t*>(total) += segment.p_memsz + segment.p_align;
+    }
+  }
+  return 0;
+}
+
+// All signals but those that a thread's own fault raises.
+sigset_t OthersSignals() {
+  sigset_t signals;
+  sigfillset(&signals);
+  for (const int fault : {SIGBUS, SIGFPE, SIGILL, SIGSEGV, SIGSYS, SIGTRAP}) {
+    sigdelset(&signals, fault);
+  }
+  return signals;
+}
 
 // Both with recordsMutex held.
 void AddRunning(ThreadRecord* record) {
@@ -57,7 +86,7 @@ void JoinFinished() {
 }
 
 // A running thread that nobody waits for, claimed by the caller.  It stays in its list, where
-// OnLibraryThread finds it, until it has ended.  recordsMutex is held.
+// OnLibraryThread finds it, until its procedure has returned.  recordsMutex is held.
 ThreadRecord* ClaimRunning() {
   ThreadRecord* record = running;
   while (record != nullptr && record->joined) {
@@ -74,9 +103,8 @@ void JoinAllThreads() {
   while (ThreadRecord* record = ClaimRunning()) {
     pthread_mutex_unlock(&recordsMutex);
     pthread_join(record->thread, nullptr);
-    pthread_mutex_lock(&recordsMutex);
-    RemoveRunning(record);
     std::free(record);
+    pthread_mutex_lock(&recordsMutex);
   }
   pthread_mutex_unlock(&recordsMutex);
   JoinFinished();
@@ -84,13 +112,18 @@ void JoinAllThreads() {
 
 void* RunThread(void* argument) {
   auto* record = static_cast<ThreadRecord*>(argument);
+  if (record->callsHost) {
+    pthread_sigmask(SIG_SETMASK, &hostSignals, nullptr);
+  }
   record->procedure(record->argument);
   // Puts away those that have finished before, so that a flood of threads leaves no stacks behind.
   // Not after the lines below: two threads would wait for each other.
   JoinFinished();
   pthread_mutex_lock(&recordsMutex);
+  // Done here, also for who waits for this thread: once it has been joined, a thread of the host's
+  // may get its id.
+  RemoveRunning(record);
   if (!record->joined) {
-    RemoveRunning(record);
     record->next = finished;
     finished = record;
   }
@@ -98,7 +131,30 @@ void* RunThread(void* argument) {
   return nullptr;
 }
 
+// Creates the thread of a record with the signals of others blocked, so that no handler of the
+// host's ever runs on a small stack; 0 or an error.
+int CreateThread(ThreadRecord* record) {
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  if (!record->callsHost) {
+    pthread_attr_setstacksize(&attributes, LIBRARY_STACK_BYTES + threadLocalBytes);
+  }
+  const sigset_t blocked = OthersSignals();
+  sigset_t before;
+  pthread_sigmask(SIG_BLOCK, &blocked, &before);
+  const int error = pthread_create(&record->thread, &attributes, RunThread, record);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  pthread_attr_destroy(&attributes);
+  return error;
+}
+
 }  // namespace
+
+void PrepareThreads() {
+  threadLocalBytes = 0;
+  dl_iterate_phdr(&AddThreadLocalBytes, &threadLocalBytes);
+  pthread_sigmask(SIG_SETMASK, nullptr, &hostSignals);
+}
 
 std::uintptr_t StartThread(ThreadProcedure procedure, void* argument, StackKind stack) {
   JoinFinished();
@@ -108,23 +164,17 @@ std::uintptr_t StartThread(ThreadProcedure procedure, void* argument, StackKind 
   }
   record->procedure = procedure;
   record->argument = argument;
+  record->callsHost = stack == STACK_FOR_HOST_CALLBACKS;
 
-  pthread_attr_t attributes;
-  pthread_attr_init(&attributes);
-  if (stack == STACK_FOR_LIBRARY) {
-    pthread_attr_setstacksize(&attributes, LIBRARY_STACK_BYTES);
-  }
   // The new thread meets the mutex at its end, so its record is complete by then.
   pthread_mutex_lock(&recordsMutex);
-  const bool started =
-      !retired && pthread_create(&record->thread, &attributes, RunThread, record) == 0;
+  const bool started = !retired && CreateThread(record) == 0;
   std::uintptr_t id = 0;
   if (started) {
     id = static_cast<std::uintptr_t>(record->thread);
     AddRunning(record);
   }
   pthread_mutex_unlock(&recordsMutex);
-  pthread_attr_destroy(&attributes);
   if (!started) {
     std::free(record);
   }

@@ -90,6 +90,8 @@ bool AnyRecord() {
 
 }  // namespace
 
+void PrepareThreads() {}
+
 std::uintptr_t StartThread(ThreadProcedure procedure, void* argument, StackKind stack) {
   auto* record = static_cast<ThreadRecord*>(std::calloc(1, sizeof(ThreadRecord)));
   if (record == nullptr) {
