@@ -50,20 +50,6 @@ std::string EscapeBytes(const std::string& bytes) {
   return text;
 }
 
-std::string JsonText(const std::string& bytes) {
-  std::string text;
-  for (const char letter : bytes) {
-    const auto byte = static_cast<unsigned char>(letter);
-    if (byte < 0x80) {
-      text.push_back(letter);
-    } else {
-      text.push_back(static_cast<char>(0xC0U | (byte >> 6U)));
-      text.push_back(static_cast<char>(0x80U | (byte & 0x3FU)));
-    }
-  }
-  return text;
-}
-
 std::string HexDump(const std::string& bytes, const std::string& indent) {
   std::string dump;
   for (std::size_t row = 0; row < bytes.size(); row += BYTES_A_ROW) {
@@ -97,11 +83,6 @@ void PrintLine(const std::string& line) {
   const std::string whole = line + "\n";
   std::fwrite(whole.data(), 1, whole.size(), stdout);
   std::fflush(stdout);
-}
-
-void PrintJsonLine(const JsonObject& object) {
-  constexpr bool ONLY_ASCII = true;
-  PrintLine(object.dump(-1, ' ', ONLY_ASCII, JsonObject::error_handler_t::replace));
 }
 
 void PrintError(const std::string& line) {

@@ -4,21 +4,13 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <string>
 
 namespace zvqrn::tools {
 
-// An object whose members keep the order in which they were put in.
-using JsonObject = nlohmann::ordered_json;
-
 // Gives `bytes` as printable ASCII: a backslash becomes \\, other bytes \r, \n, \t or \xHH, so that
 // no text can move the cursor or pass for another line.
 std::string EscapeBytes(const std::string& bytes);
-
-// Gives `bytes` as text for a JSON string: each byte becomes the character of the same number, so
-// nothing is lost whatever the code page (encode as Latin-1 to get the bytes back).
-std::string JsonText(const std::string& bytes);
 
 // Gives a dump of `bytes`: offset, sixteen bytes in hex, the printable ones as characters; each
 // line begins with `indent` and ends in a line feed.
@@ -27,9 +19,8 @@ std::string HexDump(const std::string& bytes, const std::string& indent);
 // Gives the text of a fixed-size field up to its first NUL.
 std::string FieldText(const char* field, std::size_t size);
 
-// Prints one line, or one object as one line, to standard output and flushes it at once.
+// Prints one line to standard output and flushes it at once.
 void PrintLine(const std::string& line);
-void PrintJsonLine(const JsonObject& object);
 
 // Prints one line to standard error.
 void PrintError(const std::string& line);

@@ -1,5 +1,6 @@
 #include "host/event_log.h"
 
+#include "common/json_lines.h"
 #include "common/text.h"
 #include "host/options.h"
 #include "host/request_text.h"

@@ -1,7 +1,6 @@
 #include "host/options.h"
 
-#include <CLI/CLI.hpp>
-
+#include "common/command_line.h"
 #include "common/text.h"
 #include "host/exit_codes.h"
 #include "zvqrn/zvqrn.h"
@@ -57,7 +56,7 @@ std::int32_t AnswerCode(const std::string& text) {
   }
   std::int32_t code = 0;
   if (!tools::ParseNumber(text, &code)) {
-    throw CLI::ValidationError("'" + text + "' is neither a number nor a word for an answer");
+    tools::RefuseCommandLine("'" + text + "' is neither a number nor a word for an answer");
   }
   return code;
 }
@@ -65,14 +64,14 @@ std::int32_t AnswerCode(const std::string& text) {
 void AddAnswerOf(HostOptions* options, const std::string& text) {
   const std::size_t equals = text.rfind('=');
   if (equals == std::string::npos || equals == 0) {
-    throw CLI::ValidationError("--answer-for: '" + text + "' is not \"DRIVER NAME=CODE\"");
+    tools::RefuseCommandLine("--answer-for: '" + text + "' is not \"DRIVER NAME=CODE\"");
   }
   options->answerOf[text.substr(0, equals)] = AnswerCode(text.substr(equals + 1));
 }
 
 void AddSend(HostOptions* options, const std::string& bytes, const std::string& source) {
   if (bytes.empty()) {
-    throw CLI::ValidationError(source + ": there is nothing to send");
+    tools::RefuseCommandLine(source + ": there is nothing to send");
   }
   options->sends.push_back(bytes);
 }
@@ -80,7 +79,7 @@ void AddSend(HostOptions* options, const std::string& bytes, const std::string& 
 void AddSendFile(HostOptions* options, const std::string& path) {
   std::string bytes;
   if (!tools::ReadFileBytes(path, &bytes)) {
-    throw CLI::ValidationError("--send-file: cannot read '" + path + "'");
+    tools::RefuseCommandLine("--send-file: cannot read '" + path + "'");
   }
   AddSend(options, bytes, "--send-file " + path);
 }
@@ -95,58 +94,62 @@ SendTo SendToOf(const std::string& text) {
   if (text == "all") {
     return SEND_TO_ALL;
   }
-  throw CLI::ValidationError("--send-to: '" + text + "' is none of start, single and all");
+  tools::RefuseCommandLine("--send-to: '" + text + "' is none of start, single and all");
 }
 
 void CheckPcName(const std::string& name) {
   if (name.empty() || name.size() > PC_NAME_LIMIT) {
-    throw CLI::ValidationError("--name: a PC name has 1 to 15 bytes");
+    tools::RefuseCommandLine("--name: a PC name has 1 to 15 bytes");
   }
 }
 
-void AddAnswerOptions(CLI::App* app, HostOptions* options) {
-  app->add_option_function<std::string>(
-         "--answer", [=](const std::string& text) { options->answer = AnswerCode(text); },
-         "Answer to every request (default 1, OK)")
-      ->type_name("CODE");
-  app->add_option_function<std::vector<std::string>>(
-         "--answer-for",
-         [=](const std::vector<std::string>& texts) {
-           for (const std::string& text : texts) {
-             AddAnswerOf(options, text);
-           }
-         },
-         "Answer to requests of the scanners that this driver serves; repeatable")
-      ->type_name("\"DRIVER NAME=CODE\"")
-      ->allow_extra_args(false);
-  app->add_option("--delay", options->delayMs, "Time before each answer, in milliseconds")
-      ->type_name("MS")
-      ->check(CLI::Range(0, MILLISECONDS_LIMIT).description(""));
+void AddAnswerOptions(tools::CommandLine* line, HostOptions* options) {
+  tools::AddTextAction(line, {"--answer", "CODE", "Answer to every request (default 1, OK)"},
+                       [=](const std::string& text) { options->answer = AnswerCode(text); });
+  tools::AddRepeatable(line,
+                       {"--answer-for", "\"DRIVER NAME=CODE\"",
+                        "Answer to requests of the scanners that this driver serves; repeatable"},
+                       [=](const std::string& text) { AddAnswerOf(options, text); });
+  tools::AddNumber(line, {"--delay", "MS", "Time before each answer, in milliseconds"},
+                   &options->delayMs, 0, MILLISECONDS_LIMIT);
 }
 
-void AddSendOptions(CLI::App* app, HostOptions* options) {
-  // Taken as they stand on the command line, so that texts and files keep their common order.
-  app->add_option_function<std::string>(
-         "--send", [=](const std::string& text) { AddSend(options, text, "--send"); },
-         "Send this text to the scanner of each START; repeatable")
-      ->type_name("TEXT")
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
-      ->trigger_on_parse();
-  app->add_option_function<std::string>(
-         "--send-file", [=](const std::string& path) { AddSendFile(options, path); },
-         "Send the bytes of this file; repeatable")
-      ->type_name("FILE")
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
-      ->trigger_on_parse();
-  app->add_option_function<std::string>(
-         "--send-to", [=](const std::string& text) { options->sendTo = SendToOf(text); },
-         "Requests that get the data (default start)")
-      ->type_name("start|single|all");
-  app->add_option("--send-after", options->sendAfterMs,
-                  "Send the data this time after the callback has returned, not inside it; by then "
-                  "a single request is closed, a START is not")
-      ->type_name("MS")
-      ->check(CLI::Range(0, MILLISECONDS_LIMIT).description(""));
+void AddSendOptions(tools::CommandLine* line, HostOptions* options) {
+  tools::AddInOrder(line,
+                    {"--send", "TEXT", "Send this text to the scanner of each START; repeatable"},
+                    [=](const std::string& text) { AddSend(options, text, "--send"); });
+  tools::AddInOrder(line, {"--send-file", "FILE", "Send the bytes of this file; repeatable"},
+                    [=](const std::string& path) { AddSendFile(options, path); });
+  tools::AddTextAction(
+      line, {"--send-to", "start|single|all", "Requests that get the data (default start)"},
+      [=](const std::string& text) { options->sendTo = SendToOf(text); });
+  tools::AddNumber(line,
+                   {"--send-after", "MS",
+                    "Send the data this time after the callback has returned, not inside it; by "
+                    "then a single request is closed, a START is not"},
+                   &options->sendAfterMs, 0, MILLISECONDS_LIMIT);
+}
+
+// Gives the option of the PC's name.
+CLI::Option* AddOptions(tools::CommandLine* line, HostOptions* options) {
+  tools::AddText(
+      line, {"--library", "PATH", "The library to load (default: the one beside this program)"},
+      &options->libraryPath);
+  CLI::Option* name = tools::AddText(
+      line, {"--name", "NAME", "Name under which scanners list this PC"}, &options->pcName);
+  tools::AddFlag(line, {"--json", nullptr, "Print one JSON object a line"}, &options->json);
+  AddAnswerOptions(line, options);
+  AddSendOptions(line, options);
+  tools::AddNumber(line, {"--requests", "N", "End after this many requests were answered"},
+                   &options->requests, 1, 1'000'000);
+  tools::AddNumber(line, {"--for", "SECONDS", "End after this time"}, &options->seconds, 0.001,
+                   1'000'000.0);
+  tools::AddNumber(line,
+                   {"--restart-every", "SECONDS",
+                    "Stop the service so often and start it again, to see what that does to "
+                    "scanners"},
+                   &options->restartSeconds, 0.1, 1'000'000.0);
+  return name;
 }
 
 }  // namespace
@@ -161,36 +164,15 @@ const char* AnswerWord(std::int32_t code) {
 }
 
 bool ReadOptions(int argc, char** argv, HostOptions* options, int* exitCode) {
-  CLI::App app(DESCRIPTION, "quorin-host");
-  app.footer(FOOTER);
-  app.add_option("--library", options->libraryPath,
-                 "The library to load (default: the one beside this program)")
-      ->type_name("PATH");
-  app.add_option("--name", options->pcName, "Name under which scanners list this PC")
-      ->type_name("NAME");
-  app.add_flag("--json", options->json, "Print one JSON object a line");
-  AddAnswerOptions(&app, options);
-  AddSendOptions(&app, options);
-  app.add_option("--requests", options->requests, "End after this many requests were answered")
-      ->type_name("N")
-      ->check(CLI::Range(1, 1'000'000).description(""));
-  app.add_option("--for", options->seconds, "End after this time")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0.001, 1'000'000.0).description(""));
-  app.add_option("--restart-every", options->restartSeconds,
-                 "Stop the service so often and start it again, to see what that does to scanners")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0.1, 1'000'000.0).description(""));
-  try {
-    app.parse(argc, argv);
-    if (app.count("--name") > 0) {
+  CLI::Option* name = nullptr;
+  const auto addOptions = [&](tools::CommandLine* line) { name = AddOptions(line, options); };
+  const auto check = [&] {
+    if (tools::WasGiven(name)) {
       CheckPcName(options->pcName);
     }
-  } catch (const CLI::ParseError& error) {
-    *exitCode = app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
-    return false;
-  }
-  return true;
+  };
+  return tools::ReadCommandLine(argc, argv, {"quorin-host", DESCRIPTION, FOOTER}, addOptions, check,
+                                exitCode);
 }
 
 }  // namespace zvqrn::host

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "common/text.h"
+#include "common/json_lines.h"
 #include "zvqrn/zvqrn.h"
 
 namespace zvqrn::host {

@@ -2,9 +2,9 @@
 // command line names it, leaves behind what is to be run.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <functional>
 
+#include "common/command_line.h"
 #include "scanner/verdict.h"
 
 namespace zvqrn::scanner {
@@ -16,18 +16,18 @@ struct Command {
 };
 
 // discover: finds PCs.
-void AddDiscover(CLI::App* app, Command* chosen);
+void AddDiscover(tools::CommandLine* program, Command* chosen);
 
 // doctor: says why this PC may not be found.
-void AddDoctor(CLI::App* app, Command* chosen);
+void AddDoctor(tools::CommandLine* program, Command* chosen);
 
 // push: sends requests and shows what comes back.
-void AddPush(CLI::App* app, Command* chosen);
+void AddPush(tools::CommandLine* program, Command* chosen);
 
 // listen: keeps a START open and shows the host's data.
-void AddListen(CLI::App* app, Command* chosen);
+void AddListen(tools::CommandLine* program, Command* chosen);
 
 // stress: plays bad scanners against a PC.
-void AddStress(CLI::App* app, Command* chosen);
+void AddStress(tools::CommandLine* program, Command* chosen);
 
 }  // namespace zvqrn::scanner

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "common/adapters.h"
+#include "common/json_lines.h"
 #include "common/text.h"
 #include "common/utf8.h"
 #include "scanner/commands.h"
@@ -196,69 +197,64 @@ std::string AddressProblem(const std::string& text) {
   return good ? std::string() : "'" + text + "' is no IPv4 address such as 192.0.2.1";
 }
 
-void AddRequestTexts(CLI::App* command, DiscoverOptions* options) {
-  const std::string group = "Request";
+void AddRequestTexts(tools::CommandLine* command, DiscoverOptions* options) {
+  const char* group = "Request";
   AttributeRequest* request = &options->search.request;
-  const auto add = [&](const char* name, std::string* text, const char* type, const char* help) {
-    return command->add_option(name, *text, help)
-        ->type_name(type)
-        ->capture_default_str()
-        ->group(group);
+  const auto add = [&](const char* name, std::string* value, const char* type, const char* text) {
+    return tools::AddText(command, {name, type, text, group, tools::SHOW_DEFAULT}, value);
   };
   CLI::Option* scope = add("--scope", &request->scopes, "TEXT", "The scope list as it is sent");
-  add("--product", &options->product, "NAME",
-      "Scope of this product: NAME with a backslash before each \\ , ( and )")
-      ->excludes(scope);
+  tools::Exclude(add("--product", &options->product, "NAME",
+                     "Scope of this product: NAME with a backslash before each \\ , ( and )"),
+                 scope);
   add("--service-type", &request->serviceType, "TEXT", "The service asked for");
   add("--language", &request->language, "TAG", "The language tag, which the reply must repeat");
   add("--tags", &request->tags, "TEXT", "The tag list");
   add("--previous", &request->previousResponders, "ADDR[,ADDR]",
       "Addresses of PCs that are not to answer; sent as it is");
-  command->add_option("--xid", options->xid, "The request's number, 0 to 65535 (default: random)")
-      ->type_name("N")
-      ->check(CLI::Range(0, 65535).description(""))
-      ->group(group);
+  tools::AddNumber(command,
+                   {"--xid", "N", "The request's number, 0 to 65535 (default: random)", group},
+                   &options->xid, 0, 65535);
 }
 
-void AddSearchOptions(CLI::App* command, DiscoverOptions* options) {
+void AddSearchOptions(tools::CommandLine* command, DiscoverOptions* options) {
+  using tools::SHOW_DEFAULT;
   Search* search = &options->search;
-  const auto range = [](int least, int most) { return CLI::Range(least, most).description(""); };
-  command->add_option("--to", options->to, "Ask this address, or multicast to this group")
-      ->type_name("ADDR")
-      ->capture_default_str()
-      ->check(AddressProblem);
-  command
-      ->add_option("--from", options->from,
-                   "This machine's address to ask from; for a multicast "
-                   "it also chooses the adapter (default: chosen)")
-      ->type_name("ADDR")
-      ->check(AddressProblem);
-  command->add_option("--source-port", search->sourcePort, "UDP port to ask from (0: a free one)")
-      ->type_name("PORT")
-      ->capture_default_str()
-      ->check(range(0, 65535));
-  command->add_option("--timeout", search->timeoutMs, "Wait for replies after the last request")
-      ->type_name("MS")
-      ->capture_default_str()
-      ->check(range(1, MILLISECONDS_LIMIT));
-  command->add_option("--count", options->count, "Stop as soon as this many PCs have answered")
-      ->type_name("N")
-      ->check(range(1, 1'000'000));
-  command->add_option("--repeat", search->repeat, "Send the same request this many times")
-      ->type_name("N")
-      ->capture_default_str()
-      ->check(range(1, 10'000));
-  command->add_option("--interval", search->intervalMs, "With --repeat: time between two requests")
-      ->type_name("MS")
-      ->capture_default_str()
-      ->check(range(0, 60'000));
-  command->add_flag("--json", options->json, "Print one JSON object a line");
-  command->add_flag("--trace", search->trace, "Show every byte sent and received (standard error)");
+  const char* group = "Options";
+  tools::AddText(
+      command,
+      {"--to", "ADDR", "Ask this address, or multicast to this group", group, SHOW_DEFAULT},
+      &options->to, AddressProblem);
+  tools::AddText(command,
+                 {"--from", "ADDR",
+                  "This machine's address to ask from; for a multicast it also chooses the adapter "
+                  "(default: chosen)"},
+                 &options->from, AddressProblem);
+  tools::AddNumber(
+      command,
+      {"--source-port", "PORT", "UDP port to ask from (0: a free one)", group, SHOW_DEFAULT},
+      &search->sourcePort, 0, 65535);
+  tools::AddNumber(
+      command, {"--timeout", "MS", "Wait for replies after the last request", group, SHOW_DEFAULT},
+      &search->timeoutMs, 1, MILLISECONDS_LIMIT);
+  tools::AddNumber(command, {"--count", "N", "Stop as soon as this many PCs have answered"},
+                   &options->count, 1, 1'000'000);
+  tools::AddNumber(command,
+                   {"--repeat", "N", "Send the same request this many times", group, SHOW_DEFAULT},
+                   &search->repeat, 1, 10'000);
+  tools::AddNumber(
+      command,
+      {"--interval", "MS", "With --repeat: time between two requests", group, SHOW_DEFAULT},
+      &search->intervalMs, 0, 60'000);
+  tools::AddFlag(command, {"--json", nullptr, "Print one JSON object a line"}, &options->json);
+  tools::AddFlag(command,
+                 {"--trace", nullptr, "Show every byte sent and received (standard error)"},
+                 &search->trace);
 }
 
 void CheckOptions(const DiscoverOptions& options) {
   if (options.from == options.to) {
-    throw CLI::ValidationError(
+    tools::RefuseCommandLine(
         "--from and --to are the same address: the request would come back "
         "to this program; leave out --from");
   }
@@ -271,23 +267,22 @@ void CheckOptions(const DiscoverOptions& options) {
   const bool fit = std::all_of(std::begin(texts), std::end(texts),
                                [](const std::string* text) { return text->size() <= TEXT_LIMIT; });
   if (!fit || RequestBytes(request).size() > DATAGRAM_LIMIT) {
-    throw CLI::ValidationError("the texts do not fit into one datagram");
+    tools::RefuseCommandLine("the texts do not fit into one datagram");
   }
 }
 
 }  // namespace
 
-void AddDiscover(CLI::App* app, Command* chosen) {
+void AddDiscover(tools::CommandLine* program, Command* chosen) {
   const auto options = std::make_shared<DiscoverOptions>();
-  CLI::App* command = app->add_subcommand("discover", DESCRIPTION);
-  command->footer(EXAMPLES);
+  tools::CommandLine* command =
+      tools::AddCommand(program, "discover", DESCRIPTION, EXAMPLES, [options, chosen] {
+        CheckOptions(*options);
+        chosen->json = options->json;
+        chosen->run = [options] { return RunDiscover(*options); };
+      });
   AddSearchOptions(command, options.get());
   AddRequestTexts(command, options.get());
-  command->callback([options, chosen] {
-    CheckOptions(*options);
-    chosen->json = options->json;
-    chosen->run = [options] { return RunDiscover(*options); };
-  });
 }
 
 }  // namespace zvqrn::scanner

@@ -90,23 +90,23 @@ ExitCode RunDoctor(const DoctorOptions& options) {
 
 }  // namespace
 
-void AddDoctor(CLI::App* app, Command* chosen) {
+void AddDoctor(tools::CommandLine* program, Command* chosen) {
   const auto options = std::make_shared<DoctorOptions>();
-  CLI::App* command = app->add_subcommand("doctor", DESCRIPTION);
-  command->footer(EXAMPLES);
-  command->add_flag("--local", options->local,
-                    "No multicast: only requests to this PC's own address");
-  command->add_option("--timeout", options->timeoutMs, "Longest wait for each answer")
-      ->type_name("MS")
-      ->capture_default_str()
-      ->check(CLI::Range(1, 3'600'000).description(""));
-  command->add_flag("--json", options->json, "Print one JSON object a line");
-  command->add_flag("--trace", options->trace,
-                    "Show every byte sent and received (standard error)");
-  command->callback([options, chosen] {
-    chosen->json = options->json;
-    chosen->run = [options] { return RunDoctor(*options); };
-  });
+  tools::CommandLine* command =
+      tools::AddCommand(program, "doctor", DESCRIPTION, EXAMPLES, [options, chosen] {
+        chosen->json = options->json;
+        chosen->run = [options] { return RunDoctor(*options); };
+      });
+  tools::AddFlag(command,
+                 {"--local", nullptr, "No multicast: only requests to this PC's own address"},
+                 &options->local);
+  tools::AddNumber(
+      command, {"--timeout", "MS", "Longest wait for each answer", "Options", tools::SHOW_DEFAULT},
+      &options->timeoutMs, 1, 3'600'000);
+  tools::AddFlag(command, {"--json", nullptr, "Print one JSON object a line"}, &options->json);
+  tools::AddFlag(command,
+                 {"--trace", nullptr, "Show every byte sent and received (standard error)"},
+                 &options->trace);
 }
 
 }  // namespace zvqrn::scanner

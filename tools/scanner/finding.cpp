@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "common/json_lines.h"
 #include "common/text.h"
 #include "common/utf8.h"
 

@@ -126,28 +126,25 @@ ExitCode RunListen(const ListenOptions& options) {
 
 }  // namespace
 
-void AddListen(CLI::App* app, Command* chosen) {
+void AddListen(tools::CommandLine* program, Command* chosen) {
   const auto options = std::make_shared<ListenOptions>();
-  CLI::App* command = app->add_subcommand("listen", DESCRIPTION);
-  command->footer(std::string(EXAMPLES) + EXIT_CODES_HELP);
-  command->add_option("--for", options->seconds, "Listen for this time")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0.001, 1'000'000.0).description(""));
-  command->add_option("--count", options->count, "Listen until so many pieces of data came")
-      ->type_name("N")
-      ->check(CLI::Range(1, 1'000'000).description(""));
-  CLI::Option* save =
-      command->add_option("--save", options->saveFolder, "Save each piece in a file in this folder")
-          ->type_name("DIR");
-  command->add_option("--output", options->outputFile, "Save all data, in order, in this file")
-      ->type_name("FILE")
-      ->excludes(save);
+  tools::CommandLine* command = tools::AddCommand(
+      program, "listen", DESCRIPTION, std::string(EXAMPLES) + EXIT_CODES_HELP, [options, chosen] {
+        CheckRequestOptions(options->request);
+        chosen->json = options->request.json;
+        chosen->run = [options] { return RunListen(*options); };
+      });
+  tools::AddNumber(command, {"--for", "SECONDS", "Listen for this time"}, &options->seconds, 0.001,
+                   1'000'000.0);
+  tools::AddNumber(command, {"--count", "N", "Listen until so many pieces of data came"},
+                   &options->count, 1, 1'000'000);
+  CLI::Option* save = tools::AddText(
+      command, {"--save", "DIR", "Save each piece in a file in this folder"}, &options->saveFolder);
+  tools::Exclude(
+      tools::AddText(command, {"--output", "FILE", "Save all data, in order, in this file"},
+                     &options->outputFile),
+      save);
   AddRequestOptions(command, &options->request);
-  command->callback([options, chosen] {
-    CheckRequestOptions(options->request);
-    chosen->json = options->request.json;
-    chosen->run = [options] { return RunListen(*options); };
-  });
 }
 
 }  // namespace zvqrn::scanner

@@ -27,19 +27,19 @@ constexpr char EXAMPLES[] =
     "\n";
 
 int Main(int argc, char** argv) {
-  CLI::App app(DESCRIPTION, "quorin-scanner");
-  app.footer(std::string(EXAMPLES) + EXIT_CODES_HELP);
-  app.require_subcommand(1);
   Command chosen;
-  AddDiscover(&app, &chosen);
-  AddDoctor(&app, &chosen);
-  AddPush(&app, &chosen);
-  AddListen(&app, &chosen);
-  AddStress(&app, &chosen);
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
+  const auto addCommands = [&](tools::CommandLine* program) {
+    AddDiscover(program, &chosen);
+    AddDoctor(program, &chosen);
+    AddPush(program, &chosen);
+    AddListen(program, &chosen);
+    AddStress(program, &chosen);
+  };
+  const tools::ProgramHelp help = {"quorin-scanner", DESCRIPTION,
+                                   std::string(EXAMPLES) + EXIT_CODES_HELP};
+  int exitCode = EXIT_OK;
+  if (!tools::ReadCommandLine(argc, argv, help, addCommands, {}, &exitCode)) {
+    return exitCode;
   }
   try {
     return chosen.run();

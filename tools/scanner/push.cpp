@@ -99,13 +99,13 @@ ExitCode RunPush(const PushOptions& options) {
 }
 
 // Gives the options that name a mode; at most one of them can be used.
-std::vector<CLI::Option*> AddModes(CLI::App* command, const std::shared_ptr<PushOptions>& options) {
-  const std::string group = "Exchange (one of)";
+std::vector<CLI::Option*> AddModes(tools::CommandLine* command,
+                                   const std::shared_ptr<PushOptions>& options) {
+  const char* group = "Exchange (one of)";
   std::vector<CLI::Option*> modes;
-  const auto addFlag = [&](const char* name, PushMode mode, const char* help) {
-    CLI::Option* flag = command->add_flag_callback(
-        name, [=] { options->mode = mode; }, help);
-    modes.push_back(flag->group(group));
+  const auto addFlag = [&](const char* name, PushMode mode, const char* text) {
+    modes.push_back(
+        tools::AddFlagAction(command, {name, nullptr, text, group}, [=] { options->mode = mode; }));
   };
   addFlag("--single", PUSH_SINGLE, "A request that stands alone (default)");
   addFlag("--pair", PUSH_PAIR, "A START, the host's data for a time (--hold), its END");
@@ -114,51 +114,49 @@ std::vector<CLI::Option*> AddModes(CLI::App* command, const std::shared_ptr<Push
   const auto readRawFile = [options](const std::string& path) {
     options->mode = PUSH_RAW;
     if (!tools::ReadFileBytes(path, &options->rawBytes) || options->rawBytes.empty()) {
-      throw CLI::ValidationError("--raw-file: '" + path + "' cannot be read or is empty");
+      tools::RefuseCommandLine("--raw-file: '" + path + "' cannot be read or is empty");
     }
   };
-  CLI::Option* rawFile = command->add_option_function<std::string>(
-      "--raw-file", readRawFile, "Send the bytes of this file as they are");
-  modes.push_back(rawFile->type_name("FILE")->group(group));
-  command->add_option("--parent-uid", options->parentUid, "With --end: the uid of its START")
-      ->type_name("UID")
-      ->group(group);
-  command->add_option("--hold", options->holdMs, "With --pair: time between START and END")
-      ->type_name("MS")
-      ->capture_default_str()
-      ->check(CLI::Range(0, 3'600'000).description(""))
-      ->group(group);
+  modes.push_back(tools::AddTextAction(
+      command, {"--raw-file", "FILE", "Send the bytes of this file as they are", group},
+      readRawFile));
+  tools::AddText(command, {"--parent-uid", "UID", "With --end: the uid of its START", group},
+                 &options->parentUid);
+  tools::AddNumber(
+      command,
+      {"--hold", "MS", "With --pair: time between START and END", group, tools::SHOW_DEFAULT},
+      &options->holdMs, 0, 3'600'000);
   return modes;
 }
 
 void CheckModes(const PushOptions& options, const std::vector<CLI::Option*>& modes) {
-  const auto isUsed = [](const CLI::Option* mode) { return mode->count() > 0; };
-  if (std::count_if(modes.begin(), modes.end(), isUsed) > 1) {
-    throw CLI::ValidationError("only one of --single, --pair, --start, --end and --raw-file");
+  if (std::count_if(modes.begin(), modes.end(), tools::WasGiven) > 1) {
+    tools::RefuseCommandLine("only one of --single, --pair, --start, --end and --raw-file");
   }
   if (options.parentUid.empty() == (options.mode == PUSH_END)) {
-    throw CLI::ValidationError("--end and --parent-uid belong together");
+    tools::RefuseCommandLine("--end and --parent-uid belong together");
   }
 }
 
 }  // namespace
 
-void AddPush(CLI::App* app, Command* chosen) {
+void AddPush(tools::CommandLine* program, Command* chosen) {
   const auto options = std::make_shared<PushOptions>();
-  CLI::App* command = app->add_subcommand("push", DESCRIPTION);
-  command->footer(std::string(EXAMPLES) + EXIT_CODES_HELP);
-  const std::vector<CLI::Option*> modes = AddModes(command, options);
-  command->add_option("--repeat", options->repeat, "Do it this many times on one connection")
-      ->type_name("N")
-      ->capture_default_str()
-      ->check(CLI::Range(1, 1'000'000).description(""));
+  const auto modes = std::make_shared<std::vector<CLI::Option*>>();
+  tools::CommandLine* command =
+      tools::AddCommand(program, "push", DESCRIPTION, std::string(EXAMPLES) + EXIT_CODES_HELP,
+                        [options, modes, chosen] {
+                          CheckRequestOptions(options->request);
+                          CheckModes(*options, *modes);
+                          chosen->json = options->request.json;
+                          chosen->run = [options] { return RunPush(*options); };
+                        });
+  *modes = AddModes(command, options);
+  tools::AddNumber(
+      command,
+      {"--repeat", "N", "Do it this many times on one connection", "Options", tools::SHOW_DEFAULT},
+      &options->repeat, 1, 1'000'000);
   AddRequestOptions(command, &options->request);
-  command->callback([options, modes, chosen] {
-    CheckRequestOptions(options->request);
-    CheckModes(*options, modes);
-    chosen->json = options->request.json;
-    chosen->run = [options] { return RunPush(*options); };
-  });
 }
 
 }  // namespace zvqrn::scanner

@@ -1,5 +1,6 @@
 #include "scanner/report.h"
 
+#include "common/json_lines.h"
 #include "common/text.h"
 #include "scanner/verdict.h"
 

@@ -17,89 +17,64 @@ void AddHeaderLine(Headers* headers, const std::string& text) {
   const std::size_t colon = text.find(':');
   const std::string name = tools::TrimBlanks(text.substr(0, colon));
   if (colon == std::string::npos || name.empty()) {
-    throw CLI::ValidationError("'" + text + "' is not \"Name: value\"");
+    tools::RefuseCommandLine("'" + text + "' is not \"Name: value\"");
   }
   headers->emplace_back(name, tools::TrimBlanks(text.substr(colon + 1)));
 }
 
-void AddHeaderOption(CLI::App* command, const char* name, Headers* headers, const char* help) {
-  command
-      ->add_option_function<std::vector<std::string>>(
-          name,
-          [headers](const std::vector<std::string>& texts) {
-            for (const std::string& text : texts) {
-              AddHeaderLine(headers, text);
-            }
-          },
-          help)
-      ->type_name("\"Name: value\"")
-      ->allow_extra_args(false)
-      ->group("Wrong on purpose");
-}
-
-void AddField(CLI::App* command, const char* name, std::string* field, const char* type,
-              const char* help) {
-  command->add_option(name, *field, help)->type_name(type)->capture_default_str()->group("Request");
-}
-
-void AddFieldOptions(CLI::App* command, RequestOptions* options) {
+void AddFieldOptions(tools::CommandLine* command, RequestOptions* options) {
+  const char* group = "Request";
   PushScanFields* fields = &options->fields;
-  command->add_option("--protocol", options->protocol, "1: scan settings, 2: a push-scan ID")
-      ->type_name("1|2")
-      ->capture_default_str()
-      ->check(CLI::Range(1, 2).description(""))
-      ->group("Request");
-  AddField(command, "--uid", &options->uid, "UID", "The request's uid (default: a fresh one)");
-  AddField(command, "--product", &fields->productName, "NAME", "The scanner's product name");
-  AddField(command, "--ip", &fields->ipAddress, "TEXT", "The scanner's address as it states it");
-  AddField(command, "--id", &fields->pushScanId, "1|2|3", "Version 2: the push-scan ID");
-  AddField(command, "--image-format", &fields->imageFormat, "PDF|TIFF|JPEG", "Version 1");
-  AddField(command, "--color", &fields->colorType, "Color|Monochrome", "Version 1");
-  AddField(command, "--load-paper", &fields->loadPaper, "Auto|Flatbed|Single|Double", "Version 1");
-  AddField(command, "--paper-type", &fields->paperType, "WORD",
-           "Version 1: Auto, User, A3, A4, A4_Landscape, B4, B5, B5_Landscape, Letter, "
-           "Letter_Landscape, Legal");
-  AddField(command, "--paper-width", &fields->paperWidth, "N", "Version 1, 0 to 999999999");
-  AddField(command, "--paper-height", &fields->paperHeight, "N", "Version 1, 0 to 999999999");
-  AddField(command, "--scan-x", &fields->scanX, "N", "Version 1, 0 to 999999999");
-  AddField(command, "--scan-y", &fields->scanY, "N", "Version 1, 0 to 999999999");
+  const auto add = [&](const char* name, std::string* value, const char* type, const char* text) {
+    tools::AddText(command, {name, type, text, group, tools::SHOW_DEFAULT}, value);
+  };
+  tools::AddNumber(
+      command,
+      {"--protocol", "1|2", "1: scan settings, 2: a push-scan ID", group, tools::SHOW_DEFAULT},
+      &options->protocol, 1, 2);
+  add("--uid", &options->uid, "UID", "The request's uid (default: a fresh one)");
+  add("--product", &fields->productName, "NAME", "The scanner's product name");
+  add("--ip", &fields->ipAddress, "TEXT", "The scanner's address as it states it");
+  add("--id", &fields->pushScanId, "1|2|3", "Version 2: the push-scan ID");
+  add("--image-format", &fields->imageFormat, "PDF|TIFF|JPEG", "Version 1");
+  add("--color", &fields->colorType, "Color|Monochrome", "Version 1");
+  add("--load-paper", &fields->loadPaper, "Auto|Flatbed|Single|Double", "Version 1");
+  add("--paper-type", &fields->paperType, "WORD",
+      "Version 1: Auto, User, A3, A4, A4_Landscape, B4, B5, B5_Landscape, Letter, "
+      "Letter_Landscape, Legal");
+  add("--paper-width", &fields->paperWidth, "N", "Version 1, 0 to 999999999");
+  add("--paper-height", &fields->paperHeight, "N", "Version 1, 0 to 999999999");
+  add("--scan-x", &fields->scanX, "N", "Version 1, 0 to 999999999");
+  add("--scan-y", &fields->scanY, "N", "Version 1, 0 to 999999999");
 }
 
-void AddFaultOptions(CLI::App* command, RequestOptions* options) {
-  const std::string group = "Wrong on purpose";
-  command->add_flag("--unchecked", options->unchecked, "Send fields that a PC must refuse")
-      ->group(group);
-  command->add_option("--version-text", options->versionText, "Value of x-protocol-version")
-      ->type_name("TEXT")
-      ->group(group);
-  AddHeaderOption(command, "--header", &options->replacedHeaders,
-                  "Replace or add a header; repeatable");
-  AddHeaderOption(command, "--add-header", &options->addedHeaders,
-                  "Add a header even if there is one of that name; repeatable");
-  command->add_option("--without", options->removedHeaders, "Leave out a header; repeatable")
-      ->type_name("NAME")
-      ->allow_extra_args(false)
-      ->group(group);
-  command
-      ->add_option_function<std::string>(
-          "--body-file",
-          [options](const std::string& path) {
-            options->hasBody = tools::ReadFileBytes(path, &options->body);
-            if (!options->hasBody) {
-              throw CLI::ValidationError("--body-file: cannot read '" + path + "'");
-            }
-          },
-          "Send the bytes of this file as the body")
-      ->type_name("FILE")
-      ->group(group);
-  command->add_option("--cut", options->link.pieceSize, "Send in pieces of this many bytes")
-      ->type_name("N")
-      ->check(CLI::Range(1, MILLISECONDS_LIMIT).description(""))
-      ->group(group);
-  command->add_option("--pause", options->link.pauseMs, "Wait between two pieces")
-      ->type_name("MS")
-      ->check(CLI::Range(0, MILLISECONDS_LIMIT).description(""))
-      ->group(group);
+void AddFaultOptions(tools::CommandLine* command, RequestOptions* options) {
+  const char* group = "Wrong on purpose";
+  const auto addHeader = [&](const char* name, Headers* headers, const char* text) {
+    tools::AddRepeatable(command, {name, "\"Name: value\"", text, group},
+                         [=](const std::string& line) { AddHeaderLine(headers, line); });
+  };
+  tools::AddFlag(command, {"--unchecked", nullptr, "Send fields that a PC must refuse", group},
+                 &options->unchecked);
+  tools::AddText(command, {"--version-text", "TEXT", "Value of x-protocol-version", group},
+                 &options->versionText);
+  addHeader("--header", &options->replacedHeaders, "Replace or add a header; repeatable");
+  addHeader("--add-header", &options->addedHeaders,
+            "Add a header even if there is one of that name; repeatable");
+  tools::AddRepeatable(command, {"--without", "NAME", "Leave out a header; repeatable", group},
+                       [=](const std::string& name) { options->removedHeaders.push_back(name); });
+  tools::AddTextAction(command,
+                       {"--body-file", "FILE", "Send the bytes of this file as the body", group},
+                       [options](const std::string& path) {
+                         options->hasBody = tools::ReadFileBytes(path, &options->body);
+                         if (!options->hasBody) {
+                           tools::RefuseCommandLine("--body-file: cannot read '" + path + "'");
+                         }
+                       });
+  tools::AddNumber(command, {"--cut", "N", "Send in pieces of this many bytes", group},
+                   &options->link.pieceSize, 1, MILLISECONDS_LIMIT);
+  tools::AddNumber(command, {"--pause", "MS", "Wait between two pieces", group},
+                   &options->link.pauseMs, 0, MILLISECONDS_LIMIT);
 }
 
 void CheckWord(const char* option, const std::string& text, const Words& words) {
@@ -110,24 +85,24 @@ void CheckWord(const char* option, const std::string& text, const Words& words) 
     }
     list += " " + word;
   }
-  throw CLI::ValidationError(std::string(option) + ": '" + text + "' is none of" + list +
-                             " (--unchecked sends it all the same)");
+  tools::RefuseCommandLine(std::string(option) + ": '" + text + "' is none of" + list +
+                           " (--unchecked sends it all the same)");
 }
 
 void CheckNumber(const char* option, const std::string& text, std::int32_t least,
                  std::int32_t most) {
   std::int32_t number = 0;
   if (!tools::ParseNumber(text, &number) || number < least || number > most) {
-    throw CLI::ValidationError(std::string(option) + ": '" + text + "' is no number from " +
-                               std::to_string(least) + " to " + std::to_string(most) +
-                               " (--unchecked sends it all the same)");
+    tools::RefuseCommandLine(std::string(option) + ": '" + text + "' is no number from " +
+                             std::to_string(least) + " to " + std::to_string(most) +
+                             " (--unchecked sends it all the same)");
   }
 }
 
 void CheckText(const char* option, const std::string& text) {
   if (text.empty() || text.size() > TEXT_LIMIT) {
-    throw CLI::ValidationError(std::string(option) +
-                               ": 1 to 31 bytes (--unchecked sends it all the same)");
+    tools::RefuseCommandLine(std::string(option) +
+                             ": 1 to 31 bytes (--unchecked sends it all the same)");
   }
 }
 
@@ -144,29 +119,28 @@ const char* ExchangeName(Exchange exchange) {
   }
 }
 
-void AddLinkOptions(CLI::App* command, RequestOptions* options) {
+void AddLinkOptions(tools::CommandLine* command, RequestOptions* options) {
+  using tools::SHOW_DEFAULT;
   Link* link = &options->link;
-  command->add_option("--to", link->address, "The PC's IPv4 address")
-      ->type_name("ADDR")
-      ->capture_default_str()
-      ->check([](const std::string& text) {
-        std::uint32_t address = 0;
-        const bool good = platform::TextToAddress(text.c_str(), &address);
-        return good ? std::string() : "'" + text + "' is no IPv4 address such as 192.0.2.1";
-      });
-  command->add_option("--port", link->port, "The PC's TCP port")
-      ->type_name("PORT")
-      ->capture_default_str()
-      ->check(CLI::Range(1, 65535).description(""));
-  command->add_option("--timeout", link->timeoutMs, "Longest wait for an answer")
-      ->type_name("MS")
-      ->capture_default_str()
-      ->check(CLI::Range(1, MILLISECONDS_LIMIT).description(""));
-  command->add_flag("--json", options->json, "Print one JSON object a line");
-  command->add_flag("--trace", link->trace, "Show every byte sent and received (standard error)");
+  const auto checkAddress = [](const std::string& text) {
+    std::uint32_t address = 0;
+    const bool good = platform::TextToAddress(text.c_str(), &address);
+    return good ? std::string() : "'" + text + "' is no IPv4 address such as 192.0.2.1";
+  };
+  tools::AddText(command, {"--to", "ADDR", "The PC's IPv4 address", "Options", SHOW_DEFAULT},
+                 &link->address, checkAddress);
+  tools::AddNumber(command, {"--port", "PORT", "The PC's TCP port", "Options", SHOW_DEFAULT},
+                   &link->port, 1, 65535);
+  tools::AddNumber(command,
+                   {"--timeout", "MS", "Longest wait for an answer", "Options", SHOW_DEFAULT},
+                   &link->timeoutMs, 1, MILLISECONDS_LIMIT);
+  tools::AddFlag(command, {"--json", nullptr, "Print one JSON object a line"}, &options->json);
+  tools::AddFlag(command,
+                 {"--trace", nullptr, "Show every byte sent and received (standard error)"},
+                 &link->trace);
 }
 
-void AddRequestOptions(CLI::App* command, RequestOptions* options) {
+void AddRequestOptions(tools::CommandLine* command, RequestOptions* options) {
   AddLinkOptions(command, options);
   AddFieldOptions(command, options);
   AddFaultOptions(command, options);

@@ -2,11 +2,11 @@
 // they are made wrong on purpose.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "common/command_line.h"
 #include "scanner/connection.h"
 #include "scanner/document.h"
 #include "scanner/message.h"
@@ -35,12 +35,12 @@ enum Exchange { EXCHANGE_OF_ONE, EXCHANGE_START, EXCHANGE_END };
 const char* ExchangeName(Exchange exchange);
 
 // Adds the options of where to send to and what to print.
-void AddLinkOptions(CLI::App* command, RequestOptions* options);
+void AddLinkOptions(tools::CommandLine* command, RequestOptions* options);
 
 // Adds all the shared options, those above among them, to a subcommand.
-void AddRequestOptions(CLI::App* command, RequestOptions* options);
+void AddRequestOptions(tools::CommandLine* command, RequestOptions* options);
 
-// Throws CLI::ValidationError when the fields cannot be those of a scanner, unless `unchecked`.
+// Refuses the command line when the fields cannot be those of a scanner, unless `unchecked`.
 void CheckRequestOptions(const RequestOptions& options);
 
 // Gives the uid for the next request.

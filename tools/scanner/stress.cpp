@@ -73,16 +73,16 @@ void CheckAddress(const StressOptions& options) {
   const std::uint32_t number = NumberOf(address);
   const unsigned firstByte = number >> 24U;
   if (firstByte == 0 || firstByte >= 224) {
-    throw CLI::ValidationError("--to: '" + options.request.link.address +
-                               "' is not the address of one PC");
+    tools::RefuseCommandLine("--to: '" + options.request.link.address +
+                             "' is not the address of one PC");
   }
   const bool isPrivate = IsWithin(number, 127, 0, 8) || IsWithin(number, 10, 0, 8) ||
                          IsWithin(number, 172, 16, 12) || IsWithin(number, 192, 168, 16) ||
                          IsWithin(number, 169, 254, 16);
   if (!isPrivate && !options.publicAddress) {
-    throw CLI::ValidationError("--to: '" + options.request.link.address +
-                               "' is not a private address; --public-address allows it, for a PC "
-                               "that you may disturb");
+    tools::RefuseCommandLine("--to: '" + options.request.link.address +
+                             "' is not a private address; --public-address allows it, for a PC "
+                             "that you may disturb");
   }
 }
 
@@ -217,37 +217,36 @@ ExitCode RunStress(const StressOptions& options) {
 
 }  // namespace
 
-void AddStress(CLI::App* app, Command* chosen) {
+void AddStress(tools::CommandLine* program, Command* chosen) {
   const auto options = std::make_shared<StressOptions>();
-  CLI::App* command = app->add_subcommand("stress", DESCRIPTION);
   std::string footer = "Kinds:\n";
   for (const Kind& kind : Kinds()) {
     footer += "  " + (kind.name + std::string(14, ' ')).substr(0, 14) + kind.help + "\n";
   }
-  command->footer(footer + "\n" + EXAMPLES);
+  tools::CommandLine* command = tools::AddCommand(
+      program, "stress", DESCRIPTION, footer + "\n" + EXAMPLES, [options, chosen] {
+        CheckAddress(*options);
+        chosen->json = options->request.json;
+        chosen->run = [options] { return RunStress(*options); };
+      });
   AddLinkOptions(command, &options->request);
-  command->add_option("--seconds", options->seconds, "Time for all the kinds together")
-      ->type_name("N")
-      ->capture_default_str()
-      ->check(CLI::Range(0.1, 1'000'000.0).description(""));
-  command->add_option("--kinds", options->kinds, "Only these, with commas between (default all)")
-      ->type_name("LIST")
-      ->delimiter(',')
-      ->check(CLI::Validator(CheckKind, ""));
-  command
-      ->add_option("--product", options->request.fields.productName, "The scanners' product name")
-      ->type_name("NAME")
-      ->capture_default_str();
-  command->add_flag("--multicast", options->multicast, "Flood the group of the search as well");
-  command->add_flag("--not-alone", options->notAlone,
-                    "Others use the PC and its service restarts: to be turned away proves nothing");
-  command->add_flag("--public-address", options->publicAddress,
-                    "Allow an address that is not private");
-  command->callback([options, chosen] {
-    CheckAddress(*options);
-    chosen->json = options->request.json;
-    chosen->run = [options] { return RunStress(*options); };
-  });
+  tools::AddNumber(
+      command,
+      {"--seconds", "N", "Time for all the kinds together", "Options", tools::SHOW_DEFAULT},
+      &options->seconds, 0.1, 1'000'000.0);
+  tools::AddTextList(command, {"--kinds", "LIST", "Only these, with commas between (default all)"},
+                     &options->kinds, CheckKind);
+  tools::AddText(
+      command, {"--product", "NAME", "The scanners' product name", "Options", tools::SHOW_DEFAULT},
+      &options->request.fields.productName);
+  tools::AddFlag(command, {"--multicast", nullptr, "Flood the group of the search as well"},
+                 &options->multicast);
+  tools::AddFlag(command,
+                 {"--not-alone", nullptr,
+                  "Others use the PC and its service restarts: to be turned away proves nothing"},
+                 &options->notAlone);
+  tools::AddFlag(command, {"--public-address", nullptr, "Allow an address that is not private"},
+                 &options->publicAddress);
 }
 
 }  // namespace zvqrn::scanner

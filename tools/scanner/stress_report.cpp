@@ -2,6 +2,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "common/json_lines.h"
 #include "common/text.h"
 #include "scanner/stress.h"
 
@@ -57,7 +58,7 @@ std::string GoodText(const Service& service) {
 }
 
 tools::JsonObject PlaceObject(const Tally& tally, const Service& service) {
-  tools::JsonObject answers = tools::JsonObject::object();
+  tools::JsonObject answers;
   for (const auto& [status, count] : tally.answers) {
     answers[status] = count;
   }

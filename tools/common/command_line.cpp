@@ -1,0 +1,127 @@
+#include "common/command_line.h"
+
+#include <CLI/CLI.hpp>
+
+namespace zvqrn::tools {
+
+namespace {
+
+constexpr int EXIT_WRONG_COMMAND_LINE = 2;
+
+CLI::Option* Describe(CLI::Option* option, const OptionHelp& help) {
+  if (help.type != nullptr) {
+    option->type_name(help.type);
+  }
+  if (help.showsDefault) {
+    option->capture_default_str();
+  }
+  return option->group(help.group);
+}
+
+template <typename Number, typename Bound>
+CLI::Option* AddAnyNumber(CommandLine* line, const OptionHelp& help, Number* value, Bound least,
+                          Bound most) {
+  return Describe(line->add_option(help.name, *value, help.text), help)
+      ->check(CLI::Range(least, most).description(""));
+}
+
+}  // namespace
+
+void RefuseCommandLine(const std::string& reason) {
+  throw CLI::ValidationError(reason);
+}
+
+CLI::Option* AddText(CommandLine* line, const OptionHelp& help, std::string* value,
+                     const TextCheck& check) {
+  CLI::Option* option = Describe(line->add_option(help.name, *value, help.text), help);
+  return check ? option->check(check) : option;
+}
+
+CLI::Option* AddNumber(CommandLine* line, const OptionHelp& help, std::int32_t* value,
+                       std::int32_t least, std::int32_t most) {
+  return AddAnyNumber(line, help, value, least, most);
+}
+
+CLI::Option* AddNumber(CommandLine* line, const OptionHelp& help, std::uint16_t* value,
+                       std::int32_t least, std::int32_t most) {
+  return AddAnyNumber(line, help, value, least, most);
+}
+
+CLI::Option* AddNumber(CommandLine* line, const OptionHelp& help, double* value, double least,
+                       double most) {
+  return AddAnyNumber(line, help, value, least, most);
+}
+
+CLI::Option* AddTextList(CommandLine* line, const OptionHelp& help,
+                         std::vector<std::string>* values, const TextCheck& check) {
+  return Describe(line->add_option(help.name, *values, help.text), help)
+      ->delimiter(',')
+      ->check(check);
+}
+
+CLI::Option* AddFlag(CommandLine* line, const OptionHelp& help, bool* value) {
+  return Describe(line->add_flag(help.name, *value, help.text), help);
+}
+
+CLI::Option* AddFlagAction(CommandLine* line, const OptionHelp& help,
+                           const std::function<void()>& action) {
+  return Describe(line->add_flag_callback(help.name, action, help.text), help);
+}
+
+CLI::Option* AddTextAction(CommandLine* line, const OptionHelp& help, const TextAction& action) {
+  return Describe(line->add_option_function<std::string>(help.name, action, help.text), help);
+}
+
+CLI::Option* AddRepeatable(CommandLine* line, const OptionHelp& help, const TextAction& action) {
+  const auto each = [action](const std::vector<std::string>& texts) {
+    for (const std::string& text : texts) {
+      action(text);
+    }
+  };
+  return Describe(line->add_option_function<std::vector<std::string>>(help.name, each, help.text),
+                  help)
+      ->allow_extra_args(false);
+}
+
+CLI::Option* AddInOrder(CommandLine* line, const OptionHelp& help, const TextAction& action) {
+  return AddTextAction(line, help, action)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
+      ->trigger_on_parse();
+}
+
+void Exclude(CLI::Option* option, CLI::Option* other) {
+  option->excludes(other);
+}
+
+bool WasGiven(const CLI::Option* option) {
+  return option->count() > 0;
+}
+
+CommandLine* AddCommand(CommandLine* program, const char* name, const char* description,
+                        const std::string& footer, const std::function<void()>& onChosen) {
+  CommandLine* command = program->add_subcommand(name, description);
+  command->footer(footer);
+  command->callback(onChosen);
+  program->require_subcommand(1);
+  return command;
+}
+
+bool ReadCommandLine(int argc, char** argv, const ProgramHelp& help,
+                     const std::function<void(CommandLine*)>& addOptions,
+                     const std::function<void()>& check, int* exitCode) {
+  CommandLine program(help.description, help.name);
+  program.footer(help.footer);
+  addOptions(&program);
+  try {
+    program.parse(argc, argv);
+    if (check) {
+      check();
+    }
+  } catch (const CLI::ParseError& error) {
+    *exitCode = program.exit(error) == 0 ? 0 : EXIT_WRONG_COMMAND_LINE;
+    return false;
+  }
+  return true;
+}
+
+}  // namespace zvqrn::tools

@@ -1,0 +1,56 @@
+// One JSON object a line, for scripts.  The JSON library is behind this file: it takes seconds to
+// compile wherever it is included.  Used by quorin-host and quorin-scanner; any thread.
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace zvqrn::tools {
+
+class JsonObject;
+
+// A value of an object, written out when it is made.  Bytes of a text that are not UTF-8 become
+// U+FFFD; JsonText keeps them.
+struct JsonValue {
+  JsonValue() = default;  // null
+  JsonValue(const std::string& value);
+  JsonValue(const char* value);
+  JsonValue(double value);
+  JsonValue(const std::vector<std::string>& values);
+  JsonValue(const JsonObject& value);
+  JsonValue(bool value) : text(value ? "true" : "false") {}
+  template <typename Integer, std::enable_if_t<std::is_integral_v<Integer>, bool> = true>
+  JsonValue(Integer value) : text(std::to_string(value)) {}
+
+  std::string text = "null";
+};
+
+// An object whose members keep the order in which they were put in.
+class JsonObject {
+ public:
+  JsonObject() = default;
+  JsonObject(std::initializer_list<std::pair<std::string, JsonValue>> members)
+      : members_(members) {}
+
+  // The member of this name; a new one at the end when there is none.
+  JsonValue& operator[](const std::string& name);
+
+  // The object on one line, in ASCII.
+  std::string Text() const;
+
+ private:
+  std::vector<std::pair<std::string, JsonValue>> members_;
+};
+
+// Gives `bytes` as text for a JSON string: each byte becomes the character of the same number, so
+// nothing is lost whatever the code page (encode as Latin-1 to get the bytes back).
+std::string JsonText(const std::string& bytes);
+
+// Prints one object as one line to standard output and flushes it at once.
+void PrintJsonLine(const JsonObject& object);
+
+}  // namespace zvqrn::tools
