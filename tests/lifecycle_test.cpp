@@ -1,8 +1,13 @@
 // Start and stop, and the exports in every state.
 
 #include <gtest/gtest.h>
+#if !defined(_WIN32)
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
 
 #include <atomic>
+#include <csignal>
 #include <string>
 #include <thread>
 #include <vector>
@@ -209,6 +214,59 @@ std::int32_t ResultsOfExports(Host* host, EventHeader request) {
          host->library.sendData(&request, "x", 1);
 }
 
+#if !defined(_WIN32)  // nothing forks there
+
+// Runs in a child of this process; gives its exit code, or -1 when it has not ended in time.
+template <typename Action>
+int InChild(Action action) {
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(PATIENCE_MS / 1000);
+    _exit(action());
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// What the exports give in a child, which then unloads the library.
+int ResultsInChild(Host* host) {
+  return InChild([host] {
+    const std::int32_t results = ResultsOfExports(host, EventHeader{});
+    host->Unload();
+    return results;
+  });
+}
+
+// A process that the host forks while the service runs has none; it does not keep that of its
+// parent from stopping, ending its connections and starting again.
+TEST(MisbehavingHost, MayForkWhileTheServiceRuns) {
+  Host host(LibraryPath());
+  ASSERT_EQ(host.Start(), 1);
+  EXPECT_EQ(ResultsInChild(&host), 0);
+  Scanner scanner;
+  scanner.Send(Request(Identity("2.00", "1"), DOCUMENT_V2));
+  EXPECT_NE(scanner.Receive(), "");
+  const pid_t worker = fork();
+  if (worker == 0) {
+    alarm(60);
+    pause();
+    _exit(0);
+  }
+  const std::int64_t begin = platform::MonotonicMilliseconds();
+  EXPECT_EQ(host.Stop(), 1);
+  EXPECT_LT(platform::MonotonicMilliseconds() - begin, PATIENCE_MS);
+  EXPECT_TRUE(scanner.SeesClose());
+  EXPECT_EQ(host.Start(), 1);
+  EXPECT_EQ(host.Stop(), 1);
+  EXPECT_EQ(kill(worker, SIGKILL), 0);
+  EXPECT_EQ(waitpid(worker, nullptr, 0), worker);
+  EXPECT_EQ(InChild([&host] { return host.Start() * 10 + host.Stop(); }), 11)
+      << "forked without a service, as a daemon is";
+}
+
+#endif
+
 TEST(MisbehavingHost, GetsTheResultsOfEachCallback) {
   Host host(LibraryPath());
   std::atomic<std::int32_t> inEvent{-1};
@@ -222,7 +280,13 @@ TEST(MisbehavingHost, GetsTheResultsOfEachCallback) {
     inFilter = ResultsOfExports(&host, EventHeader{});
     return 1;
   };
-  host.onStatus = [&] { inStatus = ResultsOfExports(&host, EventHeader{}); };
+  std::atomic<std::int32_t> inChild{-1};
+  host.onStatus = [&] {
+#if !defined(_WIN32)
+    inChild = ResultsInChild(&host);  // its copy of a lock stays taken
+#endif
+    inStatus = ResultsOfExports(&host, EventHeader{});
+  };
   ASSERT_EQ(host.Start(), 1);
   Scanner scanner;
   scanner.Send(Request(Identity("2.00", "1") + START, DOCUMENT_V2));
@@ -238,6 +302,7 @@ TEST(MisbehavingHost, GetsTheResultsOfEachCallback) {
     platform::SleepMilliseconds(1);
   }
   EXPECT_EQ(inStatus.load(), 0);
+  EXPECT_EQ(inChild.load(), 0);
   RunCommand("ip address del 10.68.0.99/24 dev quorin0");
 #endif
   EXPECT_EQ(host.Stop(), 1);

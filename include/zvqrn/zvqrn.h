@@ -16,6 +16,10 @@
  * threads and waits for the callbacks that are running; a callback that then needs the system's
  * loader lock would wait for the unload in turn.
  *
+ * Forks (Linux): a process that is forked while the service is in use has no service.  Every
+ * function gives 0 there at once, for good, and the parent's service goes on.  A process that forks
+ * before its start, as a daemon does, is free to start.
+ *
  * Text is 8-bit, in the PC's ANSI code page, unless a field says otherwise.
  */
 #ifndef ZVQRN_ZVQRN_H

@@ -1,8 +1,15 @@
 #include "base/service_state.h"
 
+#include "platform/system.h"
+
 namespace zvqrn {
 
 ServiceState service;
+
+bool InForkedProcess() {
+  const std::uint32_t owner = service.ownerProcess.load();
+  return owner != 0 && owner != platform::CurrentProcessId();
+}
 
 std::int32_t IsServiceRunning() {
   const LockScope scope(&service.runLock);

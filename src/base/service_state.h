@@ -34,6 +34,11 @@ struct ServiceState {
   ServiceLock runLock;
   std::atomic<std::int32_t> serviceRunning;
 
+  // The process whose service this is, from the beginning of a start to the end of its stop; 0
+  // without one.  A process that it forks meanwhile has a copy of all this, with locks in any
+  // state, and none of the threads.
+  std::atomic<std::uint32_t> ownerProcess;
+
   // 1 from the moment the library is being unloaded or the process ends: every thread stops, also
   // one that had not yet set its state word.
   std::atomic<std::int32_t> unloading;
@@ -125,6 +130,10 @@ inline bool StopRequested() {
 inline bool DiscoveryStopRequested() {
   return service.discoveryState.load() == THREAD_STOP_REQUESTED || service.unloading.load() != 0;
 }
+
+// True in a process that was forked while the service was in use: nothing of it may be touched
+// there, least of all its locks.
+bool InForkedProcess();
 
 // 1 = the service runs, 0 = it does not, -1 = runLock or the flag is unusable.
 std::int32_t IsServiceRunning();

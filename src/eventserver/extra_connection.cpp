@@ -83,7 +83,7 @@ void ServeExtraConnection(platform::SocketHandle socket) {
 void ExtraConnectionThread(void* argument) {
   const auto socket = reinterpret_cast<platform::SocketHandle>(argument);
   ServeExtraConnection(socket);
-  platform::CloseSocket(socket);
+  platform::EndSocket(socket);
   ReleaseServiceLock(&service.extraConnectionSlots);
 }
 
@@ -96,12 +96,12 @@ bool AcceptExtraConnection(platform::SocketHandle listening) {
   }
   const LockResult slot = TryAcquireServiceLock(&service.extraConnectionSlots);
   if (slot != LOCK_OBTAINED) {
-    platform::CloseSocket(socket);
+    platform::EndSocket(socket);
     return slot == LOCK_EXHAUSTED;
   }
   if (platform::StartThread(&ExtraConnectionThread, reinterpret_cast<void*>(socket),
                             platform::STACK_FOR_LIBRARY) == 0) {
-    platform::CloseSocket(socket);
+    platform::EndSocket(socket);
     ReleaseServiceLock(&service.extraConnectionSlots);
   }
   return true;

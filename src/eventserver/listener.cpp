@@ -50,7 +50,7 @@ platform::SocketHandle CreateListeningSocket() {
       platform::StartListening(socket, LISTEN_BACKLOG) && CreateConnectionLocks()) {
     return socket;
   }
-  platform::CloseSocket(socket);
+  platform::EndSocket(socket);
   return platform::NO_SOCKET;
 }
 
@@ -79,7 +79,7 @@ bool AcceptMainConnection(platform::SocketHandle listening) {
     return true;
   }
   if (socket != platform::NO_SOCKET) {
-    platform::CloseSocket(socket);
+    platform::EndSocket(socket);
   }
   // Also without the lock, or the listener's end would wait for a connection that nobody serves.
   WriteThreadState(&service.connectionState, &service.connectionStateLock, THREAD_IDLE);
@@ -111,7 +111,7 @@ void EndListener(platform::SocketHandle listening) {
   }
   RetireExtraConnections();
   DestroyServiceLock(&service.connectionStateLock);
-  platform::CloseSocket(listening);
+  platform::EndSocket(listening);
 }
 
 void ListenerThread(void* /*argument*/) {

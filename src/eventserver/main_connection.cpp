@@ -84,7 +84,7 @@ void MainConnectionThread(void* argument) {
     const bool usable = ServeConnection(socket);
     EndMainConnection(socket, usable);
   }
-  platform::CloseSocket(socket);
+  platform::EndSocket(socket);
   // The listener's end waits for this word.
   WriteConnectionState(THREAD_IDLE);
 }

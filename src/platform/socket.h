@@ -26,6 +26,10 @@ void PrepareSockets();
 SocketHandle OpenTcpSocket();
 void CloseSocket(SocketHandle socket);
 
+// Ends a connection or a listening socket and closes it: also for a process that the host has
+// forked, which holds the socket open too.
+void EndSocket(SocketHandle socket);
+
 // Binds a listening socket to a port on every local address (0 = a port of the system's choice).
 // False also when another program listens there.
 bool BindListeningPort(SocketHandle socket, std::uint16_t port);

@@ -22,6 +22,9 @@ bool FirstHostAddress(const char* hostName, std::uint32_t* address);
 // higher under Windows, always under POSIX.
 bool CanWatchAddresses();
 
+// The calling process; a process that it forks has another one.
+std::uint32_t CurrentProcessId();
+
 // Writes a line to where the system collects debugging output: the debugger under Windows, the
 // system's log at its lowest level under POSIX.
 void WriteDebuggerLine(const char* line);

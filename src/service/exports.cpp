@@ -50,7 +50,7 @@ constexpr std::int32_t PC_NAME_LIMIT = 15;
 // The calls that need the running service; inside StatusCallback they would wait for the locks
 // that are held around it.
 bool MayServe() {
-  return !InsideStatusCallback() && IsServiceRunning() == 1;
+  return !InForkedProcess() && !InsideStatusCallback() && IsServiceRunning() == 1;
 }
 
 }  // namespace

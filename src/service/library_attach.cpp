@@ -53,6 +53,10 @@ bool platform::OnLibraryLoad() {
 }
 
 void platform::OnLibraryUnload(bool processEnds) {
+  // The threads are the other process's, and a lock that one of them held stays taken here.
+  if (InForkedProcess()) {
+    return;
+  }
   TellThreadsToStop();
   if (processEnds) {
     return;

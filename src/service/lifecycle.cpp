@@ -5,6 +5,7 @@
 #include "base/service_state.h"
 #include "base/status.h"
 #include "platform/socket.h"
+#include "platform/system.h"
 #include "platform/thread.h"
 #include "service/address_watcher.h"
 #include "service/run_sequence.h"
@@ -16,8 +17,8 @@ namespace {
 class LifecycleTurn {
  public:
   LifecycleTurn() {
-    taken_ = service.lifecycleTurn != nullptr && !platform::OnLibraryThread() &&
-             !InsideStatusCallback() &&
+    taken_ = !InForkedProcess() && service.lifecycleTurn != nullptr &&
+             !platform::OnLibraryThread() && !InsideStatusCallback() &&
              platform::WaitSemaphore(service.lifecycleTurn, platform::WAIT_WITHOUT_END) ==
                  platform::SYNC_SIGNALLED;
   }
@@ -118,6 +119,7 @@ void FinishRun() {
   platform::WaitForThreads();
   CloseWatcherEvents();
   EndSocketUse();
+  service.ownerProcess.store(0);
 }
 
 void EndRun() {
@@ -139,6 +141,7 @@ std::int32_t StartService(const HostValues& host) {
   if (Waits()) {
     EndRun();
   }
+  service.ownerProcess.store(platform::CurrentProcessId());
   StoreHostValues(host);
   ResetRun();
   // A failure shows later, when the listener gets no socket.

@@ -80,6 +80,11 @@ void CloseSocket(SocketHandle socket) {
   close(Descriptor(socket));
 }
 
+void EndSocket(SocketHandle socket) {
+  shutdown(Descriptor(socket), SHUT_RDWR);
+  CloseSocket(socket);
+}
+
 bool BindListeningPort(SocketHandle socket, std::uint16_t port) {
   // Lets the port be bound again while connections of an earlier run are still dying.
   const int on = 1;

@@ -74,6 +74,10 @@ bool CanWatchAddresses() {
   return true;
 }
 
+std::uint32_t CurrentProcessId() {
+  return static_cast<std::uint32_t>(getpid());
+}
+
 // A datagram to the system's log, as syslog(3) would send it, but without touching what the host
 // may have set up with openlog(3).
 void WriteDebuggerLine(const char* line) {

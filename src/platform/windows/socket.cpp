@@ -86,6 +86,10 @@ void CloseSocket(SocketHandle socket) {
   closesocket(SystemSocket(socket));
 }
 
+void EndSocket(SocketHandle socket) {
+  CloseSocket(socket);
+}
+
 bool BindListeningPort(SocketHandle socket, std::uint16_t port) {
   const sockaddr_in name = AddressOf(htonl(INADDR_ANY), port);
   return bind(SystemSocket(socket), reinterpret_cast<const sockaddr*>(&name), sizeof name) == 0;

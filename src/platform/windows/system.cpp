@@ -34,6 +34,10 @@ bool CanWatchAddresses() {
          version.dwMajorVersion >= 5;
 }
 
+std::uint32_t CurrentProcessId() {
+  return ::GetCurrentProcessId();
+}
+
 void WriteDebuggerLine(const char* line) {
   OutputDebugStringA(line);
 }
