@@ -9,7 +9,7 @@ help:
 	@echo 'make bench    measure the library beside others, and print a table'
 	@echo 'make fuzz     fuzz for SECONDS=300, all targets or TARGETS="..."'
 	@echo 'make soak     ten minutes of everything at once (MINUTES=n), watched for what grows'
-	@echo 'make windows  build ZVQRN.dll and the tools for 32-bit Windows'
+	@echo 'make windows  build ZVQRN.dll and the tools for 32-bit and 64-bit Windows'
 	@echo 'make package  make the packages for host programmers, in build/packages/'
 	@echo 'make format   lay out the source files'
 	@echo 'make lint     check the source files'
@@ -40,11 +40,11 @@ soak:
 
 windows:
 	@scripts/install_packages.sh package
-	@scripts/build.sh windows-x86
+	@scripts/build.sh windows-x86 windows-x64
 
 package:
 	@scripts/install_packages.sh package
-	@scripts/build.sh release windows-x86
+	@scripts/build.sh release windows-x86 windows-x64
 	@scripts/package.sh
 
 format:

@@ -1,7 +1,7 @@
 # ZVQRN.dll: its exports, its version resource, and what is made of it: the import libraries of two
 # compiler families and the debug symbols in a file of their own.
 
-set(export_list ${CMAKE_CURRENT_SOURCE_DIR}/src/service/ZVQRN.def)
+export_list_for_machine(export_list ${CMAKE_CURRENT_SOURCE_DIR}/src/service/ZVQRN.def)
 target_sources(ZVQRN PRIVATE ${export_list})
 set_target_properties(ZVQRN PROPERTIES PREFIX "" IMPORT_PREFIX lib)
 target_link_options(ZVQRN PRIVATE -static -Wl,--dynamicbase,--nxcompat,--no-insert-timestamp)
@@ -11,15 +11,19 @@ configure_file(src/service/version.rc.in version.rc @ONLY)
 add_library(zvqrn_version OBJECT ${CMAKE_CURRENT_BINARY_DIR}/version.rc)
 target_sources(ZVQRN PRIVATE $<TARGET_OBJECTS:zvqrn_version>)
 
-# C callers use the decorated names (_QRNStartService@24), the DLL exports the plain ones.  The
-# import library that the linker writes has the plain names on both sides and serves no C caller, so
-# it is replaced by one made of the callers' list; -k cuts the decoration off the imported names.
-file(STRINGS ${export_list} exports REGEX " = ")
+# In 32 bits C callers use the decorated names (_QRNStartService@24), the DLL exports the plain ones.
+# The import library that the linker writes has the plain names on both sides and serves no C caller,
+# so it is replaced by one made of the callers' list; -k cuts the decoration off the imported names.
+file(STRINGS ${export_list} exports REGEX "^ ")
 list(TRANSFORM exports REPLACE "^.* = " "  ")
 list(JOIN exports "\n" EXPORTS)
+if(ZVQRN_MACHINE STREQUAL "x64")
+  set(LLVM_MACHINE i386:x86-64)
+else()
+  set(LLVM_MACHINE i386)
+endif()
 set(CALLERS_LIST ${CMAKE_CURRENT_BINARY_DIR}/callers/ZVQRN.def)
 configure_file(cmake/callers.def.in ${CALLERS_LIST} @ONLY)
-set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${export_list})
 # The names of files get into it: they are given without their folders.
 add_custom_command(TARGET ZVQRN POST_BUILD VERBATIM WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}
   COMMAND ${CMAKE_DLLTOOL} --deterministic-libraries --temp-prefix ZVQRN
@@ -29,7 +33,7 @@ add_custom_command(TARGET ZVQRN POST_BUILD VERBATIM WORKING_DIRECTORY ${CMAKE_CU
 find_program(ZVQRN_LLVM_DLLTOOL llvm-dlltool REQUIRED DOC "Makes ZVQRN.lib (package llvm)")
 set(MSVC_LIBRARY ${CMAKE_CURRENT_BINARY_DIR}/ZVQRN.lib)
 add_custom_command(TARGET ZVQRN POST_BUILD VERBATIM BYPRODUCTS ${MSVC_LIBRARY}
-  COMMAND ${ZVQRN_LLVM_DLLTOOL} -m i386 -k -d ${CALLERS_LIST} -l ${MSVC_LIBRARY})
+  COMMAND ${ZVQRN_LLVM_DLLTOOL} -m ${LLVM_MACHINE} -k -d ${CALLERS_LIST} -l ${MSVC_LIBRARY})
 
 # The released DLL is built with debug information, which then moves into ZVQRN.debug: gdb finds it
 # beside the DLL.  -g changes no code.  Without the variable these programs write the time of day.

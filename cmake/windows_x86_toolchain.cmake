@@ -1,17 +1,4 @@
-# 32-bit Windows with Debian's MinGW-w64.  The variant with the system's own threads is used: the
-# library starts its threads through the run-time and needs no thread library beside the DLL.  The
-# tests need std::thread and take the other variant.
-if(NOT ZVQRN_MINGW_THREADS)
-  set(ZVQRN_MINGW_THREADS win32)
-endif()
-list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES ZVQRN_MINGW_THREADS)
-set(CMAKE_SYSTEM_NAME Windows)
+# 32-bit Windows.
 set(CMAKE_SYSTEM_PROCESSOR x86)
-set(CMAKE_C_COMPILER i686-w64-mingw32-gcc-${ZVQRN_MINGW_THREADS})
-set(CMAKE_CXX_COMPILER i686-w64-mingw32-g++-${ZVQRN_MINGW_THREADS})
-set(CMAKE_RC_COMPILER i686-w64-mingw32-windres)
-set(CMAKE_FIND_ROOT_PATH /usr/i686-w64-mingw32)
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+set(ZVQRN_MINGW i686-w64-mingw32)
+include(${CMAKE_CURRENT_LIST_DIR}/windows_toolchain.cmake)

@@ -1,16 +1,20 @@
 #!/usr/bin/env bash
-# Checks what `make package` has made, as its users get it: unpacks both packages elsewhere, builds
+# Checks what `make package` has made, as its users get it: unpacks the packages elsewhere, builds
 # programs against them in every way that they offer, and runs the examples against the packaged
 # scanner, each in a network of its own.  Prints a line a case; ends with 0 when all passed.
 #
 # Windows programs run under QUORIN_UNDER_WINE (default scripts/under_wine.sh), a command that takes
-# a program and its arguments; they are left out where there is no Wine.
+# the machine (x86 or x64), a program and its arguments; they are left out where there is no Wine for
+# that machine.
 set -euo pipefail
 
 scripts=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 top=${scripts%/*}
 readonly scripts top
-readonly CROSS=i686-w64-mingw32
+readonly MACHINES=(x86 x64)
+declare -rA CROSS=([x86]=i686-w64-mingw32 [x64]=x86_64-w64-mingw32)
+declare -rA FORMAT=([x86]=pei-i386 [x64]=pei-x86-64)
+declare -rA OTHER=([x86]=x64 [x64]=x86)
 readonly PORT=2968
 
 # One example against the packaged scanner; runs inside its own network.
@@ -56,13 +60,14 @@ fi
 
 version=$(sed -nE 's/^project\(ZVQRN VERSION ([0-9.]+).*/\1/p' "$top/CMakeLists.txt")
 readonly version
-zip=$top/build/packages/ZVQRN-$version-windows-x86.zip
 tar=$top/build/packages/ZVQRN-$version-linux-$(uname -m).tar.gz
 work=$(mktemp -d)
 trap 'rm -rf -- "$work"' EXIT
-unzip -q "$zip" -d "$work"
+for machine in "${MACHINES[@]}"; do
+  unzip -q "$top/build/packages/ZVQRN-$version-windows-$machine.zip" -d "$work"
+  mv "$work/ZVQRN-$version-windows-$machine" "$work/windows-$machine"
+done
 tar -xzf "$tar" -C "$work"
-mv "$work/ZVQRN-$version-windows-x86" "$work/windows"
 mv "$work/ZVQRN-$version-linux-$(uname -m)" "$work/linux"
 cd "$work"
 mkdir logs
@@ -98,34 +103,48 @@ contents() {
   [[ $version == 0.* ]] || interface=${version%%.*}
   cd "$system"
   sha256sum --check --strict --quiet SHA256SUMS
-  diff <(sed "s/@VERSION@/$version/; s/@INTERFACE@/$interface/" "$top/packaging/${system}_files.txt") \
+  diff <(sed "s/@VERSION@/$version/; s/@INTERFACE@/$interface/" "$top/packaging/${system%-*}_files.txt") \
     <(find . ! -type d -printf '%P\n' | LC_ALL=C sort)
   diff <(awk '{ print $2 }' SHA256SUMS) \
     <(find . -type f ! -name SHA256SUMS -printf '%P\n' | LC_ALL=C sort)
-  # No folder of the machine that built it.
+  # Nothing is left to fill in, and there is no folder of the machine that built it.
+  if grep -n '@[A-Z_]*@' README.md; then false; fi
   if grep -rlF -e "$top" -e "${top//[\/-]/_}" .; then false; fi
 }
 
-# Packed once more from the same builds, both have the same bytes.
+# Packed once more from the same builds, all have the same bytes.
 same_again() {
   SOURCE_DATE_EPOCH=$(stat -c %Y linux/README.md) "$scripts/package.sh" "$work/again"
-  cmp "$zip" "again/${zip##*/}"
-  cmp "$tar" "again/${tar##*/}"
+  local package
+  for package in again/*; do
+    cmp "$top/build/packages/${package##*/}" "$package"
+  done
+  [[ $(find again -type f | wc -l) -eq 3 ]]
 }
 
-dll() {
-  local dll=windows/bin/ZVQRN.dll symbol
-  [[ $(stat -c %s "$dll") -lt 102400 ]]
-  "$CROSS-objdump" -x "$dll" >dll.txt
-  for text in DYNAMIC_BASE NX_COMPAT 'symbols stripped' .gnu_debuglink 'Time/Date.*1970'; do
-    grep -q "$text" dll.txt
+# The library, checked on its own by scripts/check_dll.sh, is built once more, elsewhere: the same
+# bytes.
+built_again() {
+  local machine=$1 file
+  local elsewhere=$work/elsewhere-$machine
+  mkdir -p "$elsewhere"
+  (cd "$top" && cp -R CMakeLists.txt CMakePresets.json cmake include src "$elsewhere")
+  cd "$elsewhere"
+  cmake --preset "windows-$machine" -DZVQRN_BUILD_TOOLS=OFF -DZVQRN_BUILD_BENCH=OFF
+  cmake --build --preset "windows-$machine"
+  for file in bin/ZVQRN.dll bin/ZVQRN.debug lib/ZVQRN.lib lib/libZVQRN.dll.a; do
+    cmp "build/windows-$machine/${file##*/}" "$work/windows-$machine/$file"
   done
-  strings -el "$dll" >resource.txt
-  for text in "$version" ZVQRN.dll FileDescription; do
-    grep -qxF "$text" resource.txt
+}
+
+# What is for one machine only.
+machine_files() {
+  local machine=$1 file
+  cd "windows-$machine"
+  for file in bin/*.dll bin/*.exe; do
+    "${CROSS[$machine]}-objdump" -f "$file" | grep "file format ${FORMAT[$machine]}\$"
   done
-  symbol=$("$CROSS-nm" windows/bin/ZVQRN.debug | awk '/ _?QRNSendData@12$/ { print $1 }')
-  "$CROSS-addr2line" -e windows/bin/ZVQRN.debug "$symbol" | grep 'exports.cpp:[1-9]'
+  grep -F "<PlatformTarget>$machine</PlatformTarget>" examples/csharp/FirstHost.csproj
 }
 
 shared_library() {
@@ -136,27 +155,31 @@ shared_library() {
 }
 
 header() {
-  local source=$top/packaging/consumer/header_check.c standard
+  local source=$top/packaging/consumer/header_check.c standard compiler target
   local options=(-I linux/include -fsyntax-only -Wall -Wextra -Werror)
   for standard in c89 c99 c11 c17; do
-    gcc "-std=$standard" -pedantic "${options[@]}" "$source"
-    clang "-std=$standard" -pedantic "${options[@]}" "$source"
-    "$CROSS-gcc" "-std=$standard" -pedantic "${options[@]}" "$source"
+    for compiler in gcc clang "${CROSS[x86]}-gcc" "${CROSS[x64]}-gcc"; do
+      "$compiler" "-std=$standard" -pedantic "${options[@]}" "$source"
+    done
   done
   for standard in c++98 c++11 c++14 c++17 c++20; do
-    g++ -x c++ "-std=$standard" -pedantic "${options[@]}" "$source"
-    clang++ -x c++ "-std=$standard" -pedantic "${options[@]}" "$source"
-    "$CROSS-g++" -x c++ "-std=$standard" -pedantic "${options[@]}" "$source"
+    for compiler in g++ clang++ "${CROSS[x86]}-g++" "${CROSS[x64]}-g++"; do
+      "$compiler" -x c++ "-std=$standard" -pedantic "${options[@]}" "$source"
+    done
   done
-  gcc -fpack-struct=1 -DWANTED_PACKING=1 "${options[@]}" "$source"
-  "$CROSS-gcc" -fpack-struct=1 -DWANTED_PACKING=1 "${options[@]}" "$source"
+  for compiler in gcc "${CROSS[x86]}-gcc" "${CROSS[x64]}-gcc"; do
+    "$compiler" -fpack-struct=1 -DWANTED_PACKING=1 "${options[@]}" "$source"
+  done
   # Visual C++ 2008, which has no <stdint.h>, and a later one, as LLVM imitates them.
-  options+=(--target=i686-pc-windows-msvc -ffreestanding)
   mkdir -p old
   printf '#define offsetof(t, m) __builtin_offsetof(t, m)\n#define NULL 0\n' >old/stddef.h
-  clang -fms-compatibility-version=15 -nostdinc -isystem old "${options[@]}" "$source"
-  clang -fms-compatibility-version=19 "${options[@]}" "$source"
-  clang++ -x c++ -fms-compatibility-version=19 "${options[@]}" "$source"
+  for target in i686-pc-windows-msvc x86_64-pc-windows-msvc; do
+    clang "--target=$target" -ffreestanding -fms-compatibility-version=15 -nostdinc -isystem old \
+      "${options[@]}" "$source"
+    clang "--target=$target" -ffreestanding -fms-compatibility-version=19 "${options[@]}" "$source"
+    clang++ "--target=$target" -ffreestanding -x c++ -fms-compatibility-version=19 "${options[@]}" \
+      "$source"
+  done
 }
 
 man_pages() {
@@ -183,50 +206,64 @@ with_pkg_config() {
   LD_LIBRARY_PATH=$work/linux/lib ldd ./pc_host | grep -F "$work/linux/lib/libZVQRN.so"
 }
 
-# A 64-bit program is told at the configuration, not at its user's.
-refuses_64_bits() {
-  local code=0
-  cp -R windows/examples/c refused
-  cmake -S refused -B refused/build -DCMAKE_PREFIX_PATH="$work/windows" 2>&1 | tee refused.txt ||
-    code=$?
+cmake_for_windows() {
+  local machine=$1 language=$2
+  with_cmake "windows-$machine" "$language" -DCMAKE_SYSTEM_NAME=Windows \
+    -DCMAKE_C_COMPILER="${CROSS[$machine]}-gcc" -DCMAKE_CXX_COMPILER="${CROSS[$machine]}-g++"
+}
+
+# A program of the other bitness is told at the configuration, not at its user's.
+refuses_other_bitness() {
+  local machine=$1 code=0
+  cp -R "windows-$machine/examples/c" "refused-$machine"
+  cmake -S "refused-$machine" -B "refused-$machine/build" -DCMAKE_SYSTEM_NAME=Windows \
+    -DCMAKE_C_COMPILER="${CROSS[${OTHER[$machine]}]}-gcc" \
+    -DCMAKE_PREFIX_PATH="$work/windows-$machine" 2>&1 | tee "refused-$machine.txt" || code=$?
   [[ $code -ne 0 ]]
-  grep -q '32bit' refused.txt
+  grep -q '\(32\|64\)bit' "refused-$machine.txt"
 }
 
 with_makefiles() {
+  local machine
   make -C linux/examples/c
   make -C linux/examples/cpp
-  make -C windows/examples/c CC="$CROSS-gcc"
-  make -C windows/examples/cpp CXX="$CROSS-g++"
-  "$CROSS-gcc" -Wall -Wextra -Werror -Iwindows/include windows/examples/c/first_host.c \
-    -Lwindows/lib -lZVQRN -o windows/bin/plain_host.exe
+  for machine in "${MACHINES[@]}"; do
+    make -C "windows-$machine/examples/c" CC="${CROSS[$machine]}-gcc"
+    make -C "windows-$machine/examples/cpp" CXX="${CROSS[$machine]}-g++"
+  done
 }
 
 # The first hosts of the documents, as they stand there.
 documents() {
-  local document
+  local document machine
   for document in README.md docs/host-guide.md; do
     awk '/^```c$/ && !done { on = 1; next } /^```$/ { done += on; on = 0 } on' "$top/$document" \
       >first_host.c
     gcc -Ilinux/include first_host.c -Llinux/lib -lZVQRN -o first_host
-    "$CROSS-gcc" -Iwindows/include first_host.c -Lwindows/lib -lZVQRN -o first_host.exe
+    for machine in "${MACHINES[@]}"; do
+      "${CROSS[$machine]}-gcc" -I"windows-$machine/include" first_host.c -L"windows-$machine/lib" \
+        -lZVQRN -o first_host.exe
+    done
   done
 }
 
 # The other import library, with two linkers.
 with_msvc_library() {
-  "$CROSS-gcc" -Iwindows/include windows/examples/c/first_host.c windows/lib/ZVQRN.lib \
-    -o windows/bin/lib_host.exe
-  clang --target=i686-pc-windows-msvc -ffreestanding -Iwindows/include -Wall -Wextra -Werror \
-    -c "$top/packaging/consumer/no_run_time.c" -o no_run_time.obj
-  lld-link /entry:start /subsystem:console /nodefaultlib /safeseh:no no_run_time.obj \
-    windows/lib/ZVQRN.lib /out:windows/bin/no_run_time.exe
+  local machine=$1 options=()
+  # The tables of safe handlers are a thing of 32 bits.
+  [[ $machine != x86 ]] || options=(/safeseh:no)
+  cd "windows-$machine"
+  "${CROSS[$machine]}-gcc" -Iinclude examples/c/first_host.c lib/ZVQRN.lib -o bin/lib_host.exe
+  clang --target="${CROSS[$machine]%%-*}-pc-windows-msvc" -ffreestanding -Iinclude -Wall -Wextra \
+    -Werror -c "$top/packaging/consumer/no_run_time.c" -o no_run_time.obj
+  lld-link /entry:start /subsystem:console /nodefaultlib "${options[@]}" no_run_time.obj \
+    lib/ZVQRN.lib /out:bin/no_run_time.exe
 }
 
 runs_without_run_time() {
-  local code=0
-  cd windows/bin
-  "$under_wine" ./no_run_time.exe || code=$?
+  local machine=$1 code=0
+  cd "windows-$machine/bin"
+  "$under_wine" "$machine" ./no_run_time.exe || code=$?
   [[ $code -eq 7 ]]
 }
 
@@ -258,23 +295,24 @@ finish_exchanges() {
 }
 
 check contents-linux contents linux
-check contents-windows contents windows
 check same-again same_again
 check shared-library shared_library
-check dll dll
 check header header
 check man-pages man_pages
 check makefiles with_makefiles
 check cmake-linux-c with_cmake linux c
 check cmake-linux-cpp with_cmake linux cpp
-check cmake-windows-c with_cmake windows c -DCMAKE_SYSTEM_NAME=Windows \
-  -DCMAKE_C_COMPILER="$CROSS-gcc"
-check cmake-windows-cpp with_cmake windows cpp -DCMAKE_SYSTEM_NAME=Windows \
-  -DCMAKE_CXX_COMPILER="$CROSS-g++"
-check cmake-refuses-64-bits refuses_64_bits
+for machine in "${MACHINES[@]}"; do
+  check "contents-$machine" contents "windows-$machine"
+  check "built-again-$machine" built_again "$machine"
+  check "machine-$machine" machine_files "$machine"
+  check "cmake-$machine-c" cmake_for_windows "$machine" c
+  check "cmake-$machine-cpp" cmake_for_windows "$machine" cpp
+  check "cmake-$machine-refuses-${OTHER[$machine]}" refuses_other_bitness "$machine"
+  check "msvc-library-$machine" with_msvc_library "$machine"
+done
 check pkg-config with_pkg_config
 check documents documents
-check msvc-library with_msvc_library
 check c-sharp c_sharp
 
 export LD_LIBRARY_PATH=$work/linux/lib
@@ -286,17 +324,25 @@ exchange run-python interrupt 6 . python3 linux/examples/python/first_host.py --
 finish_exchanges
 unset LD_LIBRARY_PATH
 
-# Where no Wine can be had, what needs it is left out, unless CI is set: then it must run.
-if [[ -z ${QUORIN_UNDER_WINE:-} && -z ${CI:-} ]] && ! "$scripts/wine_root.sh"; then
-  printf "left out  the package's Windows programs: no Wine here\n"
-  [[ $failed -eq 0 ]]
-  exit
-fi
-cp cmake-windows-c/build/first_host.exe windows/bin/c_host.exe
-cp windows/examples/cpp/first_host.exe windows/bin/cpp_host.exe
-exchange wine-run-c wait 1 windows/bin "$under_wine" ./c_host.exe 1 20
-exchange wine-run-cpp wait 1 windows/bin "$under_wine" ./cpp_host.exe 1 20
-exchange wine-run-msvc-library wait 9 windows/bin "$under_wine" ./lib_host.exe 9 20
+# The Windows programs of one machine.  Where no Wine can be had for it, they are left out, unless CI
+# is set: then they must run.
+run_windows_programs() {
+  local machine=$1 maker=wine_root.sh
+  [[ $machine == x86 ]] || maker=wine64_prefix.sh
+  if [[ -z ${QUORIN_UNDER_WINE:-} && -z ${CI:-} ]] && ! "$scripts/$maker"; then
+    printf "left out  the programs of the package for %s: no Wine for them here\n" "$machine"
+    return
+  fi
+  cp "cmake-windows-$machine-c/build/first_host.exe" "windows-$machine/bin/c_host.exe"
+  cp "windows-$machine/examples/cpp/first_host.exe" "windows-$machine/bin/cpp_host.exe"
+  exchange "$machine-run-c" wait 1 "windows-$machine/bin" "$under_wine" "$machine" ./c_host.exe 1 20
+  exchange "$machine-run-cpp" wait 1 "windows-$machine/bin" "$under_wine" "$machine" ./cpp_host.exe 1 20
+  exchange "$machine-run-msvc-library" wait 9 "windows-$machine/bin" "$under_wine" "$machine" \
+    ./lib_host.exe 9 20
+  check "$machine-run-lld-link" runs_without_run_time "$machine"
+}
+for machine in "${MACHINES[@]}"; do
+  run_windows_programs "$machine"
+done
 finish_exchanges
-check wine-run-lld-link runs_without_run_time
 [[ $failed -eq 0 ]]

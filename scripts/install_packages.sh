@@ -4,11 +4,12 @@
 set -euo pipefail
 
 packages=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev iproute2 util-linux hostname)
-for_packages=(g++-mingw-w64-i686-win32 llvm help2man zip)
+for_windows=(g++-mingw-w64-i686-win32 g++-mingw-w64-x86-64-win32)
+for_packages=("${for_windows[@]}" llvm help2man zip)
 for_bench=(libbenchmark-dev libexpat1-dev libhttp-parser-dev libmicrohttpd-dev libpugixml-dev
-  g++-mingw-w64-i686-win32)
+  llvm wine64 bubblewrap "${for_windows[@]}")
 for_fuzz=(clang libclang-rt-14-dev llvm)
-for_wine=(g++-mingw-w64-i686-posix googletest debootstrap bubblewrap)
+for_wine=(g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix googletest wine64 debootstrap bubblewrap)
 case ${1:-} in
   build) ;;
   package) packages+=("${for_packages[@]}") ;;

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Makes the two packages for host programmers, ZVQRN-VERSION-SYSTEM.zip and .tar.gz, of what the
-# presets windows-x86 and release have built.  The same sources give the same bytes: files are
+# Makes the packages for host programmers, a ZVQRN-VERSION-SYSTEM.zip each for 32-bit and 64-bit
+# Windows and a .tar.gz for Linux, of what the presets windows-x86, windows-x64 and release have built.  The same sources give the same bytes: files are
 # sorted, belong to nobody, and carry the time of the last commit (SOURCE_DATE_EPOCH).
 # Usage: scripts/package.sh [FOLDER], by default build/packages
 set -euo pipefail
@@ -17,7 +17,7 @@ work=$(mktemp -d)
 trap 'rm -rf -- "$work"' EXIT
 mkdir -p "$out"
 
-# Installs a preset into a folder named like the package, with all that both packages hold.
+# Installs a preset into a folder named like the package, with all that every package holds.
 # Arguments: preset, system, README, options of cmake --install.
 gather() {
   local preset=$1 readme=$3
@@ -55,10 +55,21 @@ make_man_pages() {
     --output "$root/share/man/man1/$page.1" "$program"
 }
 
-gather windows-x86 windows-x86 windows.md
-finish
-rm -f -- "$out/${root##*/}.zip"
-(cd "$work" && find "${root##*/}" | sort | zip -X -9 -q "$out/${root##*/}.zip" -@)
+# What differs between the two for Windows: in the README, and in the C# project.
+for machine in x86 x64; do
+  case $machine in
+    x86) bits=32 other=x64 other_bits=64 platform=Win32 mingw=i686-w64-mingw32 ;;
+    x64) bits=64 other=x86 other_bits=32 platform=x64 mingw=x86_64-w64-mingw32 ;;
+  esac
+  gather "windows-$machine" "windows-$machine" windows.md
+  sed -i -e "s/@MACHINE@/$machine/g; s/@BITS@/$bits/g; s/@OTHER@/$other/g; s/@OTHER_BITS@/$other_bits/g" \
+    -e "s/@PLATFORM@/$platform/g; s/@MINGW@/$mingw/g" "$root/README.md"
+  sed -i "s|<PlatformTarget>.*</PlatformTarget>|<PlatformTarget>$machine</PlatformTarget>|" \
+    "$root/examples/csharp/FirstHost.csproj"
+  finish
+  rm -f -- "$out/${root##*/}.zip"
+  (cd "$work" && find "${root##*/}" | sort | zip -X -9 -q "$out/${root##*/}.zip" -@)
+done
 
 gather release "linux-$(uname -m)" linux.md --strip
 make_man_pages "$root/bin/quorin-host" 'host program that prints and answers push-scan requests'

@@ -19,7 +19,7 @@ scripts/private_network.sh --available || {
   exit 1
 }
 
-scripts/build.sh "${PRESETS[@]}" release windows-x86
+scripts/build.sh "${PRESETS[@]}" release windows-x86 windows-x64
 rm -rf -- "$LOGS"
 mkdir -p "$LOGS"
 
@@ -66,11 +66,15 @@ collect lint
 
 check demo scripts/demo.sh build/asan
 check soak scripts/soak.sh --seconds 20 --preset asan
-check exports scripts/check_exports.sh build/debug/libZVQRN.so build/windows-x86/ZVQRN.dll
+check exports scripts/check_exports.sh build/debug/libZVQRN.so
+for machine in x86 x64; do
+  check "dll-$machine" scripts/check_dll.sh "$machine" "build/windows-$machine/ZVQRN.dll"
+done
 check documents scripts/check_documents.sh build/debug
 count_lines fuzz scripts/fuzz.sh --brief
 # Where no Wine can be had, what needs it says so and is left out, unless CI is set.
-count_lines windows scripts/run_wine_tests.sh
+count_lines windows-x64 scripts/run_wine_tests.sh x64
+count_lines windows-x86 scripts/run_wine_tests.sh x86
 check package scripts/package.sh
 count_lines packages scripts/check_package.sh
 

@@ -70,7 +70,7 @@ fi
 if [[ ! -d $root/prefix ]]; then
   "${as_root[@]}" rm -rf -- "$root/prefix.new"
   "${as_root[@]}" mkdir "$root/prefix.new"
-  "${as_root[@]}" env QUORIN_WINE_ROOT="$root" bash "$(dirname "${BASH_SOURCE[0]}")/under_wine.sh" \
+  "${as_root[@]}" env QUORIN_WINE_ROOT="$root" bash "$(dirname "${BASH_SOURCE[0]}")/under_wine.sh" x86 \
     --make-prefix || cannot 'Wine cannot make its prefix'
   "${as_root[@]}" mv -- "$root/prefix.new" "$root/prefix"
 fi

@@ -1,16 +1,23 @@
-// Calling conventions and record layouts of 32-bit Windows, which hosts of other compilers rely on.
+// What hosts of other compilers rely on under Windows: record layouts, calling conventions, and
+// that the library's frames on a thread's stack are as the system wants them.
 
 #include <gtest/gtest.h>
 
 #include <type_traits>
 
 #include "support/host.h"
+#include "support/messages.h"
+#include "support/scanner.h"
+// After the headers above, whose words are macros in this one.
+#include "common/windows_network.h"
 
 namespace zvqrn::test {
 namespace {
 
-// Four pointers of 32 bits; the bytes of the other records are compared by event_flow_test.cpp.
-static_assert(sizeof(PeerDescription) == 16);
+// The one record of the interface that holds pointers; the bytes of the others, which are the same
+// everywhere, are compared by event_flow_test.cpp.
+#if defined(__i386__)
+static_assert(sizeof(PeerDescription) == 16 && offsetof(PeerDescription, tagList) == 12);
 
 // cdecl callbacks leave their arguments to the library; the other tests have it call them.
 using Stdcall = std::int32_t(__attribute__((stdcall)) *)(const PeerDescription*, void*);
@@ -37,6 +44,34 @@ TEST(CallingConvention, OfEveryExportIsStdcall) {
   EXPECT_EQ(BytesRemoved(host.library.sendData, 8), 12);
   EXPECT_EQ(BytesRemoved(host.library.getPcName, 8), 8);
   EXPECT_EQ(BytesRemoved(host.library.setPcName, 8), 8);
+}
+#else
+static_assert(sizeof(PeerDescription) == 32 && offsetof(PeerDescription, tagList) == 24);
+#endif
+
+LONG WINAPI EndWithSeven(EXCEPTION_POINTERS* /*what*/) {
+  TerminateProcess(GetCurrentProcess(), 7);
+  return EXCEPTION_EXECUTE_HANDLER;
+}
+
+// The handler is found at the beginning of the thread's stack, past every frame of the library and
+// past the gate.
+TEST(Callback, ExceptionReachesTheHostsOwnHandler) {
+  EXPECT_EXIT(
+      {
+        SetUnhandledExceptionFilter(&EndWithSeven);
+        Host host(LibraryPath());
+        host.verdict = [](EventHeader*) {
+          RaiseException(0xE0000001, EXCEPTION_NONCONTINUABLE, 0, nullptr);
+          return QRN_RESPONSE_OK;
+        };
+        host.Start();
+        Scanner scanner;
+        scanner.Send(Request(Identity("2.00", "1"), DOCUMENT_V2));
+        scanner.Receive();
+        exit(1);
+      },
+      testing::ExitedWithCode(7), "");
 }
 
 }  // namespace

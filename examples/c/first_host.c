@@ -7,9 +7,6 @@
  * or until Ctrl-C.  Linked to the library, so the system says so itself when ZVQRN.dll or
  * libZVQRN.so is missing.
  */
-#if defined(_WIN64)
-#error "ZVQRN.dll is a 32-bit library: build this program for x86 (Win32), not for x64"
-#endif
 #if !defined(_WIN32)
 #define _POSIX_C_SOURCE 199309L /* nanosleep */
 #endif

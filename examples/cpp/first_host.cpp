@@ -5,10 +5,6 @@
 // ANSWER is the number of a QRN_RESPONSE_ code (default 1, OK; 9 declines).  It runs for SECONDS,
 // or until Ctrl-C.  Linked to the library, so the system says so itself when ZVQRN.dll or
 // libZVQRN.so is missing.
-#if defined(_WIN64)
-#error "ZVQRN.dll is a 32-bit library: build this program for x86 (Win32), not for x64"
-#endif
-
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>

@@ -3,7 +3,8 @@
 //   FirstHost [ANSWER [SECONDS]]
 //
 // ANSWER is the number of a response code (default 1, OK; 9 declines).  It runs for SECONDS, or
-// until Ctrl-C.  Under Windows build it for x86: ZVQRN.dll is a 32-bit library.
+// until Ctrl-C.  Under Windows build it for the machine of the package that ZVQRN.dll is from, x86 or
+// x64.
 using System;
 using System.Collections.Concurrent;
 using System.Runtime.InteropServices;
@@ -105,7 +106,8 @@ static unsafe class FirstHost {
         return Fail("The service did not start: another host holds port 2968, or the PC's name " +
                     "or address could not be had.");
     } catch (BadImageFormatException) {
-      return Fail("ZVQRN.dll is a 32-bit library: build this program for x86.");
+      return Fail("ZVQRN.dll is not for " + 8 * IntPtr.Size + "-bit programs, and this is one: build " +
+                  "it for x86 with the package windows-x86, for x64 with windows-x64.");
     } catch (DllNotFoundException) {
       return Fail("ZVQRN.dll (libZVQRN.so) is missing: put it beside this program.");
     }

@@ -4,7 +4,7 @@
     first_host.py [--library PATH] [--answer CODE] [--seconds N]
 
 CODE is the number of a response code (default 1, OK; 9 declines).  It runs for N seconds, or until
-Ctrl-C.  Under Windows it needs a 32-bit Python: ZVQRN.dll is a 32-bit library.
+Ctrl-C.  Under Windows Python needs the bitness of ZVQRN.dll: there is a package for each.
 """
 import argparse
 import ctypes as c
@@ -44,11 +44,12 @@ Status = c.CFUNCTYPE(c.c_int32, c.c_int32, c.c_int32, c.c_char_p, c.c_void_p)
 
 def load(path):
     """Loads the library, or ends the program with the reason."""
-    if WINDOWS and c.sizeof(c.c_void_p) == 8:
-        sys.exit("ZVQRN.dll is a 32-bit library: run this with a 32-bit Python.")
     try:
         library = (c.WinDLL if WINDOWS else c.CDLL)(path)
     except OSError as error:
+        if getattr(error, "winerror", 0) == 193:
+            sys.exit(f"{path} is not for this Python, which is a {8 * c.sizeof(c.c_void_p)}-bit "
+                     "program: take the package for the other bitness, or the other Python.")
         sys.exit(f"The library {path} cannot be loaded (--library says where it is): {error}")
     library.QRNStartService.argtypes = [Peer, Event, Status] + [c.c_void_p] * 3
     library.QRNStopService.argtypes = []

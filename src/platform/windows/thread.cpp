@@ -56,7 +56,8 @@ bool Take(ThreadRecord* record) {
   return true;
 }
 
-// The system aligns a new thread's stack to 4 bytes only.
+// 32-bit Windows aligns a new thread's stack to 4 bytes only; in 64 bits the attribute does
+// nothing.
 __attribute__((force_align_arg_pointer)) void RunThread(void* argument) {
   auto* record = static_cast<ThreadRecord*>(argument);
   if (!Take(record)) {
