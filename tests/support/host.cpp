@@ -5,9 +5,7 @@
 #include <filesystem>
 
 #include "common/module_loader.h"
-#include "platform/clock.h"
-#include "platform/thread.h"
-#include "support/scanner.h"
+#include "support/patience.h"
 
 // A process that ends while the service runs leaves threads that nobody joins, and the thread
 // sanitiser takes those that have just finished for a leak.  Nor may it delay that end by a second.
@@ -38,14 +36,7 @@ std::int32_t Host::Start() {
 }
 
 bool Host::WaitForDeliveries(std::size_t count) {
-  const std::int64_t deadline = platform::MonotonicMilliseconds() + PATIENCE_MS;
-  while (Deliveries().size() < count) {
-    if (platform::MonotonicMilliseconds() > deadline) {
-      return false;
-    }
-    platform::SleepMilliseconds(1);
-  }
-  return true;
+  return Eventually([&] { return Deliveries().size() >= count; });
 }
 
 std::vector<Delivery> Host::Deliveries() {

@@ -17,7 +17,15 @@ std::ptrdiff_t Handles();
 std::int64_t ResidentKilobytes();
 std::int64_t ProcessorMilliseconds();
 
-// True while the library under test is in this process.
+// Whether every other thread of this process sleeps at this moment: none of them waits for a
+// processor.  Not under Windows, as the next.
+bool OthersSleep();
+
+// Waits until they all sleep for longer than a moment: what they have begun is done, and nothing
+// but a time-out or an event from outside makes them go on.
+bool OthersComeToRest();
+
+// True while the library under test, or the utility library that it has loaded, is in this process.
 bool IsLoaded();
 
 // A scanner's address, and that of the interface from which a scanner at `address` sends

@@ -3,11 +3,14 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
+#include "common/module_loader.h"
 #include "support/host.h"
+#include "support/patience.h"
 #include "support/process.h"
 #include "support/slp_scanner.h"
 
@@ -48,8 +51,37 @@ std::int64_t ProcessorMilliseconds() {
          (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1000;
 }
 
+bool OthersSleep() {
+  // Each thread's line begins with "TID (NAME) STATE".
+  const std::string self = std::to_string(gettid());
+  const std::filesystem::directory_iterator threads("/proc/self/task");
+  return std::all_of(begin(threads), end(threads), [&](const auto& thread) {
+    std::string line;
+    std::getline(std::ifstream(thread.path() / "stat"), line);
+    const std::size_t state = line.rfind(')') + 2;
+    return thread.path().filename() == self || line.empty() || line[state] == 'S';
+  });
+}
+
+bool OthersComeToRest() {
+  // One look may meet a thread that waits for another for a moment.
+  constexpr int LOOKS = 3;
+  int quiet = 0;
+  return Eventually([&] {
+    quiet = OthersSleep() ? quiet + 1 : 0;
+    return quiet == LOOKS;
+  });
+}
+
 bool IsLoaded() {
-  return dlopen(LibraryPath().c_str(), RTLD_NOW | RTLD_NOLOAD) != nullptr;
+  const std::string utility = tools::ProgramFolder() + "/libDRAVLIB.so";
+  for (const std::string& path : {LibraryPath(), utility}) {
+    if (void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD)) {
+      dlclose(module);
+      return true;
+    }
+  }
+  return false;
 }
 
 void RunCommand(const std::string& command) {

@@ -45,7 +45,7 @@ std::int64_t ProcessorMilliseconds() {
 }
 
 bool IsLoaded() {
-  return GetModuleHandleA("ZVQRN.dll") != nullptr;
+  return GetModuleHandleA("ZVQRN.dll") != nullptr || GetModuleHandleA("DRAVLIB.dll") != nullptr;
 }
 
 void RunCommand(const std::string& /*command*/) {}

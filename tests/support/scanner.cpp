@@ -69,6 +69,7 @@ Scanner::Filled Scanner::Fill(std::int64_t deadline) {
         return FILLED;
       }
       if (count != platform::RECEIVE_NOTHING) {
+        ended_ = true;
         return ENDED;
       }
     }

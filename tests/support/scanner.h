@@ -6,11 +6,9 @@
 #include <string_view>
 
 #include "platform/socket.h"
+#include "support/patience.h"
 
 namespace zvqrn::test {
-
-// How long a test waits for what must come.
-constexpr std::int32_t PATIENCE_MS = 10000;
 
 class Scanner {
  public:
@@ -34,6 +32,9 @@ class Scanner {
   // True when not a byte comes for that long and the connection stays open.
   bool HearsNothing(std::int32_t milliseconds);
 
+  // True once the library's end of the connection has been met.
+  bool HasEnded() const { return ended_; }
+
   // Ends its own side only; closes the connection; breaks it off with a reset.
   void EndSending();
   void Close();
@@ -45,6 +46,7 @@ class Scanner {
 
   platform::SocketHandle socket_;
   std::string received_;
+  bool ended_ = false;
 };
 
 }  // namespace zvqrn::test

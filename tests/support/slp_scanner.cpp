@@ -10,6 +10,7 @@ namespace zvqrn::test {
 namespace {
 
 constexpr std::uint16_t PORT = 2968;
+constexpr char GROUP[] = "239.255.255.253";
 
 std::uint32_t AddressOf(const char* text) {
   std::uint32_t address = 0;
@@ -19,6 +20,16 @@ std::uint32_t AddressOf(const char* text) {
 
 std::string Number16(std::size_t number) {
   return {static_cast<char>(number >> 8), static_cast<char>(number)};
+}
+
+// Far from those that tests choose themselves.
+int FreshXid() {
+  static int last = 20000;
+  return ++last;
+}
+
+int XidOf(const std::string& reply) {
+  return reply.size() < 12 ? -1 : (reply[10] & 0xFF) << 8 | (reply[11] & 0xFF);
 }
 
 std::string Counted(const std::string& text) {
@@ -48,9 +59,10 @@ std::string Encode(const SlpRequest& request) {
          rest;
 }
 
-SlpScanner::SlpScanner(const char* address) : socket_(platform::OpenUdpSocket()) {
+SlpScanner::SlpScanner(const char* address, const char* adapter)
+    : socket_(platform::OpenUdpSocket()) {
   if (std::string(address).rfind("127.", 0) != 0) {
-    RunCommand("ip address replace " + std::string(address) + "/24 dev quorin0");
+    RunCommand("ip address replace " + std::string(address) + "/24 dev " + adapter);
   }
   EXPECT_TRUE(platform::BindDatagramPort(socket_, AddressOf(address), PORT, true));
   EXPECT_TRUE(platform::SendMulticastFrom(socket_, AddressOf(MulticastInterface(address))));
@@ -72,7 +84,17 @@ void SlpScanner::SendFromAnotherPort(const std::string& bytes, const char* to) {
 }
 
 void SlpScanner::SendByMulticast(const std::string& bytes) const {
-  SendFrom(socket_, bytes, "239.255.255.253");
+  SendFrom(socket_, bytes, GROUP);
+}
+
+std::string SlpScanner::Ask(const char* to, std::int32_t milliseconds) {
+  const int xid = FreshXid();
+  Send(Encode({xid}), to);
+  return ReceiveReply(xid, milliseconds);
+}
+
+std::string SlpScanner::AskByMulticast(std::int32_t milliseconds) {
+  return Ask(GROUP, milliseconds);
 }
 
 std::string SlpScanner::Receive(std::int32_t milliseconds) {
@@ -86,14 +108,27 @@ std::string SlpScanner::Receive(std::int32_t milliseconds) {
   return {buffer, static_cast<std::size_t>(length)};
 }
 
-std::map<int, int> SlpScanner::CountReplies(std::int32_t milliseconds) {
-  std::map<int, int> counts;
+std::string SlpScanner::ReceiveReply(int xid, std::int32_t milliseconds) {
   const std::int64_t deadline = platform::MonotonicMilliseconds() + milliseconds;
   for (std::int64_t left = milliseconds; left > 0;
        left = deadline - platform::MonotonicMilliseconds()) {
+    std::string reply = Receive(static_cast<std::int32_t>(left));
+    if (XidOf(reply) == xid) {
+      return reply;
+    }
+  }
+  return "";
+}
+
+std::map<int, int> SlpScanner::CountReplies(std::int32_t milliseconds, int enough) {
+  std::map<int, int> counts;
+  const std::int64_t deadline = platform::MonotonicMilliseconds() + milliseconds;
+  for (std::int64_t left = milliseconds; left > 0 && enough > 0;
+       left = deadline - platform::MonotonicMilliseconds()) {
     const std::string reply = Receive(static_cast<std::int32_t>(left));
-    if (reply.size() > 12) {
-      counts[(reply[10] & 0xFF) << 8 | (reply[11] & 0xFF)]++;
+    if (!reply.empty()) {
+      counts[XidOf(reply)]++;
+      enough--;
     }
   }
   return counts;

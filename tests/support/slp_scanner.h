@@ -1,11 +1,13 @@
 // A scanner that looks for PCs: a datagram socket at an address of its own in the private network.
 #pragma once
 
+#include <climits>
 #include <cstdint>
 #include <map>
 #include <string>
 
 #include "platform/socket.h"
+#include "support/patience.h"
 #include "support/process.h"
 
 namespace zvqrn::test {
@@ -30,9 +32,9 @@ std::string Encode(const SlpRequest& request);
 
 class SlpScanner {
  public:
-  // Binds to the port of replies at `address`, which it adds to the private network
+  // Binds to the port of replies at `address`, which it adds to an adapter of the private network
   // unless it is a loopback one.
-  explicit SlpScanner(const char* address = SCANNER_ADDRESS);
+  explicit SlpScanner(const char* address = SCANNER_ADDRESS, const char* adapter = "quorin0");
   ~SlpScanner();
   SlpScanner(const SlpScanner&) = delete;
   SlpScanner& operator=(const SlpScanner&) = delete;
@@ -45,10 +47,18 @@ class SlpScanner {
   // The next datagram; empty when none comes in time.
   std::string Receive(std::int32_t milliseconds);
 
-  // How many datagrams with each XID come within that time.
-  std::map<int, int> CountReplies(std::int32_t milliseconds);
+  // Asks once, at `to` or by multicast, with an XID that no other call of these two has used.  The
+  // reply; empty when none comes in time.
+  std::string Ask(const char* to, std::int32_t milliseconds = PATIENCE_MS);
+  std::string AskByMulticast(std::int32_t milliseconds);
+
+  // How many datagrams with each XID come within that time; ends early when `enough` have come.
+  std::map<int, int> CountReplies(std::int32_t milliseconds, int enough = INT_MAX);
 
  private:
+  // The reply with that XID; those to other requests are passed over.
+  std::string ReceiveReply(int xid, std::int32_t milliseconds);
+
   platform::SocketHandle socket_;
 };
 
