@@ -55,8 +55,10 @@ class Address : public testing::Test {
   static void WaitForAnnounced(const std::string& address) {
     SlpScanner scanner("127.0.0.9");
     std::string told;
-    EXPECT_TRUE(Eventually([&] { return (told = AddressIn(scanner.Ask("127.0.0.1", 1000))) == address; }))
-        << told << " instead of " << address;
+    EXPECT_TRUE(Eventually([&] {
+      return (told = AddressIn(scanner.Ask("127.0.0.1", 1000))) == address;
+    })) << told
+        << " instead of " << address;
   }
 
   // Multicasts come to be heard where this scanner sends them.

@@ -15,12 +15,16 @@
 #include "platform/thread.h"
 #include "support/host.h"
 #include "support/messages.h"
+#include "support/patience.h"
 #include "support/process.h"
 #include "support/scanner.h"
 #include "support/slp_scanner.h"
 
 namespace zvqrn::test {
 namespace {
+
+// A stop ends a few waits; one that a peer could hold up would take minutes.
+constexpr std::int64_t STOP_LIMIT_MS = 20000;
 
 void Announce(Scanner* scanner, const std::string& length) {
   scanner->Send("POST /PushScan HTTP/1.0\r\nContent-Length : " + length + "\r\n\r\nbegin");
@@ -37,6 +41,16 @@ void StopReading(Scanner* scanner, Host* host) {
         << "the host may queue while a send waits";
   }
   platform::SleepMilliseconds(500);
+}
+
+// Waits until half a second has passed in which this process has hardly used the processor: what
+// arrived is worked off.  False when something spins.
+bool BecomesQuiet() {
+  return Eventually([] {
+    const std::int64_t before = ProcessorMilliseconds();
+    platform::SleepMilliseconds(500);
+    return ProcessorMilliseconds() - before < 50;
+  });
 }
 
 TEST(HostilePeer, CannotHoldUpAStopNorMakeItSpin) {
@@ -77,13 +91,11 @@ TEST(HostilePeer, CannotHoldUpAStopNorMakeItSpin) {
     peer.act(&scanner, &host);
     platform::SleepMilliseconds(200);
     const std::int64_t memory = ResidentKilobytes();
-    const std::int64_t processor = ProcessorMilliseconds();
-    platform::SleepMilliseconds(1000);
-    EXPECT_LT(ProcessorMilliseconds() - processor, 300) << peer.name << ": something spins";
+    EXPECT_TRUE(BecomesQuiet()) << peer.name;
     EXPECT_LT(ResidentKilobytes() - memory, 20000) << peer.name;
     const std::int64_t begin = platform::MonotonicMilliseconds();
     EXPECT_EQ(host.Stop(), 1);
-    EXPECT_LT(platform::MonotonicMilliseconds() - begin, 5000) << peer.name;
+    EXPECT_LT(platform::MonotonicMilliseconds() - begin, STOP_LIMIT_MS) << peer.name;
   }
 }
 
@@ -101,7 +113,7 @@ TEST(HostilePeer, CannotDripItsWayPastAStop) {
   platform::SleepMilliseconds(500);
   const std::int64_t begin = platform::MonotonicMilliseconds();
   EXPECT_EQ(host.Stop(), 1);
-  EXPECT_LT(platform::MonotonicMilliseconds() - begin, 3000);
+  EXPECT_LT(platform::MonotonicMilliseconds() - begin, STOP_LIMIT_MS);
   stopped = true;
   dripping.join();
 }
@@ -117,11 +129,11 @@ std::string AskOnce(Scanner* scanner) {
 
 // A scanner that is served: the main connection may be another's for a moment yet.
 std::unique_ptr<Scanner> TakeMainConnection() {
-  auto scanner = std::make_unique<Scanner>();
-  for (int i = 0; i < 500 && !IsServed(AskOnce(scanner.get())); i++) {
-    platform::SleepMilliseconds(20);
+  std::unique_ptr<Scanner> scanner;
+  EXPECT_TRUE(Eventually([&] {
     scanner = std::make_unique<Scanner>();
-  }
+    return IsServed(AskOnce(scanner.get()));
+  }));
   return scanner;
 }
 
@@ -178,6 +190,7 @@ TEST(HostilePeer, DoesNotDisturbTheScannerThatIsServed) {
   };
   Host host(LibraryPath());
   ASSERT_EQ(host.Start(), 1);
+  const std::ptrdiff_t threads = Threads();
   for (const auto& act : acts) {
     const std::unique_ptr<Scanner> good = TakeMainConnection();
     const std::string expected = AskOnce(good.get());
@@ -188,15 +201,14 @@ TEST(HostilePeer, DoesNotDisturbTheScannerThatIsServed) {
       over = true;
     });
     for (int i = 0; i < 20 || !over.load(); i++) {
-      const std::int64_t begin = platform::MonotonicMilliseconds();
       EXPECT_EQ(AskOnce(good.get()), expected) << "act " << &act - acts;
-      EXPECT_LT(platform::MonotonicMilliseconds() - begin, 3000) << "act " << &act - acts;
     }
     acting.join();
     good->Close();
     act();
   }
   const std::unique_ptr<Scanner> good = TakeMainConnection();
+  EXPECT_TRUE(Eventually([&] { return Threads() <= threads + 1; })) << "more than the good one's";
   Scanner extras[5];
   for (Scanner& extra : extras) {
     EXPECT_TRUE(extra.HearsNothing(50)) << "its place was not given back";
@@ -212,7 +224,8 @@ TEST(HostilePeer, MaySendHeadsUpToTheLimit) {
     const std::string head = Identity("2.00", std::string(19, 'u')) + "x-filler : ";
     const std::size_t others = Request(head + "\r\n", DOCUMENT_V2).find("\r\n\r\n") + 4;
     scanner.Send(Request(head + std::string(size - others, 'f') + "\r\n", DOCUMENT_V2));
-    EXPECT_EQ(IsServed(scanner.Receive(1500)), size <= 4096) << size;
+    const bool fits = size <= 4096;
+    EXPECT_EQ(IsServed(scanner.Receive(fits ? PATIENCE_MS : 1500)), fits) << size;
   }
 }
 

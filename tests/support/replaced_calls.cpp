@@ -11,6 +11,7 @@ std::atomic<std::int32_t> threadsBeforeRefusal{-1};
 std::atomic<std::int32_t> emptySends{0};
 std::atomic<char> leadByte{0};
 std::atomic<std::uint32_t> hostAddress{0};
+std::atomic<std::int32_t> addressReads{0};
 thread_local bool isTestThread = false;
 
 }  // namespace zvqrn::test
@@ -41,6 +42,7 @@ bool WRAP_LEAD(char byte) {
 
 bool REAL_ADDRESS(const char* name, std::uint32_t* address);
 bool WRAP_ADDRESS(const char* name, std::uint32_t* address) {
+  zvqrn::test::addressReads++;
   *address = zvqrn::test::hostAddress.load();
   return *address != 0 || REAL_ADDRESS(name, address);
 }

@@ -21,6 +21,8 @@ extern std::atomic<char> leadByte;
 
 // The PC's own address, in network byte order; 0: the system's.
 extern std::atomic<std::uint32_t> hostAddress;
+// How often it has been read.
+extern std::atomic<std::int32_t> addressReads;
 
 // Has the system tell of an address change.
 void TellOfAddressChange();
