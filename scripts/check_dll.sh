@@ -33,6 +33,10 @@ strangers=$(awk '/DLL Name:/ { print toupper($3) }' <<<"$headers" |
 [[ -z $strangers ]] || complain "imports from $strangers"
 grep -q 'DLL Name: KERNEL32.dll' <<<"$headers" || complain 'its imports cannot be read'
 
+# These count seconds in 32 bits, until 2038; their namesakes with 64 in the name do not.
+short=$(grep -owE '_?(time|ftime|localtime|gmtime|mktime)(32)?' <<<"$headers" || true)
+[[ -z $short ]] || complain "imports ${short//$'\n'/ }"
+
 flags=$(awk '$1 == "DllCharacteristics" { print $2; exit }' <<<"$headers")
 (((0x$flags & wanted_flags) == wanted_flags)) || complain "flags are 0x$flags, not $wanted_flags"
 [[ $("$tools-objdump" -h "$dll") == *' .reloc '* ]] || complain 'cannot be moved'

@@ -2,6 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <thread>
+
 #include "base/service_state.h"
 #include "discovery/attribute_list.h"
 #include "platform/clock.h"
@@ -45,7 +51,7 @@ class Seam : public testing::Test {
  protected:
   void SetUp() override {
     isTestThread = true;
-    clockAhead = 0;
+    longestWait = 0;
     ASSERT_TRUE(platform::OnLibraryLoad());
     service.getTwainName = &KnowsEveryScanner;
     ASSERT_EQ(host.Start(), 1);
@@ -53,16 +59,40 @@ class Seam : public testing::Test {
   void TearDown() override {
     threadsBeforeRefusal = -1;
     emptySends = 0;
+    refusedAccepts = 0;
+    stoppedClock = 0;
+    waitsAreEndless = false;
     hostAddress = 0;
     EXPECT_EQ(host.Stop(), 1);
+    EXPECT_LE(longestWait.load(), 300) << "a stop would wait longer";
     DestroyServiceLock(&service.runLock);
     platform::CloseSemaphore(service.lifecycleTurn);
   }
 
-  // The main connection closes its socket before its place is free, and until then the next
-  // connection is an extra one.
-  static void WaitForFreePlace() {
-    EXPECT_TRUE(Eventually([] { return service.connectionState.load() == THREAD_IDLE; }));
+  // Returns when the main connection's thread has seen what is there now, and has waited again: it
+  // has begun a wait after this call, and one after that.
+  static void LetTheConnectionLook() {
+    const std::int32_t before = connectionWaits.load();
+    EXPECT_TRUE(Eventually([&] { return connectionWaits.load() - before >= 2; }));
+  }
+
+  // From here on the library's clock shows what it is set to.
+  static void StopTheClock() { stoppedClock = platform::MonotonicMilliseconds(); }
+
+  // Has the service answer a request, and waits until it has settled down again.
+  static void Serve(Scanner* scanner, const std::string& request) {
+    scanner->Send(request);
+    EXPECT_NE(scanner->Receive().find("x-status : 0001\r\n"), std::string::npos) << request;
+    LetTheConnectionLook();
+  }
+
+  static std::string StartRequest(const char* uid) {
+    return Request(Identity("2.00", uid) + "x-subevent : START\r\n", DOCUMENT_V2);
+  }
+  static EventHeader StartHeader(const char* uid) {
+    EventHeader header{EXCHANGE_PAIRED, SUBEVENT_START, {}, "2.00", {}};
+    std::strcpy(header.uid, uid);
+    return header;
   }
 
   bool WaitForStatus(const std::string& texts) {
@@ -79,37 +109,205 @@ class Seam : public testing::Test {
 
   Host host{host::ServiceLibrary{nullptr, &QRNStartService, &QRNStopService, &QRNSendData,
                                  &QRNGetPCName, &QRNSetPCName}};
+  // What a callback waits for; it may outlive the test's body.
+  std::atomic<bool> release{false};
 };
 
 TEST_F(Seam, ClosesConnectionsThatStayIdle) {
+  StopTheClock();
   Scanner main;
-  main.Send(SingleRequest("1"));
-  EXPECT_NE(main.Receive(), "");
+  Serve(&main, StartRequest("1"));
   Scanner extra;
-  EXPECT_TRUE(extra.HearsNothing(400));
-  clockAhead = 85;
+  EXPECT_TRUE(extra.HearsNothing(1000)) << "its thread has begun";
+  stoppedClock += 89999;
   EXPECT_TRUE(extra.HearsNothing(700));
-  clockAhead = 91;
+  stoppedClock += 1;
   EXPECT_TRUE(extra.SeesClose());
-  // Half a message does not count as one; a whole message does.
-  clockAhead = 290;
-  main.Send(SingleRequest("2"));
+
+  // Whole messages and what the host sends keep a main connection open; pieces of a message and
+  // what is none do not.
+  stoppedClock += 299999 - 90000;
+  LetTheConnectionLook();
+  Serve(&main, SingleRequest("2"));
+  stoppedClock += 299999;
+  LetTheConnectionLook();
+  EventHeader start = StartHeader("1");
+  EXPECT_EQ(QRNSendData(&start, "data", 4), 1);
   EXPECT_NE(main.Receive(), "");
-  EXPECT_TRUE(main.HearsNothing(400));
-  clockAhead = 580;
-  EXPECT_TRUE(main.HearsNothing(700));
-  main.Send("POST /PushScan HT");
-  EXPECT_TRUE(main.HearsNothing(700));
-  clockAhead = 591;
+  LetTheConnectionLook();
+  stoppedClock += 299999;
+  for (const char* bytes :
+       {"rubbish\r\n\r\n", "POST / HTTP/1.0\r\nContent-Length : -9\r\n\r\n", "POST /PushScan HT"}) {
+    main.Send(bytes);
+    LetTheConnectionLook();
+    EXPECT_TRUE(main.HearsNothing(0)) << bytes;
+  }
+  stoppedClock += 1;
   EXPECT_TRUE(main.SeesClose());
-  WaitForFreePlace();
-  // A clock that is set back ends the wait as well.
   Scanner next;
   next.Send(SingleRequest("3"));
-  EXPECT_NE(next.Receive(), "");
-  EXPECT_TRUE(next.HearsNothing(400));
-  clockAhead = 0;
-  EXPECT_TRUE(next.SeesClose());
+  EXPECT_NE(next.Receive().find("x-status : 0001\r\n"), std::string::npos);
+}
+
+// What came without the end of a head is taken for the next message's begin, but not for long.
+TEST_F(Seam, ForgetsABrokenOffHead) {
+  StopTheClock();
+  const std::string good = SingleRequest("good");
+  Scanner scanner;
+  Serve(&scanner, good);
+  for (const std::int64_t pause : {9999, 10000}) {
+    for (const char* before : {"some rubbish ", "POST / HTTP/1.0\r\nx-uid : 9\r\n"}) {
+      scanner.Send(before);
+      LetTheConnectionLook();
+      stoppedClock += pause;
+      LetTheConnectionLook();
+      scanner.Send(good);
+      EXPECT_EQ(scanner.Receive(pause < 10000 ? 700 : PATIENCE_MS).empty(), pause < 10000)
+          << before << pause;
+    }
+  }
+}
+
+// A body that comes in drops.
+TEST_F(Seam, JudgesABodyAfterThirtySeconds) {
+  StopTheClock();
+  Scanner scanner;
+  Serve(&scanner, SingleRequest("1"));
+  waitsAreEndless = true;
+  const auto sendAndLook = [&](const std::string& bytes) {
+    const std::int32_t before = connectionWaits.load();
+    scanner.Send(bytes);
+    EXPECT_TRUE(Eventually([&] { return connectionWaits.load() > before; }));
+  };
+  sendAndLook(SingleRequest("drops").substr(0, 200));
+  stoppedClock += 29999;
+  sendAndLook("<");
+  EXPECT_TRUE(scanner.HearsNothing(0));
+  stoppedClock += 1;
+  sendAndLook("<");
+  EXPECT_NE(scanner.Receive().find("x-uid : drops\r\nx-status : 2003\r\n"), std::string::npos);
+  waitsAreEndless = false;
+}
+
+// Nothing but the queueing of an answer wakes the thread that sends it.
+TEST_F(Seam, SendsAnAnswerWhenItIsQueued) {
+  Scanner scanner;
+  host.verdict = [](EventHeader* header) {
+    // The connection's thread has long gone back to its wait.
+    platform::SleepMilliseconds(std::strcmp(header->uid, "woken") == 0 ? 300 : 0);
+    return QRN_RESPONSE_OK;
+  };
+  Serve(&scanner, StartRequest("start"));
+  waitsAreEndless = true;
+  scanner.Send(SingleRequest("woken"));
+  EXPECT_NE(scanner.Receive().find("x-uid : woken\r\n"), std::string::npos);
+  EventHeader start = StartHeader("start");
+  EXPECT_EQ(QRNSendData(&start, "data", 4), 1);
+  EXPECT_NE(scanner.Receive(), "");
+  waitsAreEndless = false;
+}
+
+// The scanner reads nothing for so long; then the connection's place is the next one's.
+TEST_F(Seam, GivesUpASendThatStalls) {
+  const std::string data(20000000, 'd');
+  const auto stall = [&](Scanner* scanner) {
+    StopTheClock();
+    Serve(scanner, StartRequest("1"));
+    EventHeader start = StartHeader("1");
+    EXPECT_EQ(QRNSendData(&start, data.data(), static_cast<std::int32_t>(data.size())), 1);
+    LetTheConnectionLook();
+    LetTheConnectionLook();
+  };
+  {
+    Scanner scanner;
+    stall(&scanner);
+    stoppedClock += 299999;
+    LetTheConnectionLook();
+    Scanner extra;
+    extra.Send(SingleRequest("2"));
+    EXPECT_NE(extra.Receive().find("x-status : 2001\r\n"), std::string::npos);
+    stoppedClock += 1;
+    EXPECT_TRUE(Eventually([] { return service.connectionSocket.load() == platform::NO_SOCKET; }));
+    Scanner next;
+    next.Send(SingleRequest("3"));
+    EXPECT_NE(next.Receive().find("x-status : 0001\r\n"), std::string::npos);
+  }
+  // Once the service stops; a scanner that begins to read in time still gets everything.
+  for (const bool reads : {false, true}) {
+    Scanner scanner;
+    stall(&scanner);
+    std::thread stopper([this] { EXPECT_EQ(host.Stop(), 1); });
+    EXPECT_TRUE(Eventually([] { return StopRequested(); }));
+    LetTheConnectionLook();
+    stoppedClock += 1999;
+    LetTheConnectionLook();
+    if (reads) {
+      EXPECT_GT(scanner.Receive(3 * PATIENCE_MS).size(), data.size());
+    } else {
+      stoppedClock += 1;
+      EXPECT_TRUE(
+          Eventually([] { return service.connectionSocket.load() == platform::NO_SOCKET; }));
+    }
+    stoppedClock = 0;
+    stopper.join();
+    EXPECT_EQ(host.Start(), 1);
+  }
+}
+
+// A scanner has gone while the host still has its request: the next connection waits for that a
+// little, and no longer.
+TEST_F(Seam, WaitsForAConnectionThatEnds) {
+  StopTheClock();
+  host.verdict = [&](EventHeader* header) {
+    while (header->uid[0] == 's' && !release.load()) {
+      platform::SleepMilliseconds(1);
+    }
+    return QRN_RESPONSE_OK;
+  };
+  for (const bool endsInTime : {true, false}) {
+    release = true;
+    auto scanner = std::make_unique<Scanner>();
+    Serve(scanner.get(), SingleRequest("1"));
+    release = false;
+    scanner->Send(SingleRequest("slow"));
+    EXPECT_TRUE(host.WaitForDeliveries(endsInTime ? 2 : 5));
+    scanner.reset();
+    Scanner next;
+    next.Send(SingleRequest("2"));
+    EXPECT_TRUE(next.HearsNothing(300));
+    stoppedClock += 999;
+    EXPECT_TRUE(next.HearsNothing(300));
+    if (endsInTime) {
+      release = true;
+    } else {
+      stoppedClock += 1;
+    }
+    EXPECT_NE(next.Receive().find(endsInTime ? "x-status : 0001" : "x-status : 2001"),
+              std::string::npos);
+    release = true;
+  }
+}
+
+// The system has no descriptors left: the connection stays in its queue, and is served later.
+TEST_F(Seam, PausesAfterAFailedAccept) {
+  constexpr std::int32_t MANY = 1000000;
+  std::unique_ptr<Scanner> scanners[2];
+  for (auto& scanner : scanners) {
+    refusedAccepts = MANY;
+    scanner = std::make_unique<Scanner>();
+    scanner->Send(SingleRequest("1"));
+    EXPECT_TRUE(scanner->HearsNothing(1000));
+    const std::int32_t tries = MANY - refusedAccepts.exchange(0);
+    EXPECT_GT(tries, 1);
+    EXPECT_LT(tries, 20);
+    EXPECT_NE(scanner->Receive(), "") << "the main connection, then an extra one";
+  }
+  refusedAccepts = MANY;
+  const Scanner waiting;
+  EXPECT_TRUE(Eventually([] { return refusedAccepts.load() < MANY; }));
+  EXPECT_EQ(host.Stop(), 1);
+  refusedAccepts = 0;
+  EXPECT_EQ(host.Start(), 1);
 }
 
 TEST_F(Seam, FillsTheDriversNameIn) {
@@ -147,7 +345,6 @@ TEST_F(Seam, AnswersWhenADeliveryCannotStart) {
   Scanner extra;
   EXPECT_TRUE(extra.SeesClose());
   scanner.Close();
-  WaitForFreePlace();
   threadsBeforeRefusal = 0;
   Scanner unlucky;
   EXPECT_TRUE(unlucky.SeesClose());

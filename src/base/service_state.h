@@ -69,6 +69,9 @@ struct ServiceState {
   ThreadState listenerState;
   ServiceLock listenerStateLock;
   ThreadState connectionState;  // THREAD_IDLE, THREAD_STARTING or THREAD_RUNNING
+  // The main connection's socket from its acceptance until its end is seen; then NO_SOCKET, and
+  // only then may it be closed.  Written under the lock.
+  std::atomic<platform::SocketHandle> connectionSocket;
   ServiceLock connectionStateLock;
   ServiceLock extraConnectionSlots;  // one count for each extra connection that may still come
 
@@ -88,9 +91,10 @@ struct ServiceState {
   platform::Waker* connectionWaker;
 
   // Bytes received on the main connection that belong to its next message; owned, or null and 0.
-  // Only the main connection's thread touches them, and the two fields after them.
+  // Only the main connection's thread touches them, and the fields after them.
   char* incomingLeftover;
   std::int32_t incomingLeftoverLength;
+  std::int64_t incomingLeftoverSince;  // when its last bytes came, in monotonic milliseconds
   // When sending gives up because the service stops, in monotonic milliseconds; 0 = not stopping.
   std::int64_t sendDeadline;
 

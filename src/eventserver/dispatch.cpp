@@ -14,6 +14,7 @@
 #include "eventserver/connection_tables.h"
 #include "eventserver/delivery.h"
 #include "eventserver/request_check.h"
+#include "platform/clock.h"
 #include "pushscan/documents.h"
 
 namespace zvqrn {
@@ -134,26 +135,29 @@ bool IsProtocolRequest(const ParsedMessage* parsed, EventHeader* header) {
 }
 
 // Keeps the bytes that begin the next message, or drops them when they cannot become one.
-bool KeepLeftover(OwnedBlock<char> bytes, std::int32_t length) {
+void KeepLeftover(OwnedBlock<char> bytes, std::int32_t length) {
   HeadMeasure measure{};
   if (!bytes || length >= HEAD_LIMIT ||
       MeasureHead(bytes.get(), length, &measure) != HEAD_UNFINISHED) {
-    return false;
+    return;
   }
   service.incomingLeftover = bytes.release();
   service.incomingLeftoverLength = length;
-  return true;
+  service.incomingLeftoverSince = platform::MonotonicMilliseconds();
 }
 
 }  // namespace
 
-void DispatchMessage(platform::SocketHandle socket, const char* bytes, std::int32_t length) {
+bool DispatchMessage(platform::SocketHandle socket, const char* bytes, std::int32_t length) {
   ParsedMessage* made = nullptr;
   ParseHead(bytes, length, &made);
   OwnedParsedMessage parsed(made);
+  if (!parsed) {
+    return false;
+  }
   EventHeader header{};
-  if (!parsed || !IsProtocolRequest(parsed.get(), &header)) {
-    return;
+  if (!IsProtocolRequest(parsed.get(), &header)) {
+    return true;
   }
   CheckedRequest checked{};
   const CheckResult result = CheckRequestHeaders(parsed.get(), &header, &checked);
@@ -164,7 +168,7 @@ void DispatchMessage(platform::SocketHandle socket, const char* bytes, std::int3
     QueueMessage(socket, AnswerWithoutBody(&header, checked.status, checked.parentUid));
   }
   if (result != CHECK_ACCEPTED) {
-    return;
+    return true;
   }
   // Fewer bytes than announced are in hand when the scanner stopped in the middle of the body.
   const auto present = static_cast<std::int32_t>(bytes + length - checked.bodyStart);
@@ -176,12 +180,20 @@ void DispatchMessage(platform::SocketHandle socket, const char* bytes, std::int3
   } else {
     AnswerRejectedRequest(socket, header, checked, read, document.code);
   }
+  return true;
 }
 
 void DropIncomingLeftover() {
   std::free(service.incomingLeftover);
   service.incomingLeftover = nullptr;
   service.incomingLeftoverLength = 0;
+}
+
+void AgeIncomingLeftover() {
+  if (service.incomingLeftover != nullptr &&
+      platform::MonotonicMilliseconds() - service.incomingLeftoverSince >= HEAD_SILENCE_LIMIT_MS) {
+    DropIncomingLeftover();
+  }
 }
 
 ProcessResult ProcessIncoming(platform::SocketHandle socket) {
@@ -195,11 +207,9 @@ ProcessResult ProcessIncoming(platform::SocketHandle socket) {
 
   // The first read may wait for the scanner; the others only take apart what it brought, so that a
   // scanner that never pauses cannot keep the answers from being sent.
-  for (bool first = true;; first = false) {
-    if (!first && FindHeadEnd(leftover.get(), leftoverLength) == 0) {
-      KeepLeftover(std::move(leftover), leftoverLength);
-      return PROCESS_HANDLED;
-    }
+  bool anyWhole = false;
+  for (bool first = true; first || FindHeadEnd(leftover.get(), leftoverLength) != 0;
+       first = false) {
     char* message = nullptr;
     std::int32_t messageLength = 0;
     char* rest = leftover.release();
@@ -210,14 +220,14 @@ ProcessResult ProcessIncoming(platform::SocketHandle socket) {
       return PROCESS_ENDED;
     }
     if (messageLength == 0) {
-      const bool kept = KeepLeftover(std::move(leftover), leftoverLength);
-      return kept || result == READ_TIMED_OUT ? PROCESS_IDLE : PROCESS_HANDLED;
+      break;
     }
-    DispatchMessage(socket, message, messageLength);
-    if (!leftover) {
-      return result == READ_TIMED_OUT ? PROCESS_IDLE : PROCESS_HANDLED;
-    }
+    // A body that stopped short is judged as it stands, and makes no whole message.
+    const bool isMessage = DispatchMessage(socket, message, messageLength);
+    anyWhole = anyWhole || (isMessage && result == READ_DONE);
   }
+  KeepLeftover(std::move(leftover), leftoverLength);
+  return anyWhole ? PROCESS_HANDLED : PROCESS_IDLE;
 }
 
 }  // namespace zvqrn

@@ -16,14 +16,13 @@ namespace {
 
 // Waits for the first bytes; false when the connection is to be closed instead.
 bool WaitForFirstBytes(platform::SocketHandle socket) {
-  const std::int64_t since = platform::WholeSeconds();
+  const std::int64_t since = platform::MonotonicMilliseconds();
   while (!StopRequested()) {
     const platform::SocketWait wait = platform::WaitReadable(socket, RECEIVE_TIMEOUT_MS);
     if (wait != platform::SOCKET_TIMED_OUT) {
       return wait == platform::SOCKET_READY;
     }
-    const std::int64_t now = platform::WholeSeconds();
-    if (now < since || now - since >= EXTRA_CONNECTION_PATIENCE_SECONDS) {
+    if (platform::MonotonicMilliseconds() - since >= EXTRA_CONNECTION_PATIENCE_MS) {
       return false;
     }
   }
@@ -65,7 +64,7 @@ void AnswerBusy(platform::SocketHandle socket, const EventHeader& header) {
 }
 
 // One receive, one message, one answer.
-void ServeExtraConnection(platform::SocketHandle socket) {
+void AnswerOneMessage(platform::SocketHandle socket) {
   if (!WaitForFirstBytes(socket)) {
     return;
   }
@@ -82,18 +81,14 @@ void ServeExtraConnection(platform::SocketHandle socket) {
 
 void ExtraConnectionThread(void* argument) {
   const auto socket = reinterpret_cast<platform::SocketHandle>(argument);
-  ServeExtraConnection(socket);
+  AnswerOneMessage(socket);
   platform::EndSocket(socket);
   ReleaseServiceLock(&service.extraConnectionSlots);
 }
 
 }  // namespace
 
-bool AcceptExtraConnection(platform::SocketHandle listening) {
-  const platform::SocketHandle socket = platform::AcceptConnection(listening);
-  if (socket == platform::NO_SOCKET) {
-    return true;
-  }
+bool ServeExtraConnection(platform::SocketHandle socket) {
   const LockResult slot = TryAcquireServiceLock(&service.extraConnectionSlots);
   if (slot != LOCK_OBTAINED) {
     platform::EndSocket(socket);

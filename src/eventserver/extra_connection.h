@@ -12,12 +12,12 @@ namespace zvqrn {
 constexpr std::int32_t EXTRA_CONNECTION_LIMIT = 5;
 
 // Longest wait for the first bytes.
-constexpr std::int64_t EXTRA_CONNECTION_PATIENCE_SECONDS = 90;
+constexpr std::int64_t EXTRA_CONNECTION_PATIENCE_MS = 90000;
 
-// Takes a connection that has arrived and answers it on a thread of its own; closes it at once when
+// Takes an accepted connection over and answers it on a thread of its own; closes it at once when
 // every slot is taken or no thread can be had.  False when the listener must stop, because the
 // slots are gone.  On the listener's thread.
-bool AcceptExtraConnection(platform::SocketHandle listening);
+bool ServeExtraConnection(platform::SocketHandle socket);
 
 // Waits until no extra connection is left and none can use a slot any more.  The connections see
 // the stop of the service and end by themselves.  On the listener's thread.

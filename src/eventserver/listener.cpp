@@ -3,6 +3,7 @@
 #include "base/service_state.h"
 #include "eventserver/extra_connection.h"
 #include "eventserver/main_connection.h"
+#include "platform/clock.h"
 #include "platform/socket.h"
 #include "platform/thread.h"
 
@@ -14,6 +15,21 @@ constexpr std::int32_t LISTENER_WAIT_MS = 300;
 
 // Waits for the main connection's end with looks this far apart.
 constexpr std::int32_t MAIN_CONNECTION_POLL_MS = 1;
+
+// How long new connections wait, all together, for the end of one main connection that is just
+// ending.  Its end mostly takes less than a millisecond; a callback of the host can hold it up.
+constexpr std::int64_t MAIN_CONNECTION_PATIENCE_MS = 1000;
+
+// After an accept that failed though a connection has arrived: descriptors may have run out, and
+// the connection stays where it is.  In short sleeps, to look for a stop.
+constexpr std::int32_t ACCEPT_PAUSE_MS = 100;
+constexpr std::int32_t ACCEPT_PAUSE_LOOK_MS = 10;
+
+// What the listener's thread works with.
+struct Listener {
+  platform::SocketHandle socket;
+  std::int64_t patienceMs;  // what is left of it for the current main connection
+};
 
 // Publishes the port that the socket is bound to.
 bool PublishEventPort(platform::SocketHandle socket) {
@@ -54,41 +70,79 @@ platform::SocketHandle CreateListeningSocket() {
   return platform::NO_SOCKET;
 }
 
-// -1 when the lock cannot be acquired.
-std::int32_t ReadConnectionState() {
+// The main connection's place as a new connection finds it.
+enum Place : std::int32_t {
+  PLACE_FREE,
+  PLACE_TAKEN,
+  PLACE_ENDING,  // taken by a connection whose scanner has gone, or which the library is ending
+  PLACE_UNKNOWN  // the lock cannot be acquired
+};
+
+Place LookAtPlace() {
   const LockScope scope(&service.connectionStateLock);
-  return scope.Held() ? service.connectionState.load() : -1;
+  if (!scope.Held()) {
+    return PLACE_UNKNOWN;
+  }
+  if (service.connectionState.load() == THREAD_IDLE) {
+    return PLACE_FREE;
+  }
+  // The lock keeps a socket that stands here from being closed.
+  const platform::SocketHandle socket = service.connectionSocket.load();
+  return socket == platform::NO_SOCKET || platform::PeerMayHaveGone(socket) ? PLACE_ENDING
+                                                                            : PLACE_TAKEN;
+}
+
+// A scanner that closes its connection and makes a new one at once meets its own old one, whose
+// thread has not come to its end yet: that end is waited for.
+Place FindPlace(Listener* listener) {
+  std::int64_t now = platform::MonotonicMilliseconds();
+  const std::int64_t deadline = now + listener->patienceMs;
+  Place place = LookAtPlace();
+  while (place == PLACE_ENDING && now < deadline && !StopRequested()) {
+    platform::SleepMilliseconds(MAIN_CONNECTION_POLL_MS);
+    now = platform::MonotonicMilliseconds();
+    place = LookAtPlace();
+  }
+  listener->patienceMs = deadline - now;
+  return place;
 }
 
 // False when the lock cannot be acquired.
-bool ChangeConnectionState(ThreadStateValue value) {
+bool TakePlace(platform::SocketHandle socket) {
   const LockScope scope(&service.connectionStateLock);
   if (scope.Held()) {
-    service.connectionState.store(value);
+    service.connectionState.store(THREAD_STARTING);
+    service.connectionSocket.store(socket);
   }
   return scope.Held();
 }
 
-// Takes a connection as the main one; false when the listener must stop.
-bool AcceptMainConnection(platform::SocketHandle listening) {
-  if (!ChangeConnectionState(THREAD_STARTING)) {
+// Serves a connection as the main one; false when the listener must stop.
+bool ServeMainConnection(Listener* listener, platform::SocketHandle socket) {
+  if (!TakePlace(socket)) {
+    platform::EndSocket(socket);
     return false;
   }
-  const platform::SocketHandle socket = platform::AcceptConnection(listening);
-  if (socket != platform::NO_SOCKET && StartMainConnection(socket)) {
-    return true;
-  }
-  if (socket != platform::NO_SOCKET) {
+  listener->patienceMs = MAIN_CONNECTION_PATIENCE_MS;
+  if (!StartMainConnection(socket)) {
+    service.connectionSocket.store(platform::NO_SOCKET);
     platform::EndSocket(socket);
+    // Also without the lock, or the listener's end would wait for a connection that nobody serves.
+    WriteThreadState(&service.connectionState, &service.connectionStateLock, THREAD_IDLE);
   }
-  // Also without the lock, or the listener's end would wait for a connection that nobody serves.
-  WriteThreadState(&service.connectionState, &service.connectionStateLock, THREAD_IDLE);
   return true;
 }
 
+void PauseAfterFailedAccept() {
+  for (std::int32_t slept = 0; slept < ACCEPT_PAUSE_MS && !StopRequested();
+       slept += ACCEPT_PAUSE_LOOK_MS) {
+    platform::SleepMilliseconds(ACCEPT_PAUSE_LOOK_MS);
+  }
+}
+
 // One wait and what it brings; false when the listener must stop.
-bool ServeOnce(platform::SocketHandle listening) {
-  switch (platform::WaitReadable(listening, LISTENER_WAIT_MS)) {
+bool ServeOnce(Listener* listener) {
+  switch (platform::WaitReadable(listener->socket, LISTENER_WAIT_MS)) {
     case platform::SOCKET_TIMED_OUT:
       return true;
     case platform::SOCKET_READY:
@@ -96,11 +150,20 @@ bool ServeOnce(platform::SocketHandle listening) {
     default:
       return false;
   }
-  const std::int32_t state = ReadConnectionState();
-  if (state == THREAD_IDLE) {
-    return AcceptMainConnection(listening);
+  const platform::SocketHandle socket = platform::AcceptConnection(listener->socket);
+  if (socket == platform::NO_SOCKET) {
+    PauseAfterFailedAccept();
+    return true;
   }
-  return state >= 0 && AcceptExtraConnection(listening);
+  switch (FindPlace(listener)) {
+    case PLACE_FREE:
+      return ServeMainConnection(listener, socket);
+    case PLACE_UNKNOWN:
+      platform::EndSocket(socket);
+      return false;
+    default:
+      return ServeExtraConnection(socket);
+  }
 }
 
 // Looks at the word without its lock: a main connection must be waited for even when the lock
@@ -115,22 +178,22 @@ void EndListener(platform::SocketHandle listening) {
 }
 
 void ListenerThread(void* /*argument*/) {
-  platform::SocketHandle listening = platform::NO_SOCKET;
+  Listener listener{};
   {
     // Held over the set-up, so that the start sees only its outcome.
     const LockScope scope(&service.listenerStateLock);
     if (scope.Held()) {
-      listening = CreateListeningSocket();
+      listener.socket = CreateListeningSocket();
     }
     // Without its lock the listener fails as well: the start waits for the word.
-    ReportSetUp(&service.listenerState, listening != platform::NO_SOCKET);
+    ReportSetUp(&service.listenerState, listener.socket != platform::NO_SOCKET);
   }
-  if (listening == platform::NO_SOCKET) {
+  if (listener.socket == platform::NO_SOCKET) {
     return;
   }
-  while (!StopRequested() && ServeOnce(listening)) {
+  while (!StopRequested() && ServeOnce(&listener)) {
   }
-  EndListener(listening);
+  EndListener(listener.socket);
   WriteThreadState(&service.listenerState, &service.listenerStateLock, THREAD_IDLE);
 }
 

@@ -36,33 +36,38 @@ ProcessResult WaitAndProcess(platform::SocketHandle socket) {
     case platform::WAKER_FAILED:
       return PROCESS_ENDED;
     default:
+      AgeIncomingLeftover();
       return PROCESS_IDLE;
   }
 }
 
 // Serves the connection until it ends; false when it can carry no further answer.
 bool ServeConnection(platform::SocketHandle socket) {
-  std::int64_t lastActivity = platform::WholeSeconds();
+  std::int64_t lastActivity = platform::MonotonicMilliseconds();
   while (!StopRequested()) {
     const ProcessResult processed = WaitAndProcess(socket);
     if (processed == PROCESS_ENDED) {
       return false;
     }
-    const std::int64_t now = platform::WholeSeconds();
-    if (processed != PROCESS_IDLE) {
-      lastActivity = now;
-    } else if (now < lastActivity || now - lastActivity >= CONNECTION_IDLE_SECONDS) {
-      return true;
-    }
     const FlushResult flushed = FlushSendQueue(socket);
     if (flushed == FLUSH_FAILED) {
       return false;
     }
-    if (flushed == FLUSH_SENT) {
-      lastActivity = platform::WholeSeconds();
+    const std::int64_t now = platform::MonotonicMilliseconds();
+    if (processed == PROCESS_HANDLED || flushed == FLUSH_SENT) {
+      lastActivity = now;
+    } else if (now - lastActivity >= CONNECTION_IDLE_LIMIT_MS) {
+      return true;
     }
   }
   return true;
+}
+
+// From here on the listener takes the place for one that will soon be free, and leaves the socket
+// alone.  Also without the lock: the socket is about to be closed.
+void GiveSocketUp() {
+  const LockScope scope(&service.connectionStateLock);
+  service.connectionSocket.store(platform::NO_SOCKET);
 }
 
 // The host's callbacks are waited for before anything that they may use goes.
@@ -80,8 +85,10 @@ void EndMainConnection(platform::SocketHandle socket, bool usable) {
 
 void MainConnectionThread(void* argument) {
   const auto socket = reinterpret_cast<platform::SocketHandle>(argument);
-  if (SetUpMainConnection()) {
-    const bool usable = ServeConnection(socket);
+  const bool ready = SetUpMainConnection();
+  const bool usable = ready && ServeConnection(socket);
+  GiveSocketUp();
+  if (ready) {
     EndMainConnection(socket, usable);
   }
   platform::EndSocket(socket);

@@ -9,12 +9,14 @@
 
 namespace zvqrn {
 
-// A main connection on which no message is received and nothing is sent for this long is closed.
-constexpr std::int64_t CONNECTION_IDLE_SECONDS = 300;
+// A main connection on which no whole message is received and nothing is sent for this long is
+// closed.
+constexpr std::int64_t CONNECTION_IDLE_LIMIT_MS = 300000;
 
 // Starts the thread that serves an accepted connection and from then on owns its socket.  The
-// listener has set connectionState to THREAD_STARTING; the thread sets it back to THREAD_IDLE as it
-// ends.  False when no thread can be had: the socket is still the caller's.
+// listener has set connectionState to THREAD_STARTING and connectionSocket; the thread empties the
+// second when it sees the connection's end, and sets the first back to THREAD_IDLE as it ends.
+// False when no thread can be had: the socket is still the caller's.
 bool StartMainConnection(platform::SocketHandle socket);
 
 }  // namespace zvqrn

@@ -5,9 +5,6 @@
 
 namespace zvqrn::platform {
 
-// Seconds of the system's calendar clock; it may be set back.
-std::int64_t WholeSeconds();
-
 // Milliseconds of a clock that never goes back; its start is arbitrary.
 std::int64_t MonotonicMilliseconds();
 

@@ -64,6 +64,11 @@ SocketWait WaitWritable(SocketHandle socket, std::int32_t milliseconds);
 constexpr std::int32_t RECEIVE_NOTHING = -2;
 std::int32_t ReceiveBytes(SocketHandle socket, void* buffer, std::int32_t size);
 
+// True when the peer has ended its side or broken the connection off.  Windows tells that only when
+// no byte of the peer's waits to be read: there it is also true while one does.  Another thread may
+// be using the socket.
+bool PeerMayHaveGone(SocketHandle socket);
+
 // Sends as many of `size` bytes as the system takes at once: their count, negative on an error,
 // SEND_NO_ROOM when it takes none.  A peer that has gone is an error, never a signal.
 constexpr std::int32_t SEND_NO_ROOM = -2;

@@ -1,12 +1,18 @@
 #include "support/replaced_calls.h"
 
+#include "base/service_state.h"
 #include "platform/clock.h"
 #include "platform/socket.h"
 #include "platform/thread.h"
+#include "platform/waker.h"
 
 namespace zvqrn::test {
 
-std::atomic<std::int64_t> clockAhead{0};
+std::atomic<std::int64_t> stoppedClock{0};
+std::atomic<std::int32_t> connectionWaits{0};
+std::atomic<std::int32_t> longestWait{0};
+std::atomic<bool> waitsAreEndless{false};
+std::atomic<std::int32_t> refusedAccepts{0};
 std::atomic<std::int32_t> threadsBeforeRefusal{-1};
 std::atomic<std::int32_t> emptySends{0};
 std::atomic<char> leadByte{0};
@@ -14,23 +20,48 @@ std::atomic<std::uint32_t> hostAddress{0};
 std::atomic<std::int32_t> addressReads{0};
 thread_local bool isTestThread = false;
 
+namespace {
+
+// Longer than a test is patient.
+constexpr std::int32_t ENDLESS_MS = 60000;
+
+// Notes a wait of the library for a socket and gives how long it really lasts.
+std::int32_t NoteWait(platform::SocketHandle socket, std::int32_t milliseconds) {
+  if (isTestThread) {
+    return milliseconds;
+  }
+  if (milliseconds > longestWait.load()) {
+    longestWait = milliseconds;
+  }
+  if (socket != service.connectionSocket.load()) {
+    return milliseconds;
+  }
+  connectionWaits++;
+  return waitsAreEndless.load() ? ENDLESS_MS : milliseconds;
+}
+
+}  // namespace
 }  // namespace zvqrn::test
 
 using zvqrn::platform::SocketHandle;
+using zvqrn::platform::SocketWait;
 using zvqrn::platform::StackKind;
 using zvqrn::platform::ThreadProcedure;
+using zvqrn::platform::Waker;
+using zvqrn::platform::WakerWait;
+using zvqrn::test::isTestThread;
 
 #define REAL_ADDRESS __real__ZN5zvqrn8platform16FirstHostAddressEPKcPj
 #define WRAP_ADDRESS __wrap__ZN5zvqrn8platform16FirstHostAddressEPKcPj
-#define REAL_SECONDS __real__ZN5zvqrn8platform12WholeSecondsEv
-#define WRAP_SECONDS __wrap__ZN5zvqrn8platform12WholeSecondsEv
+#define REAL_CLOCK __real__ZN5zvqrn8platform21MonotonicMillisecondsEv
+#define WRAP_CLOCK __wrap__ZN5zvqrn8platform21MonotonicMillisecondsEv
 #define REAL_START __real__ZN5zvqrn8platform11StartThreadEPFvPvES1_NS0_9StackKindE
 #define WRAP_START __wrap__ZN5zvqrn8platform11StartThreadEPFvPvES1_NS0_9StackKindE
-// SEND_BYTES comes from the build: a socket handle is another type on another system.
-#define JOIN_NAMES(a, b) a##b
-#define JOIN(a, b) JOIN_NAMES(a, b)
-#define REAL_SEND JOIN(__real_, SEND_BYTES)
-#define WRAP_SEND JOIN(__wrap_, SEND_BYTES)
+// HANDLE_LETTER comes from the build: a socket handle is another type on another system.
+#define JOIN_NAMES(a, b, c) a##b##c
+#define JOIN(a, b, c) JOIN_NAMES(a, b, c)
+#define REAL(before, after) JOIN(__real__ZN5zvqrn8platform##before, HANDLE_LETTER, after)
+#define WRAP(before, after) JOIN(__wrap__ZN5zvqrn8platform##before, HANDLE_LETTER, after)
 
 #define WRAP_LEAD __wrap__ZN5zvqrn8platform10IsLeadByteEc
 
@@ -47,9 +78,37 @@ bool WRAP_ADDRESS(const char* name, std::uint32_t* address) {
   return *address != 0 || REAL_ADDRESS(name, address);
 }
 
-std::int64_t REAL_SECONDS();
-std::int64_t WRAP_SECONDS() {
-  return REAL_SECONDS() + zvqrn::test::clockAhead.load();
+std::int64_t REAL_CLOCK();
+std::int64_t WRAP_CLOCK() {
+  const std::int64_t stopped = zvqrn::test::stoppedClock.load();
+  return isTestThread || stopped == 0 ? REAL_CLOCK() : stopped;
+}
+
+SocketWait REAL(12WaitReadableE, i)(SocketHandle socket, std::int32_t milliseconds);
+SocketWait WRAP(12WaitReadableE, i)(SocketHandle socket, std::int32_t milliseconds) {
+  return REAL(12WaitReadableE, i)(socket, zvqrn::test::NoteWait(socket, milliseconds));
+}
+
+SocketWait REAL(12WaitWritableE, i)(SocketHandle socket, std::int32_t milliseconds);
+SocketWait WRAP(12WaitWritableE, i)(SocketHandle socket, std::int32_t milliseconds) {
+  return REAL(12WaitWritableE, i)(socket, zvqrn::test::NoteWait(socket, milliseconds));
+}
+
+WakerWait REAL(19WaitReadableOrWokenE, PNS0_5WakerEi)(SocketHandle socket, Waker* waker,
+                                                      std::int32_t milliseconds);
+WakerWait WRAP(19WaitReadableOrWokenE, PNS0_5WakerEi)(SocketHandle socket, Waker* waker,
+                                                      std::int32_t milliseconds) {
+  return REAL(19WaitReadableOrWokenE, PNS0_5WakerEi)(socket, waker,
+                                                     zvqrn::test::NoteWait(socket, milliseconds));
+}
+
+SocketHandle REAL(16AcceptConnectionE, )(SocketHandle listening);
+SocketHandle WRAP(16AcceptConnectionE, )(SocketHandle listening) {
+  if (zvqrn::test::refusedAccepts.load() > 0) {
+    zvqrn::test::refusedAccepts--;
+    return zvqrn::platform::NO_SOCKET;
+  }
+  return REAL(16AcceptConnectionE, )(listening);
 }
 
 std::uintptr_t REAL_START(ThreadProcedure procedure, void* argument, StackKind stack);
@@ -61,13 +120,13 @@ std::uintptr_t WRAP_START(ThreadProcedure procedure, void* argument, StackKind s
   return REAL_START(procedure, argument, stack);
 }
 
-std::int32_t REAL_SEND(SocketHandle socket, const void* bytes, std::int32_t size);
-std::int32_t WRAP_SEND(SocketHandle socket, const void* bytes, std::int32_t size) {
-  if (!zvqrn::test::isTestThread && zvqrn::test::emptySends.load() > 0) {
+std::int32_t REAL(9SendBytesE, PKvi)(SocketHandle socket, const void* bytes, std::int32_t size);
+std::int32_t WRAP(9SendBytesE, PKvi)(SocketHandle socket, const void* bytes, std::int32_t size) {
+  if (!isTestThread && zvqrn::test::emptySends.load() > 0) {
     zvqrn::test::emptySends--;
     return 0;
   }
-  return REAL_SEND(socket, bytes, size);
+  return REAL(9SendBytesE, PKvi)(socket, bytes, size);
 }
 
 }  // extern "C"

@@ -7,8 +7,19 @@
 
 namespace zvqrn::test {
 
-// Seconds that the calendar clock runs ahead.
-extern std::atomic<std::int64_t> clockAhead;
+// What the library's clock shows, in milliseconds; 0: it runs as it does.
+extern std::atomic<std::int64_t> stoppedClock;
+
+// How often the main connection's thread has begun to wait, and the longest wait of any thread for
+// a socket, in milliseconds.
+extern std::atomic<std::int32_t> connectionWaits;
+extern std::atomic<std::int32_t> longestWait;
+
+// Whether the waits of the main connection's thread go on until they are ended.
+extern std::atomic<bool> waitsAreEndless;
+
+// Accepts that are refused, counted while above 0; the connection stays where it is.
+extern std::atomic<std::int32_t> refusedAccepts;
 
 // Thread starts that go through before one is refused; negative: none is.
 extern std::atomic<std::int32_t> threadsBeforeRefusal;
@@ -27,7 +38,7 @@ extern std::atomic<std::int32_t> addressReads;
 // Has the system tell of an address change.
 void TellOfAddressChange();
 
-// True on threads of the test itself, whose sends are left alone.
+// True on threads of the test itself, whose calls are left alone.
 extern thread_local bool isTestThread;
 
 }  // namespace zvqrn::test

@@ -4,10 +4,6 @@
 
 namespace zvqrn::platform {
 
-std::int64_t WholeSeconds() {
-  return time(nullptr);
-}
-
 std::int64_t MonotonicMilliseconds() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);

@@ -147,6 +147,11 @@ std::int32_t ReceiveBytes(SocketHandle socket, void* buffer, std::int32_t size) 
   return static_cast<std::int32_t>(count);
 }
 
+bool PeerMayHaveGone(SocketHandle socket) {
+  pollfd entry{Descriptor(socket), POLLRDHUP, 0};
+  return poll(&entry, 1, 0) > 0;
+}
+
 std::int32_t SendBytes(SocketHandle socket, const void* bytes, std::int32_t size) {
   const ssize_t count =
       send(Descriptor(socket), bytes, static_cast<std::size_t>(size), MSG_NOSIGNAL);

@@ -8,10 +8,6 @@
 
 namespace zvqrn::platform {
 
-std::int64_t WholeSeconds() {
-  return time(nullptr);
-}
-
 // GetTickCount wraps after 49 days; the performance counter does not.
 std::int64_t MonotonicMilliseconds() {
   LARGE_INTEGER frequency{};
@@ -24,11 +20,12 @@ std::int64_t MonotonicMilliseconds() {
 }
 
 LocalTimeStamp ReadLocalTime() {
-  _timeb now{};
-  _ftime(&now);
+  // A time_t of 32 bits, as 32-bit programs have it by default, ends in 2038.
+  __timeb64 now{};
+  _ftime64(&now);
   LocalTimeStamp stamp{};
-  // The run-time keeps the result of localtime once for each thread.
-  const tm* local = localtime(&now.time);
+  // The run-time keeps the result once for each thread.
+  const tm* local = _localtime64(&now.time);
   if (local != nullptr) {
     strftime(stamp.text, sizeof stamp.text, "%Y%m%d%H%M%S", local);
   }

@@ -149,6 +149,11 @@ std::int32_t ReceiveBytes(SocketHandle socket, void* buffer, std::int32_t size) 
   return count;
 }
 
+bool PeerMayHaveGone(SocketHandle socket) {
+  char byte = 0;
+  return recv(SystemSocket(socket), &byte, 1, MSG_PEEK) >= 0 || WSAGetLastError() != WSAEWOULDBLOCK;
+}
+
 std::int32_t SendBytes(SocketHandle socket, const void* bytes, std::int32_t size) {
   const int count = send(SystemSocket(socket), static_cast<const char*>(bytes), size, 0);
   if (count < 0) {
