@@ -124,46 +124,48 @@ TEST_F(ConnectionTables, CheckRequestsInTheOrderOfTheRules) {
     std::string body;
     std::int32_t result;
     const char* status;
+    std::int32_t exchangeType;  // 0: the check did not come to it
     std::int32_t subevent;
     const char* version;
     const char* parentUid;
   } cases[] = {
-      {"single", "x-protocol-version:1.00\r\nContent-Length:2\r\n", "xx", 1, "0001", 0, "1.00", ""},
-      {"minor version", "x-protocol-version:1.5\r\nContent-Length:2\r\n", "xx", 1, "0002", 0, "1.5",
+      {"single", "x-protocol-version:1.00\r\nContent-Length:2\r\n", "xx", 1, "0001", 1, 0, "1.00",
        ""},
-      {"long version", "x-protocol-version:1.23456\r\nContent-Length:2\r\n", "xx", 1, "0002", 0,
+      {"minor version", "x-protocol-version:1.5\r\nContent-Length:2\r\n", "xx", 1, "0002", 1, 0,
+       "1.5", ""},
+      {"long version", "x-protocol-version:1.23456\r\nContent-Length:2\r\n", "xx", 1, "0002", 1, 0,
        "1.234", ""},
-      {"no version", "x-subevent:STOP\r\n", "", -1, "1004", 0, "", ""},
+      {"no version", "x-subevent:STOP\r\n", "", -1, "1004", 0, 0, "", ""},
       {"bad version before all", "x-protocol-version:2.01\r\nx-subevent:STOP\r\n", "", -1, "1001",
-       0, "", ""},
+       0, 0, "", ""},
       {"bad subevent before the body", "x-protocol-version:2.00\r\nx-subevent:STOP\r\n", "", -1,
-       "1004", 0, "2.00", ""},
+       "1004", 1, 0, "2.00", ""},
       {"start in small letters",
-       "x-protocol-version:2.00\r\nx-subevent:start\r\nContent-Length:1\r\n", "x", 1, "0001", 1,
+       "x-protocol-version:2.00\r\nx-subevent:start\r\nContent-Length:1\r\n", "x", 1, "0001", 2, 1,
        "2.00", ""},
-      {"END without parent", "x-protocol-version:2.00\r\nx-subevent:end\r\n", "", -1, "1004", 2,
+      {"END without parent", "x-protocol-version:2.00\r\nx-subevent:end\r\n", "", -1, "1004", 2, 2,
        "2.00", ""},
       {"END of a stranger", "x-protocol-version:2.00\r\nx-subevent:END\r\nx-parent-uid:7\r\n", "",
-       -1, "2002", 2, "2.00", ""},
+       -1, "2002", 2, 2, "2.00", ""},
       {"END without body", "x-protocol-version:2.00\r\nx-subevent:END\r\nx-parent-uid:open\r\n", "",
-       -1, "1003", 2, "2.00", "open"},
+       -1, "1003", 2, 2, "2.00", "open"},
       {"END",
        "x-protocol-version:2.00\r\nx-subevent:END\r\nx-parent-uid:open\r\nContent-Length:1\r\n",
-       "x", 1, "0001", 2, "2.00", "open"},
+       "x", 1, "0001", 2, 2, "2.00", "open"},
       {"parent of a single request is not looked at",
-       "x-protocol-version:2.00\r\nx-parent-uid:7\r\nContent-Length:1\r\n", "x", 1, "0001", 0,
+       "x-protocol-version:2.00\r\nx-parent-uid:7\r\nContent-Length:1\r\n", "x", 1, "0001", 1, 0,
        "2.00", ""},
-      {"length 0", "x-protocol-version:1.00\r\nContent-Length:0\r\n", "x", -1, "1003", 0, "1.00",
+      {"length 0", "x-protocol-version:1.00\r\nContent-Length:0\r\n", "x", -1, "1003", 1, 0, "1.00",
        ""},
-      {"length below 0", "x-protocol-version:1.00\r\nContent-Length:-3\r\n", "x", -1, "1003", 0,
+      {"length below 0", "x-protocol-version:1.00\r\nContent-Length:-3\r\n", "x", -1, "1003", 1, 0,
        "1.00", ""},
-      {"no number", "x-protocol-version:1.00\r\nContent-Length:abc\r\n", "x", -1, "1003", 0, "1.00",
-       ""},
-      {"no length", "x-protocol-version:1.00\r\n", "x", -1, "1003", 0, "1.00", ""},
-      {"no body", "x-protocol-version:1.00\r\nContent-Length:10\r\n", "", -1, "1003", 0, "1.00",
+      {"no number", "x-protocol-version:1.00\r\nContent-Length:abc\r\n", "x", -1, "1003", 1, 0,
+       "1.00", ""},
+      {"no length", "x-protocol-version:1.00\r\n", "x", -1, "1003", 1, 0, "1.00", ""},
+      {"no body", "x-protocol-version:1.00\r\nContent-Length:10\r\n", "", -1, "1003", 1, 0, "1.00",
        ""},
       {"first of two lengths",
-       "x-protocol-version:1.00\r\nContent-Length:0\r\nContent-Length:1\r\n", "x", -1, "1003", 0,
+       "x-protocol-version:1.00\r\nContent-Length:0\r\nContent-Length:1\r\n", "x", -1, "1003", 1, 0,
        "1.00", ""},
   };
   for (const auto& c : cases) {
@@ -176,6 +178,7 @@ TEST_F(ConnectionTables, CheckRequestsInTheOrderOfTheRules) {
     CheckedRequest checked{};
     EXPECT_EQ(CheckRequestHeaders(made, &header, &checked), c.result) << c.name;
     EXPECT_STREQ(checked.status, c.status) << c.name;
+    EXPECT_EQ(header.exchangeType, c.exchangeType) << c.name;
     EXPECT_EQ(header.subevent, c.subevent) << c.name;
     EXPECT_STREQ(header.protocolVersion, c.version) << c.name;
     EXPECT_STREQ(checked.parentUid, c.parentUid) << c.name;

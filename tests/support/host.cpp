@@ -32,7 +32,8 @@ void Host::Unload() {
 }
 
 std::int32_t Host::Start() {
-  return library.startService(&OnFilter, &OnEvent, &OnStatus, this, this, this);
+  return library.startService(&OnFilter, &OnEvent, &OnStatus, &contexts_[FILTER], &contexts_[EVENT],
+                              &contexts_[STATUS]);
 }
 
 bool Host::WaitForDeliveries(std::size_t count) {
@@ -49,20 +50,26 @@ std::string Host::StatusTexts() {
   return statusTexts_;
 }
 
+Host* Host::HostOf(void* context, Callback callback) {
+  const auto* own = static_cast<Context*>(context);
+  EXPECT_EQ(own->callback, callback);
+  return own->host;
+}
+
 std::int32_t Host::OnFilter(const PeerDescription* peer, void* context) {
-  auto* self = static_cast<Host*>(context);
+  Host* self = HostOf(context, FILTER);
   const auto filter = self->filter.Get();
   return filter ? filter(peer) : 1;
 }
 
 std::int32_t Host::OnEvent(EventHeader* header, std::int32_t kind, const void* data,
                            std::int32_t size, void* context) {
-  auto* self = static_cast<Host*>(context);
+  Host* self = HostOf(context, EVENT);
   {
     const std::lock_guard<std::mutex> guard(self->mutex_);
-    self->deliveries_.push_back(Delivery{
-        *header, kind, std::string(static_cast<const char*>(data), static_cast<std::size_t>(size)),
-        context});
+    self->deliveries_.push_back(
+        Delivery{*header, kind,
+                 std::string(static_cast<const char*>(data), static_cast<std::size_t>(size))});
   }
   const auto verdict = self->verdict.Get();
   return verdict ? verdict(header) : QRN_RESPONSE_OK;
@@ -70,7 +77,7 @@ std::int32_t Host::OnEvent(EventHeader* header, std::int32_t kind, const void* d
 
 std::int32_t Host::OnStatus(std::int32_t statusClass, std::int32_t statusCode, const char* message,
                             void* context) {
-  auto* self = static_cast<Host*>(context);
+  Host* self = HostOf(context, STATUS);
   if (const auto onStatus = self->onStatus.Get()) {
     onStatus();
   }

@@ -17,7 +17,6 @@ struct Delivery {
   EventHeader header;
   std::int32_t kind;
   std::string data;
-  void* context;
 };
 
 // A value that the test writes and callbacks read, on other threads.
@@ -66,12 +65,21 @@ class Host {
   std::string StatusTexts();
 
  private:
+  // The library hands each callback a value of its own; the test fails when it is another's.
+  enum Callback { FILTER, EVENT, STATUS };
+  struct Context {
+    Host* host;
+    Callback callback;
+  };
+  static Host* HostOf(void* context, Callback callback);
+
   static std::int32_t QRN_CALLBACK OnFilter(const PeerDescription* peer, void* context);
   static std::int32_t QRN_CALLBACK OnEvent(EventHeader* header, std::int32_t kind, const void* data,
                                            std::int32_t size, void* context);
   static std::int32_t QRN_CALLBACK OnStatus(std::int32_t statusClass, std::int32_t statusCode,
                                             const char* message, void* context);
 
+  Context contexts_[3] = {{this, FILTER}, {this, EVENT}, {this, STATUS}};
   std::mutex mutex_;
   std::vector<Delivery> deliveries_;
   std::string statusTexts_;
