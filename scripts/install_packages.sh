@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a command of the Makefile needs and that are missing.
-# Usage: scripts/install_packages.sh build|package|bench|fuzz|valgrind|test
+# Usage: scripts/install_packages.sh build|package|bench|fuzz|valgrind|emulated|test
 set -euo pipefail
 
 packages=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev iproute2 util-linux hostname)
@@ -16,6 +16,8 @@ case ${1:-} in
   bench) packages+=("${for_bench[@]}") ;;
   fuzz) packages+=("${for_fuzz[@]}") ;;
   valgrind) packages+=(libgtest-dev valgrind) ;;
+  # Beside what the tests need; installed only where the 32-bit DLL is tested in an emulated PC.
+  emulated) packages+=(busybox-static debootstrap e2fsprogs qemu-system-x86) ;;
   test)
     # clang-tidy looks at the sources of the benchmarks too.
     packages+=("${for_packages[@]}" "${for_bench[@]}" "${for_fuzz[@]}" "${for_wine[@]}"
@@ -23,7 +25,7 @@ case ${1:-} in
       pkg-config python3 unzip)
     ;;
   *)
-    printf 'usage: scripts/install_packages.sh build|package|bench|fuzz|valgrind|test\n' >&2
+    printf 'usage: scripts/install_packages.sh build|package|bench|fuzz|valgrind|emulated|test\n' >&2
     exit 2
     ;;
 esac

@@ -5,6 +5,13 @@
 readonly LOGS=build/test-logs
 passed=0
 failed=0
+skipped=0
+
+# Counts tests that are left out because somebody asked for it: skip NAME TESTS.
+skip() {
+  skipped=$((skipped + $2))
+  printf 'skipped  %s: %d tests\n' "$1" "$2"
+}
 
 # Counts a check that is one test by itself, by its exit code; its output is in NAME.log.
 count_check() {
@@ -41,27 +48,33 @@ collect() {
   count_check "$1" "$code"
 }
 
-# Runs a script that prints a line for each of its cases, "passed  NAME" or "FAILED  NAME", with
-# ": N tests" behind a program's name, and counts them.  One that ends badly without saying why, or
-# has no case, is a failure of its own; exit code 3 says that it cannot run here.
+# Runs a script that prints a line for each of its cases, "passed  NAME", "FAILED  NAME" or
+# "skipped  NAME", with ": N tests" behind a program's name, and counts them.  One that ends badly
+# without saying why, or has no case, is a failure of its own; exit code 3 says that it cannot run
+# here.
 count_lines() {
-  local name=$1 code=0 log=$LOGS/$1.log good bad
+  local name=$1 code=0 log=$LOGS/$1.log good bad left
   shift
   "$@" >"$log" 2>"$LOGS/$name.err" || code=$?
-  grep -vE '^[0-9]+ passed, [0-9]+ failed$' "$log" || true
+  grep -vE '^[0-9]+ passed, [0-9]+ failed(, [0-9]+ skipped)?$' "$log" || true
   if [[ $code -eq 3 ]]; then
     tail -n 5 "$LOGS/$name.err"
     return
   fi
-  good=$(awk '/^passed/ { n += $NF == "tests" ? $(NF - 1) : 1 } END { print n + 0 }' "$log")
+  good=$(lines_of passed "$log")
+  left=$(lines_of skipped "$log")
   bad=$(grep -c '^FAILED' "$log" || true)
-  if [[ $bad -eq 0 && ($code -ne 0 || $good -eq 0) ]]; then
+  if [[ $bad -eq 0 && ($code -ne 0 || $((good + left)) -eq 0) ]]; then
     bad=1
     printf 'FAILED  %s (exit code %d)\n' "$name" "$code"
     tail -n 40 "$LOGS/$name.err"
   fi
   passed=$((passed + good))
   failed=$((failed + bad))
+  skipped=$((skipped + left))
+}
+lines_of() {
+  awk -v word="$1" '$1 == word { n += $NF == "tests" ? $(NF - 1) : 1 } END { print n + 0 }' "$2"
 }
 
 # Counts the results of a test program that has run, from NAME.log and NAME.exit.  A program that
@@ -85,6 +98,8 @@ count_program() {
 
 # The last line; fails when a test has, or when none has run.
 print_totals() {
-  printf '%d passed, %d failed\n' "$passed" "$failed"
+  printf '%d passed, %d failed' "$passed" "$failed"
+  [[ $skipped -eq 0 ]] || printf ', %d skipped' "$skipped"
+  printf '\n'
   [[ $failed -eq 0 && $passed -gt 0 ]]
 }
