@@ -66,6 +66,7 @@ collect lint
 
 check demo scripts/demo.sh build/asan
 check soak scripts/soak.sh --seconds 20 --preset asan
+count_lines tools scripts/check_tools.sh build/asan
 check exports scripts/check_exports.sh build/debug/libZVQRN.so
 for machine in x86 x64; do
   check "dll-$machine" scripts/check_dll.sh "$machine" "build/windows-$machine/ZVQRN.dll"

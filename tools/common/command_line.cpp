@@ -1,6 +1,10 @@
 #include "common/command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <sstream>
+
+#include "common/output.h"
 
 namespace zvqrn::tools {
 
@@ -23,6 +27,27 @@ CLI::Option* AddAnyNumber(CommandLine* line, const OptionHelp& help, Number* val
                           Bound most) {
   return Describe(line->add_option(help.name, *value, help.text), help)
       ->check(CLI::Range(least, most).description(""));
+}
+
+// Says which word stands where a command was expected, when one does.
+void NameWrongWord(const CommandLine& program) {
+  const std::vector<std::string> words = program.remaining();
+  if (words.empty()) {
+    return;
+  }
+  std::string commands;
+  for (const CommandLine* command :
+       program.get_subcommands([](const CommandLine*) { return true; })) {
+    commands += " " + command->get_name();
+  }
+  RefuseCommandLine("'" + words.front() + "' is none of" + commands);
+}
+
+void Print(std::string text, void (*print)(const std::string&)) {
+  if (!text.empty()) {
+    text.pop_back();
+    print(text);
+  }
 }
 
 }  // namespace
@@ -106,19 +131,30 @@ CommandLine* AddCommand(CommandLine* program, const char* name, const char* desc
   return command;
 }
 
-bool ReadCommandLine(int argc, char** argv, const ProgramHelp& help,
+bool ReadCommandLine(std::vector<std::string> arguments, const ProgramHelp& help,
                      const std::function<void(CommandLine*)>& addOptions,
                      const std::function<void()>& check, int* exitCode) {
   CommandLine program(help.description, help.name);
   program.footer(help.footer);
   addOptions(&program);
+  program.set_version_flag("--version", help.version, "Print the version and exit");
+  std::reverse(arguments.begin(), arguments.end());
   try {
-    program.parse(argc, argv);
-    if (check) {
-      check();
+    try {
+      program.parse(std::move(arguments));
+      if (check) {
+        check();
+      }
+    } catch (const CLI::RequiredError&) {
+      NameWrongWord(program);
+      throw;
     }
   } catch (const CLI::ParseError& error) {
-    *exitCode = program.exit(error) == 0 ? 0 : EXIT_WRONG_COMMAND_LINE;
+    std::ostringstream output;
+    std::ostringstream errors;
+    *exitCode = program.exit(error, output, errors) == 0 ? 0 : EXIT_WRONG_COMMAND_LINE;
+    Print(output.str(), PrintLine);
+    Print(errors.str(), PrintError);
     return false;
   }
   return true;

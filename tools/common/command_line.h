@@ -76,12 +76,13 @@ struct ProgramHelp {
   const char* name;
   const char* description;
   std::string footer;
+  std::function<std::string()> version;  // asked when the other options have been read
 };
 
 // Reads the command line of a program whose options `addOptions` adds; `check` may then refuse it.
-// False when the program is to end at once with `*exitCode`: help was asked for, or something is
-// wrong, and either has been printed.
-bool ReadCommandLine(int argc, char** argv, const ProgramHelp& help,
+// False when the program is to end at once with `*exitCode`: help or the version was asked for, or
+// something is wrong, and it has been printed.
+bool ReadCommandLine(std::vector<std::string> arguments, const ProgramHelp& help,
                      const std::function<void(CommandLine*)>& addOptions,
                      const std::function<void()>& check, int* exitCode);
 

@@ -1,11 +1,12 @@
-// Ctrl-C and SIGTERM as a flag that a tool's main loop looks at, so that a tool ends in order: it
-// stops what it started and says how it went.
+// The wish that a tool end, as a flag that its main loop looks at, so that it ends in order: it
+// stops what it started and says how it went.  The operating system shows through here only.
 #pragma once
 
 namespace zvqrn::tools {
 
-// From now on Ctrl-C and SIGTERM set the flag instead of ending the program; a second one ends it
-// at once.
+// From now on Ctrl-C, SIGTERM and a terminal or console that closes set the flag instead of ending
+// the program; a second Ctrl-C or SIGTERM ends it at once.  When a Windows console closes, the
+// system grants the program some seconds.
 void WatchForInterrupt();
 
 // True once one has come.

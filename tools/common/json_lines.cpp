@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "common/text.h"
+#include "common/output.h"
 
 namespace zvqrn::tools {
 

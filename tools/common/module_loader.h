@@ -18,6 +18,9 @@ void CloseModule(void* module);
 using ModuleFunction = void (*)();
 ModuleFunction FindFunction(void* module, const char* name);
 
+// The version of the library at `path`, such as "0.1.0"; empty when the file does not tell.
+std::string ModuleVersion(const std::string& path);
+
 // The folder of the running program's file; empty when the system does not tell.
 std::string ProgramFolder();
 

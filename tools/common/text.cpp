@@ -1,9 +1,10 @@
 #include "common/text.h"
 
 #include <charconv>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
+
+#include "common/machine_text.h"
 
 namespace zvqrn::tools {
 
@@ -79,19 +80,8 @@ std::string FieldText(const char* field, std::size_t size) {
   return end == nullptr ? std::string(field, size) : std::string(field);
 }
 
-void PrintLine(const std::string& line) {
-  const std::string whole = line + "\n";
-  std::fwrite(whole.data(), 1, whole.size(), stdout);
-  std::fflush(stdout);
-}
-
-void PrintError(const std::string& line) {
-  const std::string whole = line + "\n";
-  std::fwrite(whole.data(), 1, whole.size(), stderr);
-}
-
 bool ReadFileBytes(const std::string& path, std::string* bytes) {
-  std::ifstream file(path, std::ios::binary);
+  std::ifstream file(PathOf(path), std::ios::binary);
   if (!file) {
     return false;
   }

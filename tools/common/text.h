@@ -1,5 +1,5 @@
 // Text for people and for scripts: what came from the network or from the library is made harmless
-// before it is printed.  Used by quorin-host and quorin-scanner; any thread.
+// before it is printed (common/output.h).  Used by quorin-host and quorin-scanner; any thread.
 #pragma once
 
 #include <cstddef>
@@ -18,12 +18,6 @@ std::string HexDump(const std::string& bytes, const std::string& indent);
 
 // Gives the text of a fixed-size field up to its first NUL.
 std::string FieldText(const char* field, std::size_t size);
-
-// Prints one line to standard output and flushes it at once.
-void PrintLine(const std::string& line);
-
-// Prints one line to standard error.
-void PrintError(const std::string& line);
 
 // Reads a whole file; false when it cannot be read.
 bool ReadFileBytes(const std::string& path, std::string* bytes);

@@ -1,7 +1,10 @@
 #include "host/event_log.h"
 
 #include "common/json_lines.h"
+#include "common/machine_text.h"
+#include "common/output.h"
 #include "common/text.h"
+#include "common/utf8.h"
 #include "host/options.h"
 #include "host/request_text.h"
 
@@ -26,7 +29,7 @@ void LogStarted(bool json, const std::string& pcName, bool waiting) {
     return;
   }
   if (!waiting) {
-    tools::PrintLine("PC name: " + tools::EscapeBytes(pcName));
+    tools::PrintLine("PC name: " + tools::EscapeUtf8(tools::FromLibraryText(pcName)));
   }
   tools::PrintLine(waiting ? "The service waits for the PC to get a usable address."
                            : "The service runs and listens on TCP port 2968.");

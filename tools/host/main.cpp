@@ -3,19 +3,20 @@
 #include <memory>
 
 #include "common/interrupt.h"
-#include "common/text.h"
+#include "common/machine_text.h"
+#include "common/output.h"
+#include "common/port_owner.h"
 #include "host/callbacks.h"
 #include "host/event_log.h"
 #include "host/exit_codes.h"
 #include "platform/clock.h"
-#include "platform/socket.h"
 
 namespace zvqrn::host {
 
 namespace {
 
 constexpr std::uint16_t SERVICE_PORT = 2968;
-// How often the main loop looks for Ctrl-C and for data that is due.
+// How often the main loop looks for the wish to end and for data that is due.
 constexpr std::int32_t LOOK_EVERY_MS = 20;
 
 std::string PcName(const ServiceLibrary& library) {
@@ -27,19 +28,15 @@ std::string PcName(const ServiceLibrary& library) {
   return library.getPcName(name.data(), &length) == 1 ? name : std::string();
 }
 
-bool CanTakePort() {
-  if (!platform::StartSockets()) {
-    return false;
+// Who keeps a service from the port; empty when nobody does, or the system does not tell.
+std::string PortHolders(tools::PortKind kind) {
+  std::vector<tools::PortOwner> owners;
+  tools::FindPortOwners(kind, SERVICE_PORT, &owners);
+  std::string holders;
+  for (const tools::PortOwner& owner : owners) {
+    holders += (holders.empty() ? "" : " and ") + tools::OwnerText(owner);
   }
-  const platform::SocketHandle socket = platform::OpenTcpSocket();
-  bool taken = false;
-  if (socket > platform::NO_SOCKET) {
-    taken =
-        platform::BindListeningPort(socket, SERVICE_PORT) && platform::StartListening(socket, 1);
-    platform::CloseSocket(socket);
-  }
-  platform::EndSockets();
-  return taken;
+  return holders;
 }
 
 bool ToldNoNetwork(HostState* state) {
@@ -51,10 +48,15 @@ std::string WhyNotStarted(bool toldNoNetwork) {
   if (toldNoNetwork) {
     return "this PC has no usable address, only its loopback address; connect it to a network";
   }
-  if (!CanTakePort()) {
-    return "TCP port 2968 is taken; another host program may be running on this PC";
+  const std::string tcpHolders = PortHolders(tools::PORT_TCP_LISTENING);
+  if (!tcpHolders.empty()) {
+    return "TCP port 2968 is held by " + tcpHolders;
   }
-  return "the PC's name or address could not be had, or UDP port 2968 is taken";
+  const std::string udpHolders = PortHolders(tools::PORT_UDP);
+  if (!udpHolders.empty()) {
+    return "UDP port 2968 is held by " + udpHolders;
+  }
+  return "the PC's name or address could not be had, or a port 2968 is taken";
 }
 
 bool IsFinished(HostState* state) {
@@ -81,7 +83,8 @@ bool HasPassed(std::int64_t deadlineMs) {
 
 // True when the host is to end, false when its service is to be restarted.
 bool WaitUntilFinished(HostState* state, const Deadlines& deadlines) {
-  while (!tools::InterruptCame() && !IsFinished(state) && !HasPassed(deadlines.endMs)) {
+  while (!tools::InterruptCame() && !tools::OutputFailed() && !IsFinished(state) &&
+         !HasPassed(deadlines.endMs)) {
     if (HasPassed(deadlines.restartMs)) {
       return false;
     }
@@ -99,7 +102,8 @@ bool Serve(const HostOptions& options, const ServiceLibrary& library, HostState*
   const auto nameLength = static_cast<std::int32_t>(options.pcName.size());
   *finished = true;
   if (nameLength > 0 && library.setPcName(options.pcName.data(), nameLength) != 1) {
-    tools::PrintError("The service did not take '" + options.pcName + "' as the PC's name.");
+    tools::PrintError("The service did not take '" + tools::FromLibraryText(options.pcName) +
+                      "' as the PC's name.");
     return false;
   }
   {
@@ -147,8 +151,7 @@ int RunService(const HostOptions& options, const ServiceLibrary& library, HostSt
 int Run(const HostOptions& options) {
   ServiceLibrary library;
   std::string why;
-  const std::string path = options.libraryPath.empty() ? DefaultLibraryPath() : options.libraryPath;
-  if (!LoadServiceLibrary(path, &library, &why)) {
+  if (!LoadServiceLibrary(LibraryPath(options), &library, &why)) {
     tools::PrintError("The library cannot be used: " + why + ".");
     return EXIT_NO_LIBRARY;
   }
@@ -175,11 +178,12 @@ int Run(const HostOptions& options) {
 }  // namespace zvqrn::host
 
 int main(int argc, char** argv) {
+  zvqrn::tools::PrepareOutput();
   zvqrn::host::HostOptions options;
   int exitCode = zvqrn::host::EXIT_OK;
-  if (!zvqrn::host::ReadOptions(argc, argv, &options, &exitCode)) {
-    return exitCode;
+  if (zvqrn::host::ReadOptions(zvqrn::tools::ReadArguments(argc, argv), &options, &exitCode)) {
+    zvqrn::tools::WatchForInterrupt();
+    exitCode = zvqrn::host::Run(options);
   }
-  zvqrn::tools::WatchForInterrupt();
-  return zvqrn::host::Run(options);
+  return zvqrn::tools::EndOutput("quorin-host", exitCode, zvqrn::host::EXIT_FAILED);
 }

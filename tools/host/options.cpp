@@ -1,8 +1,10 @@
 #include "host/options.h"
 
 #include "common/command_line.h"
+#include "common/machine_text.h"
+#include "common/module_loader.h"
 #include "common/text.h"
-#include "host/exit_codes.h"
+#include "host/service_library.h"
 #include "zvqrn/zvqrn.h"
 
 namespace zvqrn::host {
@@ -61,12 +63,22 @@ std::int32_t AnswerCode(const std::string& text) {
   return code;
 }
 
+// Gives a text for the library; refuses the command line when its code page lacks a letter.
+std::string LibraryText(const std::string& option, const std::string& text) {
+  std::string bytes;
+  if (!tools::ToLibraryText(text, &bytes)) {
+    tools::RefuseCommandLine(option + ": '" + text + "' has letters beyond this PC's code page");
+  }
+  return bytes;
+}
+
 void AddAnswerOf(HostOptions* options, const std::string& text) {
   const std::size_t equals = text.rfind('=');
   if (equals == std::string::npos || equals == 0) {
     tools::RefuseCommandLine("--answer-for: '" + text + "' is not \"DRIVER NAME=CODE\"");
   }
-  options->answerOf[text.substr(0, equals)] = AnswerCode(text.substr(equals + 1));
+  options->answerOf[LibraryText("--answer-for", text.substr(0, equals))] =
+      AnswerCode(text.substr(equals + 1));
 }
 
 void AddSend(HostOptions* options, const std::string& bytes, const std::string& source) {
@@ -97,10 +109,18 @@ SendTo SendToOf(const std::string& text) {
   tools::RefuseCommandLine("--send-to: '" + text + "' is none of start, single and all");
 }
 
-void CheckPcName(const std::string& name) {
-  if (name.empty() || name.size() > PC_NAME_LIMIT) {
+void CheckPcName(std::string* name) {
+  *name = LibraryText("--name", *name);
+  if (name->empty() || name->size() > PC_NAME_LIMIT) {
     tools::RefuseCommandLine("--name: a PC name has 1 to 15 bytes");
   }
+}
+
+std::string VersionText(const HostOptions& options) {
+  const std::string path = LibraryPath(options);
+  const std::string version = tools::ModuleVersion(path);
+  return "quorin-host " QUORIN_VERSION "\nlibrary " + (version.empty() ? "unknown" : version) +
+         " (" + path + ")";
 }
 
 void AddAnswerOptions(tools::CommandLine* line, HostOptions* options) {
@@ -163,16 +183,17 @@ const char* AnswerWord(std::int32_t code) {
   return "ERROR";
 }
 
-bool ReadOptions(int argc, char** argv, HostOptions* options, int* exitCode) {
+bool ReadOptions(const std::vector<std::string>& arguments, HostOptions* options, int* exitCode) {
   CLI::Option* name = nullptr;
   const auto addOptions = [&](tools::CommandLine* line) { name = AddOptions(line, options); };
   const auto check = [&] {
     if (tools::WasGiven(name)) {
-      CheckPcName(options->pcName);
+      CheckPcName(&options->pcName);
     }
   };
-  return tools::ReadCommandLine(argc, argv, {"quorin-host", DESCRIPTION, FOOTER}, addOptions, check,
-                                exitCode);
+  const auto version = [&] { return VersionText(*options); };
+  return tools::ReadCommandLine(arguments, {"quorin-host", DESCRIPTION, FOOTER, version},
+                                addOptions, check, exitCode);
 }
 
 }  // namespace zvqrn::host

@@ -14,13 +14,14 @@ enum SendTo { SEND_TO_START, SEND_TO_SINGLE, SEND_TO_ALL };
 constexpr std::int32_t SEND_INSIDE_CALLBACK = -1;
 
 struct HostOptions {
-  std::string libraryPath;                       // empty: the library beside the program
-  std::string pcName;                            // empty: the PC's own
-  bool json = false;                             // one object a line instead of prose
-  std::int32_t answer = 1;                       // result of the callback
-  std::map<std::string, std::int32_t> answerOf;  // by driver name, before `answer`
-  std::int32_t delayMs = 0;                      // before the callback returns
-  std::vector<std::string> sends;                // data for the scanner, in this order
+  std::string libraryPath;  // empty: the library beside the program
+  std::string pcName;       // as the library takes it; empty: the PC's own
+  bool json = false;        // one object a line instead of prose
+  std::int32_t answer = 1;  // result of the callback
+  std::map<std::string, std::int32_t>
+      answerOf;                    // by driver name as the library gives it; before `answer`
+  std::int32_t delayMs = 0;        // before the callback returns
+  std::vector<std::string> sends;  // data for the scanner, in this order
   SendTo sendTo = SEND_TO_START;
   std::int32_t sendAfterMs = SEND_INSIDE_CALLBACK;  // or so long after the callback returned
   std::int32_t requests = 0;                        // end after so many answers; 0: no limit
@@ -28,9 +29,9 @@ struct HostOptions {
   double restartSeconds = 0;                        // stop and start so often; 0: never
 };
 
-// Reads the command line.  False when the program is to end at once with `*exitCode`: help was
-// asked for, or something is wrong with it; either has been printed.
-bool ReadOptions(int argc, char** argv, HostOptions* options, int* exitCode);
+// Reads the command line.  False when the program is to end at once with `*exitCode`: help or the
+// version was asked for, or something is wrong with it, and it has been printed.
+bool ReadOptions(const std::vector<std::string>& arguments, HostOptions* options, int* exitCode);
 
 // The word of an answer code as the scanner gets it ("OK"; "BUSY" for 9, "ERROR" for any that has
 // no word).

@@ -1,9 +1,9 @@
 #include "host/service_library.h"
 
 #include <cstdint>
-#include <filesystem>
 #include <fstream>
 
+#include "common/machine_text.h"
 #include "common/module_loader.h"
 
 namespace zvqrn::host {
@@ -37,7 +37,7 @@ BinaryKind InspectBinary(const std::string& path) {
   constexpr std::uint32_t PE_POINTER_OFFSET = 0x3C;
   constexpr std::uint32_t PE_MAGIC = 0x4550;
   constexpr std::uint32_t MACHINE_I386 = 0x14C;
-  std::ifstream file(path, std::ios::binary);
+  std::ifstream file(tools::PathOf(path), std::ios::binary);
   if (ReadNumber(file, 0, 4) == ELF_MAGIC) {
     return {"Linux", ReadNumber(file, ELF_CLASS_OFFSET, 1) == 1 ? 32 : 64};
   }
@@ -53,7 +53,7 @@ BinaryKind InspectBinary(const std::string& path) {
 std::string ExplainFailure(const std::string& path, const std::string& systemsReason) {
   const std::string quoted = "'" + path + "'";
   std::error_code failed;
-  if (!std::filesystem::exists(path, failed)) {
+  if (!std::filesystem::exists(tools::PathOf(path), failed)) {
     return "there is no library " + quoted + "; --library says where it is";
   }
   const BinaryKind kind = InspectBinary(path);
@@ -79,21 +79,25 @@ bool Find(void* module, const char* name, Function* function, std::string* why) 
 
 }  // namespace
 
-std::string DefaultLibraryPath() {
-  const std::filesystem::path folder = tools::ProgramFolder();
+std::string LibraryPath(const HostOptions& options) {
+  if (!options.libraryPath.empty()) {
+    return options.libraryPath;
+  }
+  const std::filesystem::path folder = tools::PathOf(tools::ProgramFolder());
   const std::filesystem::path beside = folder / tools::SERVICE_LIBRARY_FILE;
   const std::filesystem::path installed =
       folder / QUORIN_INSTALLED_LIBRARY_FOLDER / tools::SERVICE_LIBRARY_FILE;
   std::error_code failed;
   const bool useInstalled =
       !std::filesystem::exists(beside, failed) && std::filesystem::exists(installed, failed);
-  return (useInstalled ? installed : beside).string();
+  return tools::TextOf(useInstalled ? installed : beside);
 }
 
 bool LoadServiceLibrary(const std::string& path, ServiceLibrary* library, std::string* why) {
   // Without a folder the system would look for the name along its own search path.
   std::error_code failed;
-  const std::string wholePath = std::filesystem::absolute(path, failed).string();
+  const std::string wholePath =
+      tools::TextOf(std::filesystem::absolute(tools::PathOf(path), failed));
   std::string systemsReason;
   library->module = tools::OpenModule(wholePath, &systemsReason);
   if (library->module == nullptr) {

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "host/options.h"
 #include "zvqrn/zvqrn.h"
 
 namespace zvqrn::host {
@@ -16,9 +17,9 @@ struct ServiceLibrary {
   decltype(&QRNSetPCName) setPcName = nullptr;
 };
 
-// Gives the path of the library that belongs to this program: beside it, or where an installation
-// puts it.
-std::string DefaultLibraryPath();
+// Gives the path of the library that the options name, or of the one that belongs to this program:
+// beside it, or where an installation puts it.
+std::string LibraryPath(const HostOptions& options);
 
 // Loads the library at `path` and finds its functions; false with a sentence in `why` that a user
 // can act on.  The caller unloads it.

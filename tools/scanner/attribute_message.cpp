@@ -17,6 +17,7 @@ constexpr std::uint32_t FLAG_REQUEST_MULTICAST = 0x2000;
 // Longer messages do not fit what a receiver must be able to take, and say so in a flag.
 constexpr std::size_t MESSAGE_LIMIT = 1400;
 constexpr std::size_t LENGTH_OFFSET = 2;
+constexpr std::size_t XID_OFFSET = 10;
 constexpr std::size_t HEAD_SIZE = 14;  // up to and with the length of the language tag
 
 void AppendNumber(std::string* bytes, std::size_t number, unsigned size) {
@@ -94,8 +95,7 @@ std::string CheckHead(Reader* reader, const AttributeRequest& request) {
     return Differs("the next extension offset", extension, 0);
   }
   if (xid != request.xid) {
-    return "the XID is " + Hex(xid) + ", not " + Hex(request.xid) +
-           ": a late reply to an earlier request, or a wrong one";
+    return "the XID is " + Hex(xid) + ", not " + Hex(request.xid);
   }
   return {};
 }
@@ -170,6 +170,19 @@ std::string ReadReply(const std::string& bytes, const AttributeRequest& request,
     return problem;
   }
   return ReadAttributes(attributes, pc);
+}
+
+bool AnswersAnotherRequest(const std::string& bytes, const AttributeRequest& request) {
+  if (bytes.size() < HEAD_SIZE) {
+    return false;
+  }
+  // Read once more as the answer to a request that had its XID and its language tag.
+  Reader reader{bytes, XID_OFFSET};
+  AttributeRequest other = request;
+  other.xid = static_cast<std::uint16_t>(reader.Number(2));
+  other.language = reader.Text();
+  PcDescription pc;
+  return other.xid != request.xid && ReadReply(bytes, other, &pc).empty();
 }
 
 bool IsAttributeRequest(const std::string& bytes) {

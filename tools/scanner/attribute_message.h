@@ -36,6 +36,9 @@ struct PcDescription {
 // otherwise what is wrong (escaped).
 std::string ReadReply(const std::string& bytes, const AttributeRequest& request, PcDescription* pc);
 
+// True for a well-formed reply to a request of another XID: one of an earlier search's burst.
+bool AnswersAnotherRequest(const std::string& bytes, const AttributeRequest& request);
+
 // True for a message of the function of a request: another scanner's, that came to the same port.
 bool IsAttributeRequest(const std::string& bytes);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "common/output.h"
 #include "common/text.h"
 #include "platform/clock.h"
 #include "platform/thread.h"

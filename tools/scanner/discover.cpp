@@ -5,7 +5,7 @@
 
 #include "common/adapters.h"
 #include "common/json_lines.h"
-#include "common/text.h"
+#include "common/output.h"
 #include "common/utf8.h"
 #include "scanner/commands.h"
 #include "scanner/report.h"
@@ -187,8 +187,11 @@ ExitCode RunDiscover(const DiscoverOptions& options) {
   if (!result.malformed.empty()) {
     throw Failure(EXIT_PROTOCOL_ERROR, "only malformed replies came");
   }
-  throw Failure(EXIT_NOTHING_THERE,
-                "no PC answered within " + std::to_string(search.timeoutMs) + " ms");
+  std::string reason = "no PC answered within " + std::to_string(search.timeoutMs) + " ms";
+  if (result.foreign > 0) {
+    reason += "; " + Datagrams(result.foreign) + " answered another request";
+  }
+  throw Failure(EXIT_NOTHING_THERE, reason);
 }
 
 std::string AddressProblem(const std::string& text) {

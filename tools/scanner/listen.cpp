@@ -1,11 +1,12 @@
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
 #include <limits>
 #include <memory>
 
 #include "common/interrupt.h"
+#include "common/machine_text.h"
+#include "common/output.h"
 #include "common/text.h"
 #include "platform/clock.h"
 #include "scanner/commands.h"
@@ -42,7 +43,7 @@ constexpr char EXAMPLES[] =
     "\n";
 
 void WriteFile(const std::string& path, const std::string& bytes, std::ios::openmode how) {
-  std::ofstream file(path, std::ios::binary | how);
+  std::ofstream file(tools::PathOf(path), std::ios::binary | how);
   file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   file.close();
   if (!file) {
@@ -56,7 +57,7 @@ std::string SaveData(const ListenOptions& options, int number, const std::string
   if (!options.saveFolder.empty()) {
     char name[32];
     std::snprintf(name, sizeof name, "data-%04d.bin", number);
-    std::string path = (std::filesystem::path(options.saveFolder) / name).string();
+    std::string path = tools::TextOf(tools::PathOf(options.saveFolder) / name);
     WriteFile(path, bytes, std::ios::trunc);
     return path;
   }
@@ -69,8 +70,9 @@ std::string SaveData(const ListenOptions& options, int number, const std::string
 void PrepareFiles(const ListenOptions& options) {
   std::error_code failed;
   if (!options.saveFolder.empty()) {
-    std::filesystem::create_directories(options.saveFolder, failed);
-    if (!std::filesystem::is_directory(options.saveFolder, failed)) {
+    const std::filesystem::path folder = tools::PathOf(options.saveFolder);
+    std::filesystem::create_directories(folder, failed);
+    if (!std::filesystem::is_directory(folder, failed)) {
       throw Failure(EXIT_LOCAL_TROUBLE, "cannot make the folder '" + options.saveFolder + "'");
     }
   }
@@ -85,7 +87,8 @@ void ListenUntilEnd(Connection* connection, const ListenOptions& options, const 
       options.seconds > 0
           ? platform::MonotonicMilliseconds() + static_cast<std::int64_t>(options.seconds * 1000)
           : std::numeric_limits<std::int64_t>::max();
-  while (!tools::InterruptCame() && (options.count == 0 || count < options.count)) {
+  while (!tools::InterruptCame() && !tools::OutputFailed() &&
+         (options.count == 0 || count < options.count)) {
     const std::int64_t now = platform::MonotonicMilliseconds();
     if (now >= endMs) {
       return;

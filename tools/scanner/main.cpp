@@ -1,7 +1,8 @@
 // quorin-scanner: plays a network scanner towards a PC on which the service runs.
 #include <exception>
 
-#include "common/text.h"
+#include "common/machine_text.h"
+#include "common/output.h"
 #include "scanner/commands.h"
 #include "scanner/report.h"
 
@@ -26,7 +27,7 @@ constexpr char EXAMPLES[] =
     "that discover and doctor find are read as the UTF-8 that they are.\n"
     "\n";
 
-int Main(int argc, char** argv) {
+int Main(const std::vector<std::string>& arguments) {
   Command chosen;
   const auto addCommands = [&](tools::CommandLine* program) {
     AddDiscover(program, &chosen);
@@ -36,9 +37,10 @@ int Main(int argc, char** argv) {
     AddStress(program, &chosen);
   };
   const tools::ProgramHelp help = {"quorin-scanner", DESCRIPTION,
-                                   std::string(EXAMPLES) + EXIT_CODES_HELP};
+                                   std::string(EXAMPLES) + EXIT_CODES_HELP,
+                                   [] { return "quorin-scanner " QUORIN_VERSION; }};
   int exitCode = EXIT_OK;
-  if (!tools::ReadCommandLine(argc, argv, help, addCommands, {}, &exitCode)) {
+  if (!tools::ReadCommandLine(arguments, help, addCommands, {}, &exitCode)) {
     return exitCode;
   }
   try {
@@ -54,10 +56,13 @@ int Main(int argc, char** argv) {
 }  // namespace zvqrn::scanner
 
 int main(int argc, char** argv) {
+  using zvqrn::scanner::EXIT_LOCAL_TROUBLE;
+  zvqrn::tools::PrepareOutput();
+  int exitCode = EXIT_LOCAL_TROUBLE;
   try {
-    return zvqrn::scanner::Main(argc, argv);
+    exitCode = zvqrn::scanner::Main(zvqrn::tools::ReadArguments(argc, argv));
   } catch (const std::exception& error) {
     zvqrn::tools::PrintError(std::string("quorin-scanner: ") + error.what());
-    return zvqrn::scanner::EXIT_LOCAL_TROUBLE;
   }
+  return zvqrn::tools::EndOutput("quorin-scanner", exitCode, EXIT_LOCAL_TROUBLE);
 }

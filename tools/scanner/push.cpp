@@ -2,6 +2,7 @@
 #include <memory>
 #include <vector>
 
+#include "common/output.h"
 #include "common/text.h"
 #include "platform/clock.h"
 #include "scanner/commands.h"
@@ -92,7 +93,7 @@ ExitCode RunPush(const PushOptions& options) {
   };
   const OpenConnection connection = Connect(options.request.link);
   ExitCode exitCode = EXIT_OK;
-  for (std::int32_t i = 0; i < options.repeat; ++i) {
+  for (std::int32_t i = 0; i < options.repeat && !tools::OutputFailed(); ++i) {
     Note(&exitCode, PushOnce(connection.get(), options, onData));
   }
   return exitCode;

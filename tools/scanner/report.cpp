@@ -1,6 +1,7 @@
 #include "scanner/report.h"
 
 #include "common/json_lines.h"
+#include "common/output.h"
 #include "common/text.h"
 #include "scanner/verdict.h"
 
@@ -70,13 +71,13 @@ void PrintData(bool json, int number, const HostData& data, const std::string& f
     if (file.empty()) {
       object["data"] = tools::JsonText(data.bytes);
     } else {
-      object["file"] = tools::JsonText(file);
+      object["file"] = file;
     }
     tools::PrintJsonLine(object);
     return;
   }
-  const std::string what = file.empty() ? ":\n    " + tools::EscapeBytes(data.bytes)
-                                        : ", saved in " + tools::EscapeBytes(file);
+  const std::string what =
+      file.empty() ? ":\n    " + tools::EscapeBytes(data.bytes) : ", saved in " + file;
   tools::PrintLine("data " + std::to_string(number) + " from the host, uid " +
                    tools::EscapeBytes(data.uid) + ", for request " +
                    tools::EscapeBytes(data.parentUid) + ", " + std::to_string(data.bytes.size()) +
@@ -86,7 +87,7 @@ void PrintData(bool json, int number, const HostData& data, const std::string& f
 void PrintFailure(bool json, const Failure& failure) {
   if (json) {
     tools::PrintJsonLine({{"event", "failure"},
-                          {"reason", tools::JsonText(failure.what())},
+                          {"reason", failure.what()},
                           {"exitCode", static_cast<int>(failure.exitCode)}});
   }
   tools::PrintError(std::string("quorin-scanner: ") + failure.what());

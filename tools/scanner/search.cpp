@@ -5,6 +5,7 @@
 #include <random>
 
 #include "common/adapters.h"
+#include "common/output.h"
 #include "common/text.h"
 #include "scanner/connection.h"
 
@@ -91,6 +92,8 @@ bool TakeReply(const Search& search, platform::SocketHandle socket, Moment start
   const std::string problem = ReadReply(bytes, search.request, &description);
   if (problem.empty()) {
     NotePc(result, sender.address, description, bytes, replyMs);
+  } else if (AnswersAnotherRequest(bytes, search.request)) {
+    ++result->foreign;
   } else {
     NoteMalformed(result, sender.address, problem);
   }

@@ -45,6 +45,7 @@ struct SearchResult {
   std::vector<FoundPc> pcs;               // in the order of their first replies
   std::vector<MalformedReply> malformed;  // as many as anyone will read
   int moreMalformed = 0;                  // datagrams beyond these
+  int foreign = 0;                        // datagrams that answer other requests
 };
 
 // Gives a search for any PC: the default request with a fresh XID, to `to`.

@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "common/interrupt.h"
-#include "common/text.h"
+#include "common/output.h"
 #include "platform/clock.h"
 #include "platform/thread.h"
 #include "scanner/commands.h"
@@ -198,7 +198,7 @@ ExitCode RunStress(const StressOptions& options) {
   bool right = true;
   bool inTime = true;
   for (const Kind* kind : kinds) {
-    if (tools::InterruptCame()) {
+    if (tools::InterruptCame() || tools::OutputFailed()) {
       break;
     }
     KindResult result;

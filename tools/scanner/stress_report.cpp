@@ -3,7 +3,7 @@
 #include <cstdio>
 
 #include "common/json_lines.h"
-#include "common/text.h"
+#include "common/output.h"
 #include "scanner/stress.h"
 
 namespace zvqrn::scanner {

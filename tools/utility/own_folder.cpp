@@ -1,7 +1,5 @@
 #include "own_folder.h"
 
-#include <filesystem>
-
 #if defined(_WIN32)
 #include <windows.h>
 #else
@@ -12,17 +10,19 @@ namespace zvqrn::utility {
 
 namespace {
 
-std::string AskForOwnFile() {
+std::filesystem::path AskForOwnFile() {
 #if defined(_WIN32)
   HMODULE module = nullptr;
   constexpr DWORD FLAGS =
       GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
-  if (GetModuleHandleExA(FLAGS, reinterpret_cast<LPCSTR>(&AskForOwnFile), &module) == 0) {
+  if (GetModuleHandleExW(FLAGS, reinterpret_cast<LPCWSTR>(&AskForOwnFile), &module) == 0) {
     return {};
   }
-  char path[MAX_PATH] = {};
-  const DWORD length = GetModuleFileNameA(module, path, MAX_PATH);
-  return length < MAX_PATH ? std::string(path, length) : std::string();
+  // No path of Windows is longer.
+  std::wstring path(32768, L'\0');
+  const auto room = static_cast<DWORD>(path.size());
+  path.resize(GetModuleFileNameW(module, path.data(), room));
+  return path;
 #else
   Dl_info own = {};
   const bool known = dladdr(reinterpret_cast<void*>(&AskForOwnFile), &own) != 0;
@@ -32,8 +32,8 @@ std::string AskForOwnFile() {
 
 }  // namespace
 
-std::string PathBesideLibrary(const std::string& name) {
-  return (std::filesystem::path(AskForOwnFile()).parent_path() / name).string();
+std::filesystem::path PathBesideLibrary(const char* name) {
+  return AskForOwnFile().parent_path() / name;
 }
 
 }  // namespace zvqrn::utility

@@ -2,12 +2,12 @@
 // the library is loaded: later the question could wait for the loader.
 #pragma once
 
-#include <string>
+#include <filesystem>
 
 namespace zvqrn::utility {
 
 // The path of `name` beside this library's own file; just `name` when the system does not tell
 // where that is.
-std::string PathBesideLibrary(const std::string& name);
+std::filesystem::path PathBesideLibrary(const char* name);
 
 }  // namespace zvqrn::utility

@@ -1,0 +1,140 @@
+#!/usr/bin/env bash
+# Checks what the tools do where they are used wrongly or where the machine is not as usual: wrong
+# words, output that cannot be written, letters beyond ASCII, taken ports, a terminal that closes.
+# Prints a line a case.  Usage: scripts/check_tools.sh BUILD_FOLDER [RUNNER...]
+# RUNNER starts a Windows program, for a folder of such: scripts/under_wine.sh.
+set -euo pipefail
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+readonly here
+
+if [[ -z ${QUORIN_PRIVATE_ADDRESS:-} ]]; then
+  exec "$here/private_network.sh" bash "${BASH_SOURCE[0]}" "$@"
+fi
+build=$(cd "$1" && pwd)
+runner=("${@:2}")
+version=$(sed -nE 's/^project\(ZVQRN VERSION ([0-9.]+).*/\1/p' "$here/../CMakeLists.txt")
+files=(quorin-host quorin-scanner libZVQRN.so libDRAVLIB.so)
+suffix=
+if [[ ${#runner[@]} -gt 0 ]]; then
+  suffix=.exe
+  files=(quorin-host.exe quorin-scanner.exe ZVQRN.dll DRAVLIB.dll)
+fi
+
+# Everything runs in a folder whose name has a letter beyond ASCII.  The user has chosen no locale, as
+# in a service or a container; Wine needs one to know the names of files.
+readonly work=$build/Prüfstand-$$
+mkdir "$work"
+host_pid=
+clean_up() {
+  [[ -z $host_pid ]] || kill "$host_pid" 2>/dev/null || true
+  wait
+  rm -rf -- "$work"
+}
+trap clean_up EXIT
+cp -L "${files[@]/#/$build/}" "$build/DRAVLIB.txt" "$work"
+export LC_ALL=C
+[[ -z $suffix ]] || export LC_ALL=C.UTF-8
+
+tool() {
+  "${runner[@]}" "$work/$1$suffix" "${@:2}"
+}
+
+failed=0
+report() {
+  if [[ $2 == good ]]; then
+    printf 'passed  tools-%s\n' "$1"
+  else
+    failed=$((failed + 1))
+    printf 'FAILED  tools-%s: %s\n' "$1" "$2"
+    sed 's/^/        /' "$work/output"
+  fi
+}
+
+# Runs a tool as a case: its exit code, and a text that its output has.
+check() {
+  local name=$1 wanted=$2 text=$3 code=0 verdict=good
+  shift 3
+  tool "$@" >"$work/output" 2>&1 || code=$?
+  grep -qF -- "$text" "$work/output" || verdict="the output lacks '$text'"
+  [[ $code -eq $wanted ]] || verdict="exit code $code, not $wanted"
+  report "$name" "$verdict"
+}
+
+# The same with one of its outputs on a full disk: 1 or 2.
+check_full() {
+  local name=$1 output=$2 code=0 verdict=good
+  shift 2
+  case $output in
+    1) tool "$@" >/dev/full 2>"$work/output" || code=$? ;;
+    2) tool "$@" >"$work/output" 2>/dev/full || code=$? ;;
+  esac
+  [[ $output -eq 2 ]] || grep -q 'cannot be written' "$work/output" || verdict='it does not say so'
+  [[ $code -eq 1 ]] || verdict="exit code $code, not 1"
+  report "$name" "$verdict"
+}
+
+# Waits until the host in the background has printed a text.
+await_host() {
+  local tries
+  for ((tries = 0; tries < 300; ++tries)); do
+    ! grep -qF -- "$1" "$work/host.out" || return 0
+    sleep 0.1
+  done
+  cp "$work/host.out" "$work/output"
+  return 1
+}
+
+check no-such-command 2 "'foo' is none of" quorin-scanner foo
+check command-help 2 "'help' is none of" quorin-scanner help
+check no-such-option 2 "'--josn' is none of" quorin-scanner --josn
+check no-such-host-option 2 'foo' quorin-host foo
+check scanner-version 0 "quorin-scanner $version" quorin-scanner --version
+check host-version 0 "library $version ($build/" quorin-host --version --library "$build/${files[2]}"
+check missing-library 3 'nichts/ßo' quorin-host --library "nichts/ßo"
+[[ -z $suffix ]] || check foreign-letters 2 "'日本' has letters" quorin-host --name 日本
+check_full full-help 1 quorin-scanner --help
+check_full full-version 1 quorin-host --version
+check_full full-host 1 quorin-host --for 20
+
+# A host whose name, data and library's folder have letters beyond ASCII.
+printf 'Daten' >"$work/Prüfdaten"
+(exec "${runner[@]}" "$work/quorin-host$suffix" --name Büro --send-file "$work/Prüfdaten" \
+  >"$work/host.out" 2>&1) &
+host_pid=$!
+if await_host 'PC name: Büro'; then report name-printed good; else report name-printed missing; fi
+address=$QUORIN_PRIVATE_ADDRESS
+check name-found 0 'PC 1: Büro' quorin-scanner discover --to "$address" --count 1
+# A search that ends early leaves the rest of its burst to the next one; a slow machine may miss it.
+for ((tries = 0; tries < 20; ++tries)); do
+  tool quorin-scanner discover --to "$address" --count 1 >"$work/output" || break
+  tool quorin-scanner discover --to "$address" --service-type service:printer --timeout 1200 \
+    >"$work/output" 2>&1 || true
+  grep -q 'malformed\|another request' "$work/output" && break
+done
+if grep -q 'another request' "$work/output"; then
+  report rest-of-a-burst good
+else
+  report rest-of-a-burst 'not told from a malformed reply'
+fi
+check table-found 0 'StatusOut OK' quorin-scanner push --timeout 30000
+check saved 0 "saved in $work/Körbe" quorin-scanner listen --count 1 --save "$work/Körbe"
+check_full full-push 1 quorin-scanner push
+check_full full-trace 2 quorin-scanner push --trace
+check_full full-json 1 quorin-scanner discover --to "$address" --count 1 --json
+check full-file 1 "cannot write '/dev/full'" quorin-scanner listen --count 1 --output /dev/full
+check taken-port 4 'TCP port 2968 is held by quorin-host' quorin-host
+if [[ -n $suffix ]]; then # a Windows program has no signals
+  [[ $failed -eq 0 ]]
+  exit
+fi
+kill -HUP "$host_pid"
+host_code=0
+wait "$host_pid" || host_code=$?
+host_pid=
+cp "$work/host.out" "$work/output"
+if [[ $host_code -eq 0 ]] && grep -q 'The service has ended' "$work/output"; then
+  report hang-up good
+else
+  report hang-up "exit code $host_code"
+fi
+[[ $failed -eq 0 ]]
