@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+
 #include "platform/thread.h"
 #include "support/host.h"
 #include "support/messages.h"
@@ -71,7 +73,11 @@ class Address : public testing::Test {
 };
 
 TEST_F(Address, IsWaitedForAndServedWhenItComes) {
+  // Told on this thread, in the middle of a start.
+  std::atomic<std::int32_t> inStatus{-1};
+  host.onStatus = [&] { inStatus = host.Start() * 10 + host.Stop(); };
   StartWaiting();
+  EXPECT_EQ(inStatus.load(), 0);
   EXPECT_EQ(host.StatusTexts(), NO_NETWORK);
   std::int32_t length = 0;
   EXPECT_EQ(host.library.getPcName(nullptr, &length), 0) << "it does not run yet";

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <clocale>
 #include <cstdlib>
 #include <mutex>
 #include <numeric>
@@ -153,6 +154,13 @@ TEST_F(Discovery, TellsTheNameInUtf8) {
         std::string("(ClientName=") + (japanese ? c.inJapan : c.western) + "),";
     EXPECT_NE(reply.find(wanted), std::string::npos) << reply;
   }
+#if !defined(_WIN32)  // a process there has its code page for good
+  ASSERT_NE(std::setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
+  EXPECT_EQ(host.library.setPcName("B\xC3\xBCro", 5), 1);
+  const std::string reply = scanner.Ask(PC_ADDRESS);
+  EXPECT_NE(reply.find("(ClientName=B\xC3\xBCro),"), std::string::npos) << reply;
+  std::setlocale(LC_CTYPE, "C");
+#endif
 }
 
 TEST_F(Discovery, SendsNothingAfterAStop) {

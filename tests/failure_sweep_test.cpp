@@ -2,10 +2,8 @@
 // next call of one function failing, until it runs untouched; and once with every call failing.
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -49,20 +47,12 @@ const struct {
 
 // More than any scenario has calls of one function.
 constexpr std::int32_t MOST_CALLS = 80;
-constexpr unsigned DEADLINE_SECONDS = 120;
+constexpr int DEADLINE_SECONDS = 120;
 
 // What a failure may have prevented is given up when the library's threads have been at rest or at
 // work, tens of milliseconds in all: the time that they wait for a processor does not count.
 constexpr std::int64_t WORK_IN_VAIN_MS = 200;
 constexpr std::int32_t LOOK_MS = 5;
-
-std::string label;
-
-void EndLateRun(int /*signal*/) {
-  const std::string text = "not ended in time: " + label + "\n";
-  EXPECT_GT(write(STDERR_FILENO, text.c_str(), text.size()), 0);
-  abort();
-}
 
 // Lets the calling thread's calls fail, as those of the library's threads do.
 template <typename Action>
@@ -342,22 +332,19 @@ class Failures : public testing::TestWithParam<Scenario> {
   void SetUp() override {
     ASSERT_TRUE(InPrivateNetwork());
     isSpared = true;
-    signal(SIGALRM, &EndLateRun);
     RunCommand("ip address replace 10.99.0.2/24 dev quorin1");
     ASSERT_EQ(Load(), "1");
   }
-  void TearDown() override {
-    alarm(0);
-    Unload();
-  }
+  void TearDown() override { Unload(); }
 
   // One run; true when the failure was met.
   bool Run(Effect effect) {
     const Scenario& scenario = GetParam();
-    label = std::string(scenario.name) + ", " + failing.function + " with " +
-            std::to_string(failing.error) + ", call " + std::to_string(failing.number);
+    const std::string label = std::string(scenario.name) + ", " + failing.function + " with " +
+                              std::to_string(failing.error) + ", call " +
+                              std::to_string(failing.number);
     SCOPED_TRACE(label);
-    alarm(DEADLINE_SECONDS);
+    EndProcessAfter(DEADLINE_SECONDS, label.c_str());
     bench.mayMiss = effect == NOTICED;
     callCount = 0;
     failureCount = 0;

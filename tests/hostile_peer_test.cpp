@@ -65,6 +65,13 @@ TEST(HostilePeer, CannotHoldUpAStopNorMakeItSpin) {
       {"announces more than an integer holds",
        [](Scanner* s, Host*) { Announce(s, "99999999999999999999"); }},
       {"announces less than nothing", [](Scanner* s, Host*) { Announce(s, "-2147483648"); }},
+      {"cuts a body of 2 GB",
+       [](Scanner* s, Host*) {
+         const std::string whole = Request(Identity("2.00", "cut"), std::string(DOCUMENT_V2));
+         const std::size_t length = whole.find("Length : ") + 9;
+         s->Send(whole.substr(0, length) + "2000000000" + whole.substr(whole.find("\r\n", length)));
+         s->EndSending();
+       }},
       {"sends without end",
        [](Scanner* s, Host*) {
          for (int i = 0; i < 500; i++) {
@@ -116,6 +123,27 @@ TEST(HostilePeer, CannotDripItsWayPastAStop) {
   EXPECT_LT(platform::MonotonicMilliseconds() - begin, STOP_LIMIT_MS);
   stopped = true;
   dripping.join();
+}
+
+// A scanner leaves while the service stops and two answers for it are due: the first send to it
+// goes through, and the second must fail without a signal, which would end this program.
+TEST(HostilePeer, MayLeaveBeforeTwoAnswers) {
+  Host host(LibraryPath());
+  std::atomic<bool> release{false};
+  host.verdict = [&](EventHeader*) {
+    EXPECT_TRUE(Eventually([&] { return release.load(); }));
+    return QRN_RESPONSE_OK;
+  };
+  ASSERT_EQ(host.Start(), 1);
+  Scanner scanner;
+  scanner.Send(Request(Identity("2.00", "1"), DOCUMENT_V2) +
+               Request(Identity("2.00", "2"), DOCUMENT_V2));
+  EXPECT_TRUE(host.WaitForDeliveries(2));
+  std::thread stopper([&] { EXPECT_EQ(host.Stop(), 1); });
+  EXPECT_TRUE(scanner.HearsNothing(1000));
+  scanner.Close();
+  release = true;
+  stopper.join();
 }
 
 bool IsServed(const std::string& answer) {

@@ -2,12 +2,16 @@
 
 #include <gtest/gtest.h>
 #if !defined(_WIN32)
+#include <fcntl.h>
+#include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #endif
 
 #include <atomic>
 #include <csignal>
+#include <filesystem>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -142,6 +146,88 @@ TEST(Lifecycle, SendsWhatIsDueBeforeItStops) {
   EXPECT_TRUE(scanner.SeesClose());
   stopper.join();
 }
+
+#if !defined(_WIN32)  // handles are no small numbers there, and a name has no dots
+
+// The computer's name of the thread's own namespace, by which a service is started on it.
+std::string NameOfPcCalled(const std::string& hostName) {
+  std::string name(15, '\0');
+  std::thread([&] {
+    ASSERT_EQ(unshare(CLONE_NEWUTS), 0);
+    ASSERT_EQ(sethostname(hostName.data(), hostName.size()), 0);
+    Host host(LibraryPath());
+    ASSERT_EQ(host.Start(), 1);
+    auto length = static_cast<std::int32_t>(name.size());
+    EXPECT_EQ(host.library.getPcName(name.data(), &length), 1);
+    name.resize(static_cast<std::size_t>(length));
+    EXPECT_EQ(host.Stop(), 1);
+  }).join();
+  return name;
+}
+
+TEST(Lifecycle, TakesTheHostNamesFirstLabel) {
+  EXPECT_EQ(NameOfPcCalled("front-desk.office.example"), "FRONT-DESK");
+  EXPECT_EQ(NameOfPcCalled("sixteen-letters-and.more"), "SIXTEEN-LETTERS");
+}
+
+// A run with a scanner of each sort; `check` comes while they are all at work.
+template <typename Check>
+void ServeAndStop(Host* host, Check check) {
+  Scanner main;
+  main.Send(Request(Identity("2.00", "1"), DOCUMENT_V2));
+  EXPECT_NE(main.Receive().find("x-status : 0001"), std::string::npos);
+  Scanner extra;
+  SlpScanner searching;
+  EXPECT_NE(searching.Ask(PC_ADDRESS), "");
+  check();
+  extra.Send(Request(Identity("2.00", "2"), DOCUMENT_V2));
+  EXPECT_NE(extra.Receive().find("x-status : 2001"), std::string::npos);
+  EXPECT_EQ(host->Stop(), 1);
+}
+
+// A host may have closed its standard input, before the start or after it.
+TEST(Lifecycle, MayGetDescriptor0) {
+  const int input = fcntl(0, F_DUPFD_CLOEXEC, 3);
+  for (const bool closedFirst : {true, false}) {
+    Host host(LibraryPath());
+    if (closedFirst) {
+      close(0);
+    }
+    EXPECT_EQ(host.Start(), 1);
+    if (!closedFirst) {
+      close(0);
+    }
+    ServeAndStop(&host, [] {});
+    dup2(input, 0);
+  }
+  close(input);
+}
+
+// The descriptors that a program started now would get.
+std::set<std::string> Inherited() {
+  std::set<std::string> inherited;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    const int flags = fcntl(std::stoi(entry.path().filename()), F_GETFD);
+    if (flags >= 0 && (flags & FD_CLOEXEC) == 0) {
+      inherited.insert(entry.path().filename().string() + " " +
+                       std::filesystem::read_symlink(entry.path()).string());
+    }
+  }
+  return inherited;
+}
+
+TEST(Lifecycle, LeavesNoDescriptorToOtherPrograms) {
+  Host host(LibraryPath());
+  const std::set<std::string> before = Inherited();
+  const std::ptrdiff_t descriptors = Handles();
+  EXPECT_EQ(host.Start(), 1);
+  ServeAndStop(&host, [&] {
+    EXPECT_GT(Handles(), descriptors + 5);
+    EXPECT_EQ(Inherited(), before);
+  });
+}
+
+#endif
 
 // Threads of the host call every export while connections and the service itself come and go.
 TEST(Lifecycle, SurvivesExportsAtAnyMoment) {

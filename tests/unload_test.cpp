@@ -17,6 +17,7 @@
 #include "platform/thread.h"
 #include "support/host.h"
 #include "support/messages.h"
+#include "support/patience.h"
 #include "support/process.h"
 #include "support/scanner.h"
 #include "support/slp_scanner.h"
@@ -99,10 +100,7 @@ class Unload : public testing::TestWithParam<State> {
       // A thread that was left behind would now meet memory that is gone.
       platform::SleepMilliseconds(25);
       // The system takes its time to end one that has left.
-      for (int i = 0; Threads() > threads + busyThreads && i < 200; i++) {
-        platform::SleepMilliseconds(5);
-      }
-      EXPECT_LE(Threads(), threads + busyThreads);
+      EXPECT_TRUE(Eventually([&] { return Threads() <= threads + busyThreads; }));
     }
     done = true;
     for (std::thread& thread : busy) {

@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
+#include "support/patience.h"
+
 namespace zvqrn::platform {
 namespace {
 
@@ -30,6 +35,32 @@ TEST(Waker, IsHeardOnceHoweverOftenItCalls) {
   // Whether the bytes or the call were noticed first, the next call is heard.
   Wake(waker);
   EXPECT_EQ(WaitReadableOrWoken(socket, waker, 5000), WAKER_WOKEN);
+  CloseWaker(waker);
+  CloseSocket(socket);
+  EndSockets();
+}
+
+// What is published before a call is seen by the waiter, whose look may come at any moment of it.
+TEST(Waker, LosesNoCallOfAnotherThread) {
+  constexpr std::int32_t CALLS = 100000;
+  ASSERT_TRUE(StartSockets());
+  const SocketHandle socket = OpenUdpSocket();
+  ASSERT_TRUE(BindDatagramPort(socket, 0, 0, false));
+  Waker* waker = MakeWaker();
+  ASSERT_NE(waker, nullptr);
+  std::atomic<std::int32_t> published{0};
+  std::thread caller([&] {
+    while (published < CALLS) {
+      published++;
+      Wake(waker);
+    }
+  });
+  WakerWait wait = WAKER_WOKEN;
+  while (published < CALLS && wait == WAKER_WOKEN) {
+    wait = WaitReadableOrWoken(socket, waker, test::PATIENCE_MS);
+  }
+  caller.join();
+  EXPECT_EQ(wait, WAKER_WOKEN);
   CloseWaker(waker);
   CloseSocket(socket);
   EndSockets();

@@ -2,10 +2,32 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "platform/socket.h"
+#include "support/process.h"
+
+namespace {
+
+// No test takes that long, on a busy machine and with a sanitiser either.
+constexpr int TEST_LIMIT_SECONDS = 400;
+
+// Ends the program in a test that waits without an end, and says which one it was.
+class EndWatch : public testing::EmptyTestEventListener {
+  void OnTestStart(const testing::TestInfo& test) override {
+    const std::string name = std::string(test.test_suite_name()) + "." + test.name();
+    zvqrn::test::EndProcessAfter(TEST_LIMIT_SECONDS, name.c_str());
+  }
+  void OnTestEnd(const testing::TestInfo& /*test*/) override {
+    zvqrn::test::EndProcessAfter(0, "");
+  }
+};
+
+}  // namespace
 
 int main(int count, char** arguments) {
   testing::InitGoogleTest(&count, arguments);
+  testing::UnitTest::GetInstance()->listeners().Append(new EndWatch);
   // For the scanners, whether or not a service runs.
   return zvqrn::platform::StartSockets() ? RUN_ALL_TESTS() : 1;
 }

@@ -33,6 +33,10 @@ bool IsLoaded();
 extern const char* const SCANNER_ADDRESS;
 const char* MulticastInterface(const char* address);
 
+// Ends this process with an error and `what` on its standard error, unless it is called again
+// within that many seconds; 0 = never.  Does nothing under Windows, where the script has a limit.
+void EndProcessAfter(int seconds, const char* what);
+
 // Runs a command of the shell; fails the test when that fails.  Windows tests find the network as
 // scripts/run_wine_tests.sh has made it: nothing is run there.
 void RunCommand(const std::string& command);

@@ -4,7 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 
@@ -19,6 +22,17 @@ namespace {
 
 std::ptrdiff_t Count(const char* folder) {
   return std::distance(std::filesystem::directory_iterator(folder), {});
+}
+
+char whatIsLate[200];
+
+void EndLate(int /*signal*/) {
+  for (const char* text : {"not ended in time: ", static_cast<const char*>(whatIsLate), "\n"}) {
+    if (write(STDERR_FILENO, text, strlen(text)) < 0) {
+      break;
+    }
+  }
+  abort();
 }
 
 }  // namespace
@@ -82,6 +96,12 @@ bool IsLoaded() {
     }
   }
   return false;
+}
+
+void EndProcessAfter(int seconds, const char* what) {
+  snprintf(whatIsLate, sizeof whatIsLate, "%s", what);
+  signal(SIGALRM, &EndLate);
+  alarm(static_cast<unsigned>(seconds));
 }
 
 void RunCommand(const std::string& command) {

@@ -48,6 +48,8 @@ bool IsLoaded() {
   return GetModuleHandleA("ZVQRN.dll") != nullptr || GetModuleHandleA("DRAVLIB.dll") != nullptr;
 }
 
+void EndProcessAfter(int /*seconds*/, const char* /*what*/) {}
+
 void RunCommand(const std::string& /*command*/) {}
 
 }  // namespace zvqrn::test
