@@ -22,7 +22,7 @@ readonly MODULES=(virtio_ring virtio virtio_pci_modern_dev virtio_pci_legacy_dev
   overlay veth)
 # Time for a start and an end on a busy machine, beside the command's own.
 readonly START_SECONDS=90
-readonly PREFIX_SECONDS=900
+readonly PREFIX_SECONDS=1800
 PATH=$PATH:/usr/sbin:/sbin
 
 root=$("$here/wine_root.sh" --path)
@@ -44,7 +44,7 @@ boot() {
   local pc=$1 changes=$2 seconds=$3 folder=$4 code=0 command
   shift 4
   printf -v command '%q ' "$@"
-  rm -rf -- "$work/disk" "$work/files"
+  rm -rf -- "$work"/{disk,files,results}
   mkdir -p "$work/files/work"
   cp -r "$folder/." "$work/files/work"
   mkdir -p "$work/files/work/build/test-logs"
@@ -73,7 +73,9 @@ END
     -append 'console=ttyS0 quiet panic=-1' \
     -drive "file=$pc/disk,if=virtio,format=raw,cache=unsafe$changes" \
     -drive "file=$work/disk,if=virtio,format=raw,cache=unsafe" </dev/null || code=$?
-  debugfs -R "rdump /work/build/test-logs $folder/build" "$work/disk" 2>/dev/null
+  mkdir -p "$work/results" "$folder/build"
+  debugfs -R "rdump /work/build/test-logs $work/results" "$work/disk" 2>/dev/null
+  cp -r "$work/results/test-logs" "$folder/build" || true
   debugfs -R 'cat /output' "$work/disk" 2>/dev/null
   if [[ ! $(debugfs -R 'cat /exit' "$work/disk" 2>/dev/null) =~ ^[0-9]+$ ]]; then
     printf 'The emulated PC ended before its command (exit code %d).  Its console:\n' "$code" >&2
@@ -120,7 +122,9 @@ make_disk() {
   local new=$1 size
   "${as_root[@]}" mkdir -p "$root/files"
   size=$("${as_root[@]}" du -sm "$root" | cut -f1)
-  "${as_root[@]}" mke2fs -q -t ext4 -O ^has_journal -d "$root" "$new/disk" "$((size + 2048))M" >/dev/null
+  "${as_root[@]}" mke2fs -q -t ext4 -O ^has_journal -d "$root" "$new/disk" "$((size + 2048))M" \
+    >/dev/null
+  "${as_root[@]}" chown "$(id -u)" "$new/disk"
   if [[ ! -e $root/prefix/system.reg ]]; then
     mkdir "$work/first"
     cp -r "$here" "$work/first"
@@ -130,18 +134,23 @@ make_disk() {
 }
 
 if [[ ! -d $pc ]]; then
-  "$here/wine_root.sh" --without-prefix || exit
   as_root=()
-  [[ $(id -u) -eq 0 || -w $(dirname "$pc") ]] || as_root=(sudo)
-  exec {lock}>>"$root.lock"
+  if [[ $(id -u) -ne 0 ]]; then
+    sudo --non-interactive true 2>/dev/null || cannot 'only root (or sudo) can make it'
+    as_root=(sudo)
+  fi
+  "$here/wine_root.sh" --without-prefix || exit
+  # Nobody makes or changes the Debian meanwhile.
+  "${as_root[@]}" touch "$root.lock"
+  exec {lock}<"$root.lock"
   flock "$lock"
 fi
 if [[ ! -d $pc ]]; then
   printf 'Making an emulated PC in %s (a few minutes) ...\n' "$pc"
-  rm -rf -- "$pc.new"
-  mkdir "$pc.new"
+  "${as_root[@]}" rm -rf -- "$pc.new"
+  "${as_root[@]}" install -d -o "$(id -u)" "$pc.new"
   make_kernel "$pc.new"
   make_disk "$pc.new"
-  mv -- "$pc.new" "$pc"
+  "${as_root[@]}" mv -- "$pc.new" "$pc"
 fi
 [[ $# -eq 0 ]] || boot "$pc" ',snapshot=on' "$@"
