@@ -12,24 +12,26 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 declare -rA MEANING=([native]='run under Wine' [emulated]='run in an emulated PC'
   [none]='are left out')
-way=${QUORIN_32BIT:-}
-case $way in
-  native | emulated | none)
-    printf 'The 32-bit tests %s, as QUORIN_32BIT says.\n' "${MEANING[$way]}" >&2
-    ;;
-  '')
-    way=native
-    found=$(scripts/probe_32bit.sh) || way=emulated
-    printf '%s  The 32-bit tests %s.\n' "$found" "${MEANING[$way]}" >&2
-    ;;
-  *)
-    printf 'QUORIN_32BIT is native, emulated or none, not %s\n' "$way" >&2
-    exit 1
-    ;;
-esac
+possible=native
+scripts/probe_32bit.sh >&2 || possible=emulated
+way=${QUORIN_32BIT:-$possible}
+[[ -n ${MEANING[$way]:-} ]] || {
+  printf 'QUORIN_32BIT is native, emulated or none, not %s\n' "$way" >&2
+  exit 1
+}
+printf 'The 32-bit tests %s%s.\n' "${MEANING[$way]}" "${QUORIN_32BIT:+, as QUORIN_32BIT says}" >&2
+
+# Several tests may ask at once.
+mkdir -p build
+exec {lock}>build/prepare-32bit.lock
+flock "$lock"
 code=0
 case $way in
-  native) scripts/wine_root.sh >&2 || code=$? ;;
+  # A Wine that is there already does not make it possible.
+  native)
+    [[ $possible == native ]] || code=1
+    [[ $code -ne 0 ]] || scripts/wine_root.sh >&2 || code=$?
+    ;;
   emulated)
     scripts/install_packages.sh emulated >&2 || code=$?
     [[ $code -ne 0 ]] || scripts/emulated_pc.sh >&2 || code=$?
