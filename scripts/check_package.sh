@@ -233,17 +233,22 @@ with_makefiles() {
   done
 }
 
-# The first hosts of the documents, as they stand there.
+# The first hosts of the documents, built in each package by the lines that stand there.
 documents() {
-  local document machine
+  local document folder compiler line
   for document in README.md docs/host-guide.md; do
-    awk '/^```c$/ && !done { on = 1; next } /^```$/ { done += on; on = 0 } on' "$top/$document" \
-      >first_host.c
-    gcc -Ilinux/include first_host.c -Llinux/lib -lZVQRN -o first_host
-    for machine in "${MACHINES[@]}"; do
-      "${CROSS[$machine]}-gcc" -I"windows-$machine/include" first_host.c -L"windows-$machine/lib" \
-        -lZVQRN -o first_host.exe
+    for folder in linux "${MACHINES[@]/#/windows-}"; do
+      compiler=gcc
+      [[ $folder == linux ]] || compiler=${CROSS[x86]}-gcc
+      awk '/^```c$/ && !done { on = 1; next } /^```$/ { done += on; on = 0 } on' "$top/$document" \
+        >"$folder/first_host.c"
+      line=$(grep -m1 -E "^ *$compiler -Iinclude first_host.c" "$top/$document")
+      [[ $folder == linux ]] || line=${line/${CROSS[x86]}/${CROSS[${folder#windows-}]}}
+      (cd "$folder" && bash -c "$line")
     done
+    # It runs from any folder.
+    (cd / && ldd "$work/linux/first_host") | grep -F "$work/linux/lib/libZVQRN.so"
+    rm linux/first_host windows-x*/first_host.exe ./*/first_host.c
   done
 }
 

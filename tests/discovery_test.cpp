@@ -62,7 +62,9 @@ TEST_F(Discovery, AcceptsByTheRules) {
     const std::lock_guard<std::mutex> guard(mutex);
     asked += std::string(peer->driverName) + "|" + peer->serviceType + "|" + peer->scopeList + "|" +
              peer->tagList + "\n";
-    return std::string(peer->driverName) == "Quorin XS-300" ? 0 : 1;
+    const std::map<std::string, int> answers = {{"XS-300", 0}, {"XD-7500", 2}, {"XF-A3", -1}};
+    const auto answer = answers.find(peer->scopeList);
+    return answer == answers.end() ? 1 : answer->second;
   };
   const std::string padded = Encode(SlpRequest{40, "default", "", "service:Quorin-agent", ""});
   const std::string ofLength1400 = Encode(SlpRequest{41, "default", "", "service:Quorin-agent",
@@ -96,6 +98,8 @@ TEST_F(Discovery, AcceptsByTheRules) {
       {"17 a reply", Encode({17}).replace(1, 1, "\x07"), 0},
       {"18 a wrong length", Encode({18}) + "x", 0},
       {"19 another version", Encode({19}).replace(0, 1, "\x01"), 3},
+      {"20 a scanner for which the host says 2", Encode({20, "XD-7500"}), 0},
+      {"21 a scanner for which the host says -1", Encode({21, "XF-A3"}), 0},
       {"41 the largest", ofLength1400, 3},
       {"42 one larger", ofLength1401, 0},
   };
@@ -104,12 +108,16 @@ TEST_F(Discovery, AcceptsByTheRules) {
     scanner.Send(c.bytes);
     expected[std::atoi(c.name)] = c.replies;
   }
+  // An XID is its sender's own.
+  SlpScanner other("127.0.0.9");
+  other.Send(cases[0].bytes);
   const int all = std::accumulate(expected.begin(), expected.end(), 0,
                                   [](int sum, const auto& entry) { return sum + entry.second; });
   std::map<int, int> counts = scanner.CountReplies(PATIENCE_MS, all);
   for (const auto& tooMany : scanner.CountReplies(700)) {
     counts[tooMany.first] += tooMany.second;
   }
+  EXPECT_EQ(other.CountReplies(PATIENCE_MS, 3)[0], 3) << "another sender with the same XID";
   for (const auto& c : cases) {
     EXPECT_EQ(counts[std::atoi(c.name)], c.replies) << c.name;
   }
@@ -118,7 +126,7 @@ TEST_F(Discovery, AcceptsByTheRules) {
   EXPECT_NE(asked.find("Quorin XS-200|Service:Quorin-Agent|XS-200|a,b\n"), std::string::npos);
   EXPECT_NE(asked.find("Quorin XS-300|service:Quorin-agent|XS-300|\n"), std::string::npos);
   EXPECT_NE(asked.find("Quorin XS-200|service:Quorin-agent|XS\\-200|\n"), std::string::npos);
-  EXPECT_EQ(std::count(asked.begin(), asked.end(), '\n'), 4);
+  EXPECT_EQ(std::count(asked.begin(), asked.end(), '\n'), 6);
   // Once the burst is over the same request is answered again.
   EXPECT_TRUE(Eventually([&] {
     scanner.Send(Encode({16}));

@@ -86,6 +86,8 @@ TEST(XmlWriter, RefusesALineThatIsTooLong) {
 }
 
 TEST(XmlReader, FindsTagsByTheirBytes) {
+  // More than are noted at once.
+  const std::string manyTags(64, '<');
   const struct {
     const char* name;
     std::string text;
@@ -101,6 +103,8 @@ TEST(XmlReader, FindsTagsByTheirBytes) {
       {"just long enough", "<a>123</a>", "a", 3, XML_FOUND, "123"},
       {"one too long", "<a>1234</a>", "a", 3, XML_BAD_ARGUMENT, ""},
       {"no end tag", "</a><a>1", "a", 9, XML_NOT_FOUND, ""},
+      {"end tag first, behind many", manyTags + "</a><a>1", "a", 9, XML_NOT_FOUND, ""},
+      {"and then another", manyTags + "</a><a>1</a>", "a", 9, XML_FOUND, "1"},
       {"end tag cut", "<a>1</a", "a", 9, XML_NOT_FOUND, ""},
       {"empty-element tag", "<a/>", "a", 9, XML_NOT_FOUND, ""},
       {"attributes", "<a b=\"\">1</a>", "a", 9, XML_NOT_FOUND, ""},
