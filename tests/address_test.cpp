@@ -1,8 +1,13 @@
 // The PC's address comes, changes and goes, in a private network.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <vector>
 
 #include "platform/thread.h"
 #include "support/host.h"
@@ -37,9 +42,9 @@ class Address : public testing::Test {
     RunCommand("ip address replace " + address + "/24 dev quorin0");
   }
 
-  // Starts a service that waits for an address, up to the watcher's first look, which would take a
-  // change that comes earlier for one of its own.
-  void StartWaiting() {
+  // Starts a service up to the watcher's first look, which would take a change that comes earlier
+  // for one of its own.
+  void StartWatching() {
     EXPECT_EQ(host.Start(), 1);
     EXPECT_TRUE(OthersComeToRest());
   }
@@ -76,7 +81,7 @@ TEST_F(Address, IsWaitedForAndServedWhenItComes) {
   // Told on this thread, in the middle of a start.
   std::atomic<std::int32_t> inStatus{-1};
   host.onStatus = [&] { inStatus = host.Start() * 10 + host.Stop(); };
-  StartWaiting();
+  StartWatching();
   EXPECT_EQ(inStatus.load(), 0);
   EXPECT_EQ(host.StatusTexts(), NO_NETWORK);
   std::int32_t length = 0;
@@ -102,7 +107,7 @@ TEST_F(Address, WaitEndsWithAStopOrANewStart) {
   EXPECT_EQ(host.StatusTexts(), NO_NETWORK) << "nobody waits any more";
   RunCommand("ip address flush dev quorin0");
   EXPECT_EQ(host.Start(), 1);
-  StartWaiting();  // anew
+  StartWatching();  // anew
   EXPECT_EQ(host.StatusTexts(), NO_NETWORK + NO_NETWORK + NO_NETWORK);
   Add("10.68.0.2");
   WaitForStatus(NO_NETWORK + NO_NETWORK + NO_NETWORK + RESTART);
@@ -143,6 +148,37 @@ TEST_F(Address, IsFollowedWhileTheServiceRuns) {
   RunCommand("ip address flush dev quorin0 && ip address add 10.68.0.2/24 dev quorin0");
   WaitForAnnounced("10.68.0.2");
   EXPECT_EQ(host.Stop(), 1);
+}
+
+// An adapter that is switched off and on; the system tells nothing of its addresses then.
+TEST_F(Address, GoesAndComesWithItsLink) {
+  Add("10.68.0.2");
+  StartWatching();
+  RunCommand("ip link set quorin0 down");
+  WaitForStatus(NO_NETWORK);
+  RunCommand("ip link set quorin0 up");
+  WaitForStatus(NO_NETWORK + RESTART);
+}
+
+// Descriptors run out while the address changes: it is read when there are some again.
+TEST_F(Address, IsReadWhenTheSystemCanSayIt) {
+  Add("10.68.0.2");
+  StartWatching();
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit few{64, before.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &few);
+  std::vector<int> taken;
+  for (int next = 0; (next = fcntl(0, F_DUPFD_CLOEXEC, 0)) >= 0;) {
+    taken.push_back(next);
+  }
+  RunCommand("ip address flush dev quorin0 && ip address add 10.68.0.7/24 dev quorin0");
+  platform::SleepMilliseconds(1000);
+  EXPECT_EQ(host.StatusTexts(), "");
+  std::for_each(taken.begin(), taken.end(), close);
+  setrlimit(RLIMIT_NOFILE, &before);
+  WaitForStatus(RESTART);
+  WaitForAnnounced("10.68.0.7");
 }
 
 // The machine has several interfaces; the group is joined, and the address taken, where the default

@@ -16,6 +16,7 @@
 #include "support/host.h"
 #include "support/messages.h"
 #include "support/patience.h"
+#include "support/process.h"
 #include "support/replaced_calls.h"
 #include "support/scanner.h"
 #include "support/slp_scanner.h"
@@ -426,6 +427,7 @@ TEST_F(Seam, FollowsThePcsAddress) {
   EXPECT_TRUE(Eventually([] { return addressReads.load() == 2; }));
   std::string told = noNetwork;
   for (const char* address : {"10.68.0.2", "10.68.0.77"}) {
+    unreadableAddresses = 2;
     changeTo(address);
     comesToTell(told += restart);
     const std::string reply = scanner.Ask(PC_ADDRESS);
@@ -435,6 +437,33 @@ TEST_F(Seam, FollowsThePcsAddress) {
   comesToTell(told += noNetwork);
   changeTo("10.68.0.2");
   comesToTell(told += restart);
+}
+
+// Without word of changes nobody would end the wait for an address: the service runs without one.
+TEST_F(Seam, DoesNotWaitForAnAddressInVain) {
+  ASSERT_EQ(host.Stop(), 1);
+  std::uint32_t loopback = 0;
+  ASSERT_TRUE(platform::TextToAddress("127.0.0.1", &loopback));
+  hostAddress = loopback;
+  threadsBeforeRefusal = 0;
+  EXPECT_EQ(host.Start(), 1);
+  std::int32_t length = 0;
+  EXPECT_EQ(QRNGetPCName(nullptr, &length), 1);
+}
+
+// The system ends a notice with the thread that has asked for it, and what has told of a change
+// cannot be cancelled.
+TEST_F(Seam, LeavesNothingOfANoticeBehind) {
+  EXPECT_NE(askingThread.load(), platform::CurrentThreadId());
+  completesInstead = true;
+  std::ptrdiff_t handles[2] = {};
+  for (std::ptrdiff_t& held : handles) {
+    EXPECT_EQ(host.Stop(), 1);
+    held = Handles();
+    EXPECT_EQ(host.Start(), 1);
+  }
+  EXPECT_EQ(handles[1], handles[0]);
+  completesInstead = false;
 }
 
 // A utility library and callbacks may need what the host's own threads have.

@@ -32,7 +32,8 @@ enum ReadAddress : std::int32_t {
   ADDRESS_USABLE,
   ADDRESS_ONLY_LOOPBACK,
   ADDRESS_NONE,  // the host name resolves to nothing
-  ADDRESS_NO_HOST_NAME
+  ADDRESS_NO_HOST_NAME,
+  ADDRESS_UNREADABLE
 };
 
 // What the host name resolves to first; `address` is 0 unless it is usable.
@@ -43,8 +44,9 @@ ReadAddress ReadLocalAddress(std::uint32_t* address) {
     return ADDRESS_NO_HOST_NAME;
   }
   std::uint32_t first = 0;
-  if (!platform::FirstHostAddress(hostName, &first)) {
-    return ADDRESS_NONE;
+  const platform::HostAddressResult result = platform::FirstHostAddress(hostName, &first);
+  if (result != platform::HOST_ADDRESS_FOUND) {
+    return result == platform::HOST_ADDRESS_NONE ? ADDRESS_NONE : ADDRESS_UNREADABLE;
   }
   char text[platform::ADDRESS_TEXT_SIZE];
   platform::AddressToText(first, text);
@@ -63,6 +65,9 @@ PickResult PickLocalAddress() {
   if (found == ADDRESS_NO_HOST_NAME) {
     return PICK_FAILED;
   }
+  if (found == ADDRESS_UNREADABLE) {
+    return PICK_UNREADABLE;
+  }
   service.localAddress = address;
   if (found == ADDRESS_NONE) {
     return PICK_FAILED;
@@ -77,11 +82,17 @@ PickResult PickLocalAddress() {
   return PICK_USABLE;
 }
 
-bool LocalAddressDiffers() {
+AddressCheck CheckLocalAddress() {
   const LockScope scope(&service.identityLock);
   std::uint32_t address = 0;
   const ReadAddress found = ReadLocalAddress(&address);
-  return scope.Held() && found != ADDRESS_NO_HOST_NAME && address != service.localAddress;
+  if (!scope.Held() || found == ADDRESS_NO_HOST_NAME) {
+    return ADDRESS_SAME;
+  }
+  if (found == ADDRESS_UNREADABLE) {
+    return ADDRESS_UNKNOWN;
+  }
+  return address == service.localAddress ? ADDRESS_SAME : ADDRESS_DIFFERS;
 }
 
 }  // namespace zvqrn

@@ -11,17 +11,23 @@ namespace zvqrn {
 std::int32_t ReadComputerName(char* buffer, std::int32_t* length);
 
 enum PickResult : std::int32_t {
-  PICK_FAILED = 0,          // no host name (the address stays as it was) or no address
-  PICK_USABLE = 1,          // localAddress is set
-  PICK_ONLY_LOOPBACK = 769  // localAddress is 0, and the host has been told
+  PICK_FAILED = 0,           // no host name (the address stays as it was) or no address
+  PICK_USABLE = 1,           // localAddress is set
+  PICK_ONLY_LOOPBACK = 769,  // localAddress is 0, and the host has been told
+  PICK_UNREADABLE = -1       // the system cannot say just now; the address stays as it was
 };
 
 // Chooses service.localAddress; the caller holds identityLock.  Tells the host when there is no
 // usable address, and, while the service runs, that it goes on with the address found.
 PickResult PickLocalAddress();
 
-// True when the PC's address is no longer the one in service.localAddress; changes nothing and
-// tells nobody.  Takes identityLock.
-bool LocalAddressDiffers();
+// Whether the PC's address is still the one in service.localAddress; changes nothing and tells
+// nobody.  Takes identityLock.
+enum AddressCheck : std::int32_t {
+  ADDRESS_SAME,  // also when there is no telling, now or later
+  ADDRESS_DIFFERS,
+  ADDRESS_UNKNOWN  // the system cannot say just now
+};
+AddressCheck CheckLocalAddress();
 
 }  // namespace zvqrn

@@ -110,7 +110,7 @@ struct ServiceState {
   // The watcher of address changes.  The events are made by a start and closed when every thread
   // of its run has ended; the watcher writes the two words.
   std::atomic<std::int32_t> watchEnabled;  // 1 while a watcher is meant to run
-  std::atomic<std::int32_t> watcherState;  // THREAD_RUNNING or THREAD_IDLE
+  ThreadState watcherState;                // without a lock
   std::atomic<std::int32_t> waiting;       // 1 while the service waits for a first usable address
   platform::Event* watcherStopEvent;       // tells the watcher to end
   platform::Event* rejoinEvent;            // tells discovery that the address has changed

@@ -18,16 +18,18 @@ constexpr std::int32_t RECEIVE_BUFFER_SIZE = 1400;
 // Every wait for datagrams ends after this long, to look for a stop or a new address.
 constexpr std::int32_t DISCOVERY_WAIT_MS = 300;
 
-// The socket and the group that it has joined.
+// The socket and the group that it is to be in.
 struct DiscoverySocket {
   platform::SocketHandle socket;
   platform::GroupMembership membership;
+  bool joined;
 };
 
 bool Join(DiscoverySocket* discovery) {
   std::uint32_t group = 0;
-  return platform::TextToAddress(SLP_MULTICAST_GROUP, &group) &&
-         platform::JoinGroup(discovery->socket, group, &discovery->membership);
+  discovery->joined = platform::TextToAddress(SLP_MULTICAST_GROUP, &group) &&
+                      platform::JoinGroup(discovery->socket, group, &discovery->membership);
+  return discovery->joined;
 }
 
 bool OpenDiscoverySocket(DiscoverySocket* discovery) {
@@ -39,7 +41,8 @@ bool OpenDiscoverySocket(DiscoverySocket* discovery) {
 // The address may have changed since the start took it.
 bool RefreshAddress() {
   const LockScope scope(&service.identityLock);
-  return scope.Held() && PickLocalAddress() != PICK_FAILED;
+  const PickResult picked = scope.Held() ? PickLocalAddress() : PICK_FAILED;
+  return picked == PICK_USABLE || picked == PICK_ONLY_LOOPBACK;
 }
 
 void CloseRepliesStopEvent() {
@@ -62,15 +65,18 @@ bool SetUpDiscovery(DiscoverySocket* discovery) {
   return false;
 }
 
-// The event is reset first, so that a change during the rejoin leads to another one.
+// The event is reset first, so that a change during the rejoin leads to another one.  A rejoin that
+// fails is tried again on each pass.
 void RejoinGroupIfAddressChanged(DiscoverySocket* discovery) {
-  if (service.watchEnabled.load() != 1 || service.watcherState.load() != THREAD_RUNNING ||
-      platform::WaitEvent(service.rejoinEvent, 0) != platform::SYNC_SIGNALLED) {
-    return;
+  if (service.watchEnabled.load() == 1 && service.watcherState.load() == THREAD_RUNNING &&
+      platform::WaitEvent(service.rejoinEvent, 0) == platform::SYNC_SIGNALLED) {
+    platform::ClearEvent(service.rejoinEvent);
+    platform::LeaveGroup(discovery->socket, discovery->membership);
+    discovery->joined = false;
   }
-  platform::ClearEvent(service.rejoinEvent);
-  platform::LeaveGroup(discovery->socket, discovery->membership);
-  Join(discovery);
+  if (!discovery->joined) {
+    Join(discovery);
+  }
 }
 
 // One wait and what it brings; false when the socket cannot be waited on any more.

@@ -1,4 +1,5 @@
-// Notification of changes of the machine's IPv4 addresses.  One thread uses a notifier.
+// Notification of changes of the machine's IPv4 addresses.  One thread arms and closes a notifier,
+// and lives until it has been closed: Windows ends what a thread has asked for with the thread.
 #pragma once
 
 #include "platform/sync.h"

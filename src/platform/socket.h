@@ -89,7 +89,8 @@ struct GroupMembership {
 };
 
 // Joins a group on the interface that the default route uses; without a default route under POSIX,
-// on the one whose address the machine calls its own.  Fills in `membership`.
+// on the one whose address the machine calls its own.  Fills in `membership`; false when the system
+// refuses, or cannot say which interface that is.
 bool JoinGroup(SocketHandle socket, std::uint32_t group, GroupMembership* membership);
 
 // Leaves the group where it was joined; false when that interface is gone.

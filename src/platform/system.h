@@ -15,8 +15,13 @@ constexpr std::int32_t HOST_NAME_SIZE = 256;
 bool ReadHostName(char (&buffer)[HOST_NAME_SIZE]);
 
 // The first of the machine's own IPv4 addresses (network byte order), the one that its host name
-// resolves to; the loopback address when it has no other.  False when it has none at all.
-bool FirstHostAddress(const char* hostName, std::uint32_t* address);
+// resolves to; the loopback address when it has no other.
+enum HostAddressResult : std::int32_t {
+  HOST_ADDRESS_FOUND = 1,
+  HOST_ADDRESS_NONE = 0,        // it has none at all
+  HOST_ADDRESS_UNREADABLE = -1  // POSIX: descriptors or memory are short, so ask again later
+};
+HostAddressResult FirstHostAddress(const char* hostName, std::uint32_t* address);
 
 // True when the system can tell of changes of its addresses: an NT system of major version 5 or
 // higher under Windows, always under POSIX.

@@ -1,6 +1,7 @@
 #include "service/address_watcher.h"
 
 #include <initializer_list>
+#include <utility>
 
 #include "base/allocation.h"
 #include "base/local_identity.h"
@@ -15,8 +16,10 @@
 namespace zvqrn {
 namespace {
 
-// A wait that fails is tried again, but not in a spin.
-constexpr std::int32_t FAILED_WAIT_PAUSE_MS = 300;
+// What fails is tried again, but not in a spin.
+constexpr std::int32_t ANOTHER_TRY_PAUSE_MS = 300;
+
+constexpr std::int32_t START_LOOK_MS = 1;
 
 // Starts the service that waited for an address, and tells the host.
 bool RestartService() {
@@ -33,13 +36,27 @@ bool RestartService() {
   return true;
 }
 
+// A pause before another try; false when a stop came, or cannot be waited for.
+bool PauseForAnotherTry() {
+  return platform::WaitEvent(service.watcherStopEvent, ANOTHER_TRY_PAUSE_MS) ==
+         platform::SYNC_TIMED_OUT;
+}
+
+PickResult PickAddressUnderLock() {
+  const LockScope scope(&service.identityLock);
+  return scope.Held() ? PickLocalAddress() : PICK_FAILED;
+}
+
 // Takes the address again and acts on it; false when the watcher has nothing left to watch.
 bool ActOnChange() {
-  {
-    const LockScope scope(&service.identityLock);
-    if (!scope.Held() || PickLocalAddress() == PICK_FAILED) {
-      return true;
+  PickResult picked = PickAddressUnderLock();
+  for (; picked == PICK_UNREADABLE; picked = PickAddressUnderLock()) {
+    if (!PauseForAnotherTry()) {
+      return false;
     }
+  }
+  if (picked == PICK_FAILED) {
+    return true;
   }
   if (service.waiting.load() == 0) {
     platform::SignalEvent(service.rejoinEvent);
@@ -53,6 +70,15 @@ bool ActOnChange() {
   return false;
 }
 
+// True when the address has changed since the start took it.
+bool AddressHasChanged() {
+  AddressCheck check = CheckLocalAddress();
+  while (check == ADDRESS_UNKNOWN && PauseForAnotherTry()) {
+    check = CheckLocalAddress();
+  }
+  return check == ADDRESS_DIFFERS;
+}
+
 // True for a change, false for the end of watching.
 bool WaitForChange(platform::Event* changed) {
   for (;;) {
@@ -63,8 +89,7 @@ bool WaitForChange(platform::Event* changed) {
         return true;
       default:
         // A stop must still be heard, and a wait that fails for it too ends the watcher.
-        if (platform::WaitEvent(service.watcherStopEvent, FAILED_WAIT_PAUSE_MS) !=
-            platform::SYNC_TIMED_OUT) {
+        if (!PauseForAnotherTry()) {
           return false;
         }
     }
@@ -75,7 +100,6 @@ bool WaitForChange(platform::Event* changed) {
 struct AddressWatch {
   platform::Event* changed;
   platform::AddressNotifier* notifier;
-  bool armed;
 };
 
 void CloseAddressWatch(AddressWatch* watch) {
@@ -90,10 +114,8 @@ void CloseAddressWatch(AddressWatch* watch) {
 
 using OwnedAddressWatch = Owned<AddressWatch, CloseAddressWatch>;
 
-// Made and armed on the host's thread, because the first use of the notification makes Windows
-// load parts of itself: a thread of the library must not do that while the host unloads it.  Null
-// when memory runs out.
-AddressWatch* OpenAddressWatch() {
+// Null when the system refuses any of it.
+OwnedAddressWatch OpenAddressWatch() {
   OwnedAddressWatch watch(NewRecord<AddressWatch>());
   if (watch) {
     watch->changed = platform::MakeEvent();
@@ -101,31 +123,50 @@ AddressWatch* OpenAddressWatch() {
   if (watch && watch->changed != nullptr) {
     watch->notifier = platform::MakeAddressNotifier(watch->changed);
   }
-  if (watch && watch->notifier != nullptr) {
-    watch->armed = platform::ArmAddressNotifier(watch->notifier);
-  }
-  return watch.release();
+  return watch && watch->notifier != nullptr ? std::move(watch) : nullptr;
 }
 
-void Watch(AddressWatch* watch) {
+// From the first arming on.
+void Watch(const AddressWatch& watch) {
   // The address may have changed after the start took it and before the notification was armed.
-  bool differs = watch->armed && LocalAddressDiffers();
-  while (watch->armed && (differs || WaitForChange(watch->changed))) {
-    differs = false;
+  bool differs = AddressHasChanged();
+  for (bool armed = true; armed && (differs || WaitForChange(watch.changed)); differs = false) {
     // Armed before the address is read, so that a change after the reading is told again.
-    watch->armed = platform::ArmAddressNotifier(watch->notifier);
+    armed = platform::ArmAddressNotifier(watch.notifier);
     if (!ActOnChange()) {
       return;
     }
   }
 }
 
+// Arms on its own thread, because Windows ends a notification with the thread that asked for it,
+// and the host's may be short-lived.  The start waits for the outcome.
 void AddressWatcher(void* argument) {
-  if (const OwnedAddressWatch watch{static_cast<AddressWatch*>(argument)}) {
-    Watch(watch.get());
+  OwnedAddressWatch watch(static_cast<AddressWatch*>(argument));
+  if (!platform::ArmAddressNotifier(watch->notifier)) {
+    watch.reset();
+    service.watcherState.store(THREAD_FAILED);
+    return;
   }
+  service.watcherState.store(THREAD_RUNNING);
+  Watch(*watch);
+  watch.reset();
   service.watchEnabled.store(0);
   service.watcherState.store(THREAD_IDLE);
+}
+
+// Starts the watcher's thread and waits until it watches; false when it does not.
+bool StartWatching() {
+  OwnedAddressWatch watch = OpenAddressWatch();
+  if (!watch || platform::StartThread(&AddressWatcher, watch.get(),
+                                      platform::STACK_FOR_HOST_CALLBACKS) == 0) {
+    return false;
+  }
+  watch.release();
+  while (service.watcherState.load() == THREAD_STARTING) {
+    platform::SleepMilliseconds(START_LOOK_MS);
+  }
+  return service.watcherState.load() != THREAD_FAILED;
 }
 
 }  // namespace
@@ -139,17 +180,12 @@ void StartAddressWatcher() {
   service.watcherStopEvent = platform::MakeEvent();
   service.rejoinEvent = platform::MakeEvent();
   // Written before the thread begins, so that a stop waits for a watcher that has not yet run.
-  service.watcherState.store(THREAD_RUNNING);
-  OwnedAddressWatch watch(OpenAddressWatch());
-  if (service.watcherStopEvent == nullptr || service.rejoinEvent == nullptr ||
-      platform::StartThread(&AddressWatcher, watch.get(), platform::STACK_FOR_HOST_CALLBACKS) ==
-          0) {
+  service.watcherState.store(THREAD_STARTING);
+  if (service.watcherStopEvent == nullptr || service.rejoinEvent == nullptr || !StartWatching()) {
     service.watcherState.store(THREAD_IDLE);
     service.watchEnabled.store(0);
     CloseWatcherEvents();
-    return;
   }
-  watch.release();
 }
 
 void CloseWatcherEvents() {

@@ -8,9 +8,10 @@ namespace zvqrn {
 // Sets service.watchEnabled: whether the system can tell of address changes.
 void DecideAddressWatching();
 
-// Makes the events and starts the watcher's thread; clears service.watchEnabled when one of them
-// cannot be had.  The thread ends when watcherStopEvent is set, when the system's notification
-// fails, or when a restart fails; it then leaves watcherState at THREAD_IDLE and watchEnabled at 0.
+// Makes the events and starts the watcher's thread; clears service.watchEnabled, and leaves no
+// events, when one of them cannot be had or the system does not tell of changes.  The thread ends
+// when watcherStopEvent is set, when the system's notification fails, or when a restart fails; it
+// then leaves watcherState at THREAD_IDLE and watchEnabled at 0.
 void StartAddressWatcher();
 
 // Closes the events, once the watcher and discovery have ended.

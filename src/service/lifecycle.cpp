@@ -86,8 +86,8 @@ PickResult TakeIdentity() {
 bool BringUp() {
   const PickResult picked = TakeIdentity();
   DecideAddressWatching();
-  if (picked == PICK_FAILED || (picked == PICK_ONLY_LOOPBACK && service.watchEnabled.load() != 1) ||
-      !CreateServiceLock(&service.listenerStateLock, 1, 1) ||
+  const bool mayWait = picked == PICK_ONLY_LOOPBACK && service.watchEnabled.load() == 1;
+  if ((picked != PICK_USABLE && !mayWait) || !CreateServiceLock(&service.listenerStateLock, 1, 1) ||
       !CreateServiceLock(&service.discoveryStateLock, 1, 1)) {
     ForgetIdentity();
     DestroyServiceLock(&service.listenerStateLock);
@@ -97,7 +97,7 @@ bool BringUp() {
     // Known before the watcher runs: what it does with a change depends on it.
     service.waiting.store(picked == PICK_ONLY_LOOPBACK ? 1 : 0);
     StartAddressWatcher();
-    if (picked == PICK_ONLY_LOOPBACK && service.watcherStopEvent != nullptr) {
+    if (mayWait && service.watcherStopEvent != nullptr) {
       return true;
     }
   }

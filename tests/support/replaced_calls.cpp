@@ -3,6 +3,7 @@
 #include "base/service_state.h"
 #include "platform/clock.h"
 #include "platform/socket.h"
+#include "platform/system.h"
 #include "platform/thread.h"
 #include "platform/waker.h"
 
@@ -18,6 +19,9 @@ std::atomic<std::int32_t> emptySends{0};
 std::atomic<char> leadByte{0};
 std::atomic<std::uint32_t> hostAddress{0};
 std::atomic<std::int32_t> addressReads{0};
+std::atomic<std::int32_t> unreadableAddresses{0};
+std::atomic<std::uintptr_t> askingThread{0};
+std::atomic<bool> completesInstead{false};
 thread_local bool isTestThread = false;
 
 namespace {
@@ -43,6 +47,7 @@ std::int32_t NoteWait(platform::SocketHandle socket, std::int32_t milliseconds) 
 }  // namespace
 }  // namespace zvqrn::test
 
+using zvqrn::platform::HostAddressResult;
 using zvqrn::platform::SocketHandle;
 using zvqrn::platform::SocketWait;
 using zvqrn::platform::StackKind;
@@ -71,11 +76,15 @@ bool WRAP_LEAD(char byte) {
   return byte != 0 && byte == zvqrn::test::leadByte.load();
 }
 
-bool REAL_ADDRESS(const char* name, std::uint32_t* address);
-bool WRAP_ADDRESS(const char* name, std::uint32_t* address) {
+HostAddressResult REAL_ADDRESS(const char* name, std::uint32_t* address);
+HostAddressResult WRAP_ADDRESS(const char* name, std::uint32_t* address) {
   zvqrn::test::addressReads++;
+  if (zvqrn::test::unreadableAddresses.load() > 0) {
+    zvqrn::test::unreadableAddresses--;
+    return zvqrn::platform::HOST_ADDRESS_UNREADABLE;
+  }
   *address = zvqrn::test::hostAddress.load();
-  return *address != 0 || REAL_ADDRESS(name, address);
+  return *address != 0 ? zvqrn::platform::HOST_ADDRESS_FOUND : REAL_ADDRESS(name, address);
 }
 
 std::int64_t REAL_CLOCK();

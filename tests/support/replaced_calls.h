@@ -35,8 +35,16 @@ extern std::atomic<std::uint32_t> hostAddress;
 // How often it has been read.
 extern std::atomic<std::int32_t> addressReads;
 
+// How often the system cannot say that address before it can.
+extern std::atomic<std::int32_t> unreadableAddresses;
+
 // Has the system tell of an address change.
 void TellOfAddressChange();
+
+// Windows: the thread that last asked to be told; and whether what cannot be cancelled completes at
+// the moment when that is tried.
+extern std::atomic<std::uintptr_t> askingThread;
+extern std::atomic<bool> completesInstead;
 
 // True on threads of the test itself, whose calls are left alone.
 extern thread_local bool isTestThread;

@@ -127,7 +127,8 @@ Adapters CheckAdapters(Account* account) {
 std::uint32_t CheckAnnouncedAddress(Account* account, const Adapters& adapters) {
   char hostName[platform::HOST_NAME_SIZE];
   std::uint32_t address = 0;
-  if (!platform::ReadHostName(hostName) || !platform::FirstHostAddress(hostName, &address)) {
+  if (!platform::ReadHostName(hostName) ||
+      platform::FirstHostAddress(hostName, &address) != platform::HOST_ADDRESS_FOUND) {
     Report(account, "announced", VERDICT_PROBLEM, "the system names no address of this PC",
            "see to its host name and its addresses");
     return 0;

@@ -41,13 +41,13 @@ constexpr std::int32_t FAILED_WAIT_PAUSE_MS = 300;
 
 constexpr std::int32_t END_LOOK_MS = 1;
 
-// Changes of addresses, and of routes: which address is the machine's own depends on the default
-// route.
+// Changes of addresses, of routes (which address is the machine's own depends on the default route)
+// and of links (one that goes down takes its routes along without a word).
 int OpenRouteSocket() {
   const int route = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
   sockaddr_nl name{};
   name.nl_family = AF_NETLINK;
-  name.nl_groups = RTMGRP_IPV4_IFADDR | RTMGRP_IPV4_ROUTE;
+  name.nl_groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV4_ROUTE;
   if (route >= 0 && bind(route, reinterpret_cast<const sockaddr*>(&name), sizeof name) != 0) {
     close(route);
     return -1;
@@ -56,7 +56,7 @@ int OpenRouteSocket() {
 }
 
 // What the kernel has told.
-enum News { NOTHING, ROUTES_CHANGED, ADDRESS_CHANGED };
+enum News { NOTHING, OTHERS_CHANGED, ADDRESS_CHANGED };
 
 // The default route decides which address is the machine's own, so a change of it counts as one of
 // the address, even when it has been changed back before anybody looked: whoever was told in
@@ -67,12 +67,12 @@ News NewsOf(const nlmsghdr* message) {
   }
   if ((message->nlmsg_type != RTM_NEWROUTE && message->nlmsg_type != RTM_DELROUTE) ||
       message->nlmsg_len < NLMSG_HDRLEN + sizeof(rtmsg)) {
-    return ROUTES_CHANGED;
+    return OTHERS_CHANGED;
   }
   rtmsg route{};
   memcpy(&route, reinterpret_cast<const char*>(message) + NLMSG_HDRLEN, sizeof route);
   const bool isDefault = route.rtm_dst_len == 0 && route.rtm_table == RT_TABLE_MAIN;
-  return isDefault ? ADDRESS_CHANGED : ROUTES_CHANGED;
+  return isDefault ? ADDRESS_CHANGED : OTHERS_CHANGED;
 }
 
 // Takes what has arrived.  A message that was lost for want of room counts as the most.
@@ -108,22 +108,36 @@ News TakeSettledNews(pollfd (&waits)[2], int route) {
   return news;
 }
 
+// True when the machine's own interface or its address is no longer the one known.
+bool Moves(OwnInterface* known, const OwnInterface& now) {
+  const bool moved = now.index != known->index || now.address != known->address;
+  *known = now;
+  return moved;
+}
+
 void PassNewsOn(void* argument) {
   auto* notifier = static_cast<AddressNotifier*>(argument);
   pollfd waits[2] = {{notifier->endPipe[0], POLLIN, 0}, {notifier->routeSocket, POLLIN, 0}};
+  News news = NOTHING;
+  int patience = -1;
   while (!notifier->ending.load()) {
-    if (poll(waits, 2, -1) < 0 && errno != EINTR) {
+    if (poll(waits, 2, patience) < 0 && errno != EINTR) {
       // Tried again, but not in a spin: without this thread no change would be noticed any more.
       SleepMilliseconds(FAILED_WAIT_PAUSE_MS);
       continue;
     }
-    const News news = TakeSettledNews(waits, notifier->routeSocket);
-    // Other routes matter only when another interface has become the machine's own.
+    news = std::max(news, TakeSettledNews(waits, notifier->routeSocket));
     OwnInterface now{};
-    FindOwnInterface(&now);
-    const bool moved = now.index != notifier->known.index || now.address != notifier->known.address;
-    notifier->known = now;
-    if ((news == ADDRESS_CHANGED || moved) && notifier->armed.exchange(false)) {
+    const bool readable = FindOwnInterface(&now) != HOST_ADDRESS_UNREADABLE;
+    // What cannot be looked at yet is not told yet.
+    patience = readable ? -1 : FAILED_WAIT_PAUSE_MS;
+    if (!readable) {
+      continue;
+    }
+    // Other news matter only when another interface has become the machine's own.
+    const bool matters = Moves(&notifier->known, now) || news == ADDRESS_CHANGED;
+    news = NOTHING;
+    if (matters && notifier->armed.exchange(false)) {
       SignalEvent(notifier->event);
     }
   }

@@ -5,6 +5,7 @@
 #include <net/if.h>
 #include <netinet/in.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,13 +14,19 @@
 namespace zvqrn::platform {
 namespace {
 
-// The interface of the default route with the lowest metric, or an empty text.  The kernel lists
-// one route a line: interface, destination, gateway, flags, use counts, metric, mask.
-void DefaultRouteInterface(char (&name)[IF_NAMESIZE]) {
+// True when the call that has just failed may succeed later.
+bool IsShortage() {
+  return errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS;
+}
+
+// The interface of the default route with the lowest metric, or an empty text; false when the
+// system is short of what it takes to say.  The kernel lists one route a line: interface,
+// destination, gateway, flags, use counts, metric, mask.
+bool DefaultRouteInterface(char (&name)[IF_NAMESIZE]) {
   name[0] = '\0';
   const std::unique_ptr<FILE, int (*)(FILE*)> routes(fopen("/proc/net/route", "re"), fclose);
   if (!routes) {
-    return;
+    return !IsShortage();
   }
   unsigned long best = 0;
   char line[256];
@@ -41,6 +48,7 @@ void DefaultRouteInterface(char (&name)[IF_NAMESIZE]) {
       snprintf(name, sizeof name, "%s", interface);
     }
   }
+  return true;
 }
 
 bool IsLoopback(std::uint32_t address) {
@@ -57,15 +65,19 @@ int Preference(const char* name, std::uint32_t address, const char* defaultRoute
 
 }  // namespace
 
-bool FindOwnInterface(OwnInterface* own) {
+HostAddressResult FindOwnInterface(OwnInterface* own) {
+  *own = OwnInterface{};
   ifaddrs* list = nullptr;
   if (getifaddrs(&list) != 0) {
-    return false;
+    return HOST_ADDRESS_UNREADABLE;
   }
   const std::unique_ptr<ifaddrs, void (*)(ifaddrs*)> release(list, freeifaddrs);
   char defaultRoute[IF_NAMESIZE];
-  DefaultRouteInterface(defaultRoute);
+  if (!DefaultRouteInterface(defaultRoute)) {
+    return HOST_ADDRESS_UNREADABLE;
+  }
   int best = 0;
+  const char* bestName = nullptr;
   for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
     if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_INET ||
         (entry->ifa_flags & IFF_UP) == 0) {
@@ -76,11 +88,19 @@ bool FindOwnInterface(OwnInterface* own) {
     const int preference = Preference(entry->ifa_name, name.sin_addr.s_addr, defaultRoute);
     if (preference > best) {
       best = preference;
-      own->index = if_nametoindex(entry->ifa_name);
+      bestName = entry->ifa_name;
       own->address = preference == 1 ? htonl(INADDR_LOOPBACK) : name.sin_addr.s_addr;
     }
   }
-  return best > 0;
+  if (bestName == nullptr) {
+    return HOST_ADDRESS_NONE;
+  }
+  own->index = if_nametoindex(bestName);
+  if (own->index == 0 && IsShortage()) {
+    *own = OwnInterface{};
+    return HOST_ADDRESS_UNREADABLE;
+  }
+  return HOST_ADDRESS_FOUND;
 }
 
 }  // namespace zvqrn::platform

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "platform/system.h"
+
 namespace zvqrn::platform {
 
 // The interface through which the machine is reached, and its IPv4 address.
@@ -12,7 +14,7 @@ struct OwnInterface {
 };
 
 // Finds it: the interface of the default route first, then any that is up, loopback only when
-// there is nothing else.  False when the machine has no IPv4 address.
-bool FindOwnInterface(OwnInterface* own);
+// there is nothing else.  `own` is all zero when there is none, and when the system cannot say.
+HostAddressResult FindOwnInterface(OwnInterface* own);
 
 }  // namespace zvqrn::platform

@@ -179,7 +179,9 @@ bool JoinGroup(SocketHandle socket, std::uint32_t group, GroupMembership* member
   const int off = 0;
   setsockopt(Descriptor(socket), IPPROTO_IP, IP_MULTICAST_ALL, &off, sizeof off);
   OwnInterface own{};
-  FindOwnInterface(&own);
+  if (FindOwnInterface(&own) == HOST_ADDRESS_UNREADABLE) {
+    return false;
+  }
   *membership = GroupMembership{group, own.index};
   const ip_mreqn request = RequestOf(*membership);
   return setsockopt(Descriptor(socket), IPPROTO_IP, IP_ADD_MEMBERSHIP, &request, sizeof request) ==

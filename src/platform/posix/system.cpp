@@ -61,13 +61,11 @@ bool ReadHostName(char (&buffer)[HOST_NAME_SIZE]) {
 
 // Callers mean the addresses that the machine has, which is what a host name resolves to under
 // Windows; a hosts file here may say something else, so the interfaces are asked instead.
-bool FirstHostAddress(const char* /*hostName*/, std::uint32_t* address) {
+HostAddressResult FirstHostAddress(const char* /*hostName*/, std::uint32_t* address) {
   OwnInterface own{};
-  if (!FindOwnInterface(&own)) {
-    return false;
-  }
+  const HostAddressResult result = FindOwnInterface(&own);
   *address = own.address;
-  return true;
+  return result;
 }
 
 bool CanWatchAddresses() {

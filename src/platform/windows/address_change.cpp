@@ -20,6 +20,20 @@ namespace {
 // How long a cancelled notification may take to come back.
 constexpr DWORD CANCEL_WAIT_MS = 1000;
 
+// True when the system has told of a change, or has given the notification back: it touches the
+// record no more.
+bool HasComeBack(const AddressNotifier* notifier, DWORD milliseconds) {
+  return WaitForSingleObject(notifier->pending.hEvent, milliseconds) == WAIT_OBJECT_0;
+}
+
+// Ends a pending notification; false when that cannot be done.  One that completes meanwhile cannot
+// be cancelled any more, and has come back then.
+bool Cancel(AddressNotifier* notifier) {
+  return HasComeBack(notifier, 0) ||
+         HasComeBack(notifier,
+                     CancelIPChangeNotify(&notifier->pending) != FALSE ? CANCEL_WAIT_MS : 0);
+}
+
 }  // namespace
 
 AddressNotifier* MakeAddressNotifier(Event* event) {
@@ -34,12 +48,16 @@ AddressNotifier* MakeAddressNotifier(Event* event) {
     return nullptr;
   }
   // There is nothing to cancel yet: this is for the first use, which makes the system load parts
-  // of itself, and must not come when a thread of the library ends while the host unloads it.
+  // of itself, and must not come when a thread of the library ends while the host unloads it.  (The
+  // first arming does the same on the watcher's thread, while the start waits for it.)
   CancelIPChangeNotify(&notifier->pending);
   return notifier;
 }
 
 bool ArmAddressNotifier(AddressNotifier* notifier) {
+  if (notifier->isPending && !HasComeBack(notifier, 0)) {
+    return true;
+  }
   ResetEvent(notifier->pending.hEvent);
   HANDLE handle = nullptr;
   notifier->isPending = NotifyAddrChange(&handle, &notifier->pending) == ERROR_IO_PENDING;
@@ -49,9 +67,7 @@ bool ArmAddressNotifier(AddressNotifier* notifier) {
 void CloseAddressNotifier(AddressNotifier* notifier) {
   // A notification that cannot be cancelled may still be written: its record and its event are
   // then left to the process, some forty bytes and a handle for each stop.
-  if (notifier->isPending &&
-      (CancelIPChangeNotify(&notifier->pending) == FALSE ||
-       WaitForSingleObject(notifier->pending.hEvent, CANCEL_WAIT_MS) != WAIT_OBJECT_0)) {
+  if (notifier->isPending && !Cancel(notifier)) {
     return;
   }
   CloseHandle(notifier->pending.hEvent);

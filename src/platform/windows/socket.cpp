@@ -23,6 +23,17 @@ SocketHandle Adopt(SOCKET socket) {
   return static_cast<SocketHandle>(socket);
 }
 
+// A new socket, which no child process inherits even when the host makes one at this moment; before
+// Windows 7 SP1, which knows no such sockets, it may.
+SocketHandle Open(int type) {
+  SOCKET socket =
+      WSASocketW(AF_INET, type, 0, nullptr, 0, WSA_FLAG_OVERLAPPED | WSA_FLAG_NO_HANDLE_INHERIT);
+  if (socket == INVALID_SOCKET && WSAGetLastError() == WSAEINVAL) {
+    socket = WSASocketW(AF_INET, type, 0, nullptr, 0, WSA_FLAG_OVERLAPPED);
+  }
+  return Adopt(socket);
+}
+
 sockaddr_in AddressOf(std::uint32_t address, std::uint16_t port) {
   sockaddr_in name{};
   name.sin_family = AF_INET;
@@ -79,7 +90,7 @@ void PrepareSockets() {
 }
 
 SocketHandle OpenTcpSocket() {
-  return Adopt(::socket(AF_INET, SOCK_STREAM, 0));
+  return Open(SOCK_STREAM);
 }
 
 void CloseSocket(SocketHandle socket) {
@@ -163,7 +174,7 @@ std::int32_t SendBytes(SocketHandle socket, const void* bytes, std::int32_t size
 }
 
 SocketHandle OpenUdpSocket() {
-  return Adopt(::socket(AF_INET, SOCK_DGRAM, 0));
+  return Open(SOCK_DGRAM);
 }
 
 bool BindDatagramPort(SocketHandle socket, std::uint32_t address, std::uint16_t port, bool shared) {

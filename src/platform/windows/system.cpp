@@ -17,14 +17,14 @@ bool ReadHostName(char (&buffer)[HOST_NAME_SIZE]) {
   return gethostname(buffer, sizeof buffer) == 0 && buffer[sizeof buffer - 1] == '\0';
 }
 
-bool FirstHostAddress(const char* hostName, std::uint32_t* address) {
+HostAddressResult FirstHostAddress(const char* hostName, std::uint32_t* address) {
   const hostent* entry = gethostbyname(hostName);
   if (entry == nullptr || entry->h_addrtype != AF_INET || entry->h_length != sizeof *address ||
       entry->h_addr_list[0] == nullptr) {
-    return false;
+    return HOST_ADDRESS_NONE;
   }
   memcpy(address, entry->h_addr_list[0], sizeof *address);
-  return true;
+  return HOST_ADDRESS_FOUND;
 }
 
 bool CanWatchAddresses() {

@@ -22,11 +22,9 @@ bool ConnectToSelf(SOCKET socket) {
   name.sin_family = AF_INET;
   name.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   int size = sizeof name;
-  u_long on = 1;
   return bind(socket, reinterpret_cast<const sockaddr*>(&name), size) == 0 &&
          getsockname(socket, reinterpret_cast<sockaddr*>(&name), &size) == 0 &&
-         connect(socket, reinterpret_cast<const sockaddr*>(&name), size) == 0 &&
-         ioctlsocket(socket, static_cast<long>(FIONBIO), &on) == 0;
+         connect(socket, reinterpret_cast<const sockaddr*>(&name), size) == 0;
 }
 
 }  // namespace
@@ -36,9 +34,9 @@ Waker* MakeWaker() {
   if (waker == nullptr) {
     return nullptr;
   }
-  waker->socket = ::socket(AF_INET, SOCK_DGRAM, 0);
-  if (waker->socket != INVALID_SOCKET && ConnectToSelf(waker->socket)) {
-    SetHandleInformation(reinterpret_cast<HANDLE>(waker->socket), HANDLE_FLAG_INHERIT, 0);
+  const SocketHandle socket = OpenUdpSocket();
+  waker->socket = static_cast<SOCKET>(socket);
+  if (socket != NO_SOCKET && ConnectToSelf(waker->socket)) {
     return waker;
   }
   CloseWaker(waker);
@@ -46,7 +44,7 @@ Waker* MakeWaker() {
 }
 
 void CloseWaker(Waker* waker) {
-  if (waker->socket != INVALID_SOCKET) {
+  if (waker->socket != static_cast<SOCKET>(NO_SOCKET)) {
     closesocket(waker->socket);
   }
   std::free(waker);
