@@ -171,13 +171,28 @@ TEST_F(Discovery, TellsTheNameInUtf8) {
 #endif
 }
 
-TEST_F(Discovery, SendsNothingAfterAStop) {
+// A burst that has begun is finished, none begins, and the port is taken to the end: a search gets
+// no reply, and no word that nobody listens.
+TEST_F(Discovery, FinishesBurstsAtAStop) {
   scanner.Send(Encode({1}));
   ASSERT_NE(scanner.Receive(PATIENCE_MS), "");
+  const platform::SocketHandle late = platform::OpenUdpSocket();
+  std::uint32_t address = 0;
+  platform::TextToAddress(PC_ADDRESS, &address);
+  ASSERT_EQ(platform::ConnectTo(late, address, 2968, 0), platform::CONNECT_DONE);
   const std::int64_t begin = platform::MonotonicMilliseconds();
-  EXPECT_EQ(host.Stop(), 1);
-  EXPECT_LT(platform::MonotonicMilliseconds() - begin, 1400) << "the burst is not waited for";
-  EXPECT_EQ(scanner.Receive(1000), "");
+  std::thread stopper([&] { EXPECT_EQ(host.Stop(), 1); });
+  // Before the second reply, and long after every thread has seen the stop.
+  platform::SleepMilliseconds(400);
+  const std::string search = Encode({2});
+  scanner.Send(search);
+  EXPECT_GT(platform::SendBytes(late, search.data(), static_cast<std::int32_t>(search.size())), 0);
+  char reply = 0;
+  EXPECT_EQ(platform::ReceiveBytes(late, &reply, 1), platform::RECEIVE_NOTHING);
+  stopper.join();
+  EXPECT_LT(platform::MonotonicMilliseconds() - begin, 5000);
+  EXPECT_EQ(scanner.CountReplies(200), (std::map<int, int>{{1, 2}}));
+  platform::CloseSocket(late);
   ASSERT_EQ(host.Start(), 1);
 }
 

@@ -105,7 +105,6 @@ struct ServiceState {
   ServiceLock discoveryTableLock;
   DiscoveryRequest* discoveryIndex[DISCOVERY_BUCKETS];  // of the table, under its lock too
   std::atomic<std::int32_t> replyThreads;               // that may still use a request of the table
-  platform::Event* repliesStopEvent;  // ends the pauses of replies; lives as the table does
 
   // The watcher of address changes.  The events are made by a start and closed when every thread
   // of its run has ended; the watcher writes the two words.

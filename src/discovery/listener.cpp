@@ -45,20 +45,11 @@ bool RefreshAddress() {
   return picked == PICK_USABLE || picked == PICK_ONLY_LOOPBACK;
 }
 
-void CloseRepliesStopEvent() {
-  if (service.repliesStopEvent != nullptr) {
-    platform::CloseEvent(service.repliesStopEvent);
-    service.repliesStopEvent = nullptr;
-  }
-}
-
 bool SetUpDiscovery(DiscoverySocket* discovery) {
-  service.repliesStopEvent = platform::MakeEvent();
-  if (service.repliesStopEvent != nullptr && OpenDiscoverySocket(discovery) && RefreshAddress() &&
+  if (OpenDiscoverySocket(discovery) && RefreshAddress() &&
       CreateServiceLock(&service.discoveryTableLock, 1, 1)) {
     return true;
   }
-  CloseRepliesStopEvent();
   if (discovery->socket != platform::NO_SOCKET) {
     platform::CloseSocket(discovery->socket);
   }
@@ -113,10 +104,9 @@ void DiscoveryListener(void* /*argument*/) {
   }
   while (!DiscoveryStopRequested() && ServeOnce(&discovery)) {
   }
-  platform::CloseSocket(discovery.socket);
-  platform::SignalEvent(service.repliesStopEvent);
+  // The port stays taken meanwhile: who searches now gets no reply, and no error either.
   WaitForReplies();
-  CloseRepliesStopEvent();
+  platform::CloseSocket(discovery.socket);
   DestroyTable(&service.discoveryTable, &service.discoveryTableLock);
   WriteThreadState(&service.discoveryState, &service.discoveryStateLock, THREAD_IDLE);
 }

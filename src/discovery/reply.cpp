@@ -35,6 +35,7 @@ bool HostAgrees(const DiscoveryRequest& request) {
 void DiscoveryReplyThread(void* argument) {
   auto* node = static_cast<ListNode*>(argument);
   const auto& request = *static_cast<const DiscoveryRequest*>(node->item);
+  // The host may take its time: a stop may come meanwhile, and no burst begins after it.
   if (!DiscoveryStopRequested() && HostAgrees(request) && !DiscoveryStopRequested()) {
     SendReply(request);
   }

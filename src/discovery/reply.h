@@ -16,8 +16,9 @@ constexpr std::int32_t REPLY_PAUSE_MS = 500;
 // system refuses a thread, the request is removed at once, so that a repeat of it is heard again.
 void StartReply(ListNode* node);
 
-// Waits until no reply thread uses a request any more.  They see the stop of discovery; one that is
-// inside the host's filter is waited for.
+// Waits until no reply thread uses a request any more.  No burst begins once discovery has been
+// told to stop and those that have begun are finished, so this takes a burst's 1.5 s at most, and
+// longer only while the host's filter does.
 void WaitForReplies();
 
 }  // namespace zvqrn

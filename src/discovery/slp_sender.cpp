@@ -1,9 +1,8 @@
 #include "discovery/slp_sender.h"
 
-#include "base/service_state.h"
 #include "platform/socket.h"
-#include "platform/sync.h"
 #include "platform/system.h"
+#include "platform/thread.h"
 
 namespace zvqrn {
 namespace {
@@ -18,11 +17,11 @@ void SendDatagram(const char* bytes, std::int32_t byteCount, const char* address
   platform::Endpoint receiver{0, port};
   const bool hasReceiver = platform::TextToAddress(address, &receiver.address);
   const platform::SocketHandle socket = platform::OpenUdpSocket();
-  for (std::int32_t i = 0; i < count && !DiscoveryStopRequested(); i++) {
+  for (std::int32_t i = 0; i < count; i++) {
     if (hasReceiver && socket != platform::NO_SOCKET) {
       platform::SendDatagramTo(socket, bytes, byteCount, receiver);
     }
-    platform::WaitEvent(service.repliesStopEvent, pauseMs);
+    platform::SleepMilliseconds(pauseMs);
   }
   if (socket != platform::NO_SOCKET) {
     platform::CloseSocket(socket);

@@ -9,7 +9,7 @@ namespace zvqrn {
 
 // Sends one datagram `count` times to an IPv4 address in dotted text, with a pause after each, the
 // last one included, and then writes a line to the debugger.  What cannot be sent is not reported.
-// Once discovery has been told to stop, nothing more is sent; its listener's end cuts pauses short.
+// A stop does not break it off.
 void SendDatagram(const char* bytes, std::int32_t byteCount, const char* address,
                   std::uint16_t port, std::int32_t count, std::int32_t pauseMs);
 
