@@ -110,7 +110,7 @@ TEST(HostilePeer, CannotDripItsWayPastAStop) {
   Host host(LibraryPath());
   ASSERT_EQ(host.Start(), 1);
   Scanner scanner;
-  scanner.Send("POST /PushScan HTTP/1.0\r\nContent-Length : 1000000\r\n\r\n");
+  scanner.Send(Request(Identity("2.00", "drip"), std::string(1000000, ' ')).substr(0, 200));
   std::atomic<bool> stopped{false};
   std::thread dripping([&] {
     while (!stopped.load() && scanner.Send("x")) {
@@ -123,6 +123,8 @@ TEST(HostilePeer, CannotDripItsWayPastAStop) {
   EXPECT_LT(platform::MonotonicMilliseconds() - begin, STOP_LIMIT_MS);
   stopped = true;
   dripping.join();
+  // Nothing is wrong with its document: the stop has cut it.
+  EXPECT_NE(scanner.Receive().find("x-uid : drip\r\nx-status : 2001\r\n"), std::string::npos);
 }
 
 // A scanner leaves while the service stops and two answers for it are due: the first send to it

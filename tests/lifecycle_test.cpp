@@ -138,13 +138,74 @@ TEST(Lifecycle, SendsWhatIsDueBeforeItStops) {
   scanner.Send(Request(Identity("2.00", "due"), DOCUMENT_V2));
   EXPECT_TRUE(host.WaitForDeliveries(1));
   std::thread stopper([&] { EXPECT_EQ(host.Stop(), 1); });
-  // Long enough for every thread to have seen the stop; the callback holds it up.
-  EXPECT_TRUE(scanner.HearsNothing(1000));
   EXPECT_TRUE(extra.SeesClose()) << "extra connections do not wait";
+  // Every thread has seen the stop, and the callback holds it up.  Requests are answered all the
+  // same, each in its own way, and the host hears of none.
+  const struct {
+    const char* version;
+    const char* headers;
+    const char* body;
+    const char* answer;
+  } late[] = {
+      {"1.00", "", DOCUMENT_V1, "x-uid : late\r\nx-status : 2001\r\n\r\n"},
+      {"2.00", "x-subevent : START\r\n", DOCUMENT_V2, "x-uid : late\r\nx-status : 2001\r\n\r\n"},
+      {"2.00", "x-subevent : END\r\nx-parent-uid : late\r\n", DOCUMENT_V2,
+       "x-uid : late\r\nx-parent-uid : late\r\nx-status : 2001\r\n\r\n"},
+      {"2.00", "", "no document", "x-uid : late\r\nx-status : 2003\r\n\r\n"},
+  };
+  for (const auto& l : late) {
+    scanner.Send(Request(Identity(l.version, "late") + l.headers, l.body));
+    EXPECT_NE(scanner.Receive().find(l.answer), std::string::npos) << l.answer;
+  }
+  // A scanner that goes on sending does not lose what is due by it.
+  std::atomic<bool> ended{false};
+  std::thread sending([&] {
+    while (!ended.load() && scanner.Send("rest")) {
+      platform::SleepMilliseconds(1);
+    }
+  });
   release = true;
   EXPECT_NE(scanner.Receive().find("x-uid : due\r\nx-status : 0001\r\n"), std::string::npos);
-  EXPECT_TRUE(scanner.SeesClose());
+  EXPECT_TRUE(scanner.SeesEnd());
+  ended = true;
+  sending.join();
   stopper.join();
+  EXPECT_EQ(host.Deliveries().size(), 1U);
+}
+
+// A scanner that has ended its own side gets its answer from a stop, whichever came first.
+TEST(Lifecycle, SendsWhatIsDueToAScannerThatIsDone) {
+  for (const bool stopFirst : {false, true}) {
+    Host host(LibraryPath());
+    std::atomic<bool> release{false};
+    host.verdict = [&](EventHeader*) {
+      while (!release.load()) {
+        platform::SleepMilliseconds(1);
+      }
+      return QRN_RESPONSE_OK;
+    };
+    ASSERT_EQ(host.Start(), 1);
+    Scanner scanner;
+    Scanner extra;
+    scanner.Send(Request(Identity("2.00", "due"), DOCUMENT_V2));
+    ASSERT_TRUE(host.WaitForDeliveries(1));
+    const auto endSending = [&] {
+      scanner.EndSending();
+      EXPECT_TRUE(scanner.HearsNothing(100));
+    };
+    if (!stopFirst) {
+      endSending();
+    }
+    std::thread stopper([&] { EXPECT_EQ(host.Stop(), 1); });
+    EXPECT_TRUE(extra.SeesClose());
+    if (stopFirst) {
+      endSending();
+    }
+    release = true;
+    EXPECT_NE(scanner.Receive().find("x-uid : due\r\n"), std::string::npos) << stopFirst;
+    EXPECT_TRUE(scanner.SeesEnd());
+    stopper.join();
+  }
 }
 
 #if !defined(_WIN32)  // handles are no small numbers there, and a name has no dots

@@ -22,6 +22,10 @@ void RemoveEntry(const ListNode* node) {
   ListRemove(&service.deliveryList, node);
 }
 
+bool IsDone(const ListNode* node) {
+  return static_cast<const DeliveryEntry*>(node->item)->state.load() == DELIVERY_DONE;
+}
+
 // Answers a request whose delivery could not be started, and forgets it.
 void AbandonDelivery(JobRecord* job) {
   QueueMessage(job->socket,
@@ -104,6 +108,11 @@ std::int32_t StartDelivery(JobRecord* job) {
   if (job == nullptr) {
     return 0;
   }
+  if (StopRequested()) {
+    // The host is not asked any more, and so no thread is needed.
+    Deliver(job);
+    return 1;
+  }
   DropFinishedDeliveries();
   ListNode* node = AddDeliveryEntry(job);
   if (node == nullptr) {
@@ -138,10 +147,17 @@ std::int32_t BuildResponseBody(std::int32_t code, const char* protocolVersion, c
   return TakePushScanText(document.get(), body, bodyLength) == DOC_OK ? 1 : 0;
 }
 
+bool DeliveriesAtWork() {
+  const ListNode* node = service.deliveryList.head;
+  while (node != nullptr && IsDone(node)) {
+    node = node->next;
+  }
+  return node != nullptr;
+}
+
 void WaitForDeliveries() {
   for (const ListNode* node = service.deliveryList.head; node != nullptr; node = node->next) {
-    const auto* entry = static_cast<const DeliveryEntry*>(node->item);
-    while (entry->state.load() != DELIVERY_DONE) {
+    while (!IsDone(node)) {
       platform::SleepMilliseconds(1);
     }
   }

@@ -170,8 +170,13 @@ bool DispatchMessage(platform::SocketHandle socket, const char* bytes, std::int3
   if (result != CHECK_ACCEPTED) {
     return true;
   }
-  // Fewer bytes than announced are in hand when the scanner stopped in the middle of the body.
+  // Fewer bytes than announced are in hand when the scanner stopped in the middle of the body, or
+  // the service did: then the body is not judged.
   const auto present = static_cast<std::int32_t>(bytes + length - checked.bodyStart);
+  if (present < checked.contentLength && StopRequested()) {
+    QueueMessage(socket, AnswerWithoutBody(&header, STATUS_BUSY, checked.parentUid));
+    return true;
+  }
   RequestDocument document{};
   const bool read = ReadPushScanRequest(checked.bodyStart, std::min(checked.contentLength, present),
                                         header.protocolVersion, &document);

@@ -30,6 +30,9 @@ void CloseSocket(SocketHandle socket);
 // forked, which holds the socket open too.
 void EndSocket(SocketHandle socket);
 
+// Tells the peer of a connection that nothing more will be sent, once all that was has gone out.
+void EndSending(SocketHandle socket);
+
 // Binds a listening socket to a port on every local address (0 = a port of the system's choice).
 // False also when another program listens there.
 bool BindListeningPort(SocketHandle socket, std::uint16_t port);

@@ -70,7 +70,7 @@ Scanner::Filled Scanner::Fill(std::int64_t deadline) {
       }
       if (count != platform::RECEIVE_NOTHING) {
         ended_ = true;
-        return ENDED;
+        return count == 0 ? ENDED : BROKEN_OFF;
       }
     }
   }
@@ -91,6 +91,14 @@ std::string Scanner::Receive(std::int32_t milliseconds) {
 }
 
 bool Scanner::SeesClose(std::int32_t milliseconds) {
+  if (!received_.empty()) {
+    return false;
+  }
+  const Filled filled = Fill(platform::MonotonicMilliseconds() + milliseconds);
+  return filled == ENDED || filled == BROKEN_OFF;
+}
+
+bool Scanner::SeesEnd(std::int32_t milliseconds) {
   return received_.empty() && Fill(platform::MonotonicMilliseconds() + milliseconds) == ENDED;
 }
 
@@ -111,7 +119,7 @@ void Scanner::Reset() {
 }
 
 void Scanner::EndSending() {
-  tools::EndSending(socket_);
+  platform::EndSending(socket_);
 }
 
 }  // namespace zvqrn::test

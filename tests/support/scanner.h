@@ -29,6 +29,10 @@ class Scanner {
   // True when the library closes the connection in time, without a further byte.
   bool SeesClose(std::int32_t milliseconds = PATIENCE_MS);
 
+  // True when the library ends its side of the connection in time, without a further byte and
+  // without a reset, which may cost the scanner answers that it has not read yet.
+  bool SeesEnd(std::int32_t milliseconds = PATIENCE_MS);
+
   // True when not a byte comes for that long and the connection stays open.
   bool HearsNothing(std::int32_t milliseconds);
 
@@ -41,7 +45,7 @@ class Scanner {
   void Reset();
 
  private:
-  enum Filled { FILLED, ENDED, TIMED_OUT };
+  enum Filled { FILLED, ENDED, BROKEN_OFF, TIMED_OUT };
   Filled Fill(std::int64_t deadline);
 
   platform::SocketHandle socket_;

@@ -12,10 +12,8 @@ namespace {
 
 #if defined(_WIN32)
 using SystemSocket = SOCKET;
-constexpr int SENDING_SIDE = SD_SEND;
 #else
 using SystemSocket = int;
-constexpr int SENDING_SIDE = SHUT_WR;
 #endif
 
 }  // namespace
@@ -26,10 +24,6 @@ void BreakOffConnection(platform::SocketHandle socket) {
   setsockopt(static_cast<SystemSocket>(socket), SOL_SOCKET, SO_LINGER,
              reinterpret_cast<const char*>(&atOnce), sizeof atOnce);
   platform::CloseSocket(socket);
-}
-
-void EndSending(platform::SocketHandle socket) {
-  shutdown(static_cast<SystemSocket>(socket), SENDING_SIDE);
 }
 
 }  // namespace zvqrn::tools

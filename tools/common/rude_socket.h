@@ -9,7 +9,4 @@ namespace zvqrn::tools {
 // Closes the socket with a reset: what is on its way is lost, and the peer gets an error.
 void BreakOffConnection(platform::SocketHandle socket);
 
-// Tells the peer that nothing more is sent; its own bytes can still be received.
-void EndSending(platform::SocketHandle socket);
-
 }  // namespace zvqrn::tools

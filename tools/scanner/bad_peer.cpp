@@ -60,7 +60,7 @@ void BadPeer::BreakOff() {
 
 void BadPeer::EndSending() {
   if (IsOpen()) {
-    tools::EndSending(socket_);
+    platform::EndSending(socket_);
   }
 }
 

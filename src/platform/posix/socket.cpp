@@ -85,6 +85,10 @@ void EndSocket(SocketHandle socket) {
   CloseSocket(socket);
 }
 
+void EndSending(SocketHandle socket) {
+  shutdown(Descriptor(socket), SHUT_WR);
+}
+
 bool BindListeningPort(SocketHandle socket, std::uint16_t port) {
   // Lets the port be bound again while connections of an earlier run are still dying.
   const int on = 1;

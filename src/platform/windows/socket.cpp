@@ -101,6 +101,10 @@ void EndSocket(SocketHandle socket) {
   CloseSocket(socket);
 }
 
+void EndSending(SocketHandle socket) {
+  shutdown(SystemSocket(socket), SD_SEND);
+}
+
 bool BindListeningPort(SocketHandle socket, std::uint16_t port) {
   const sockaddr_in name = AddressOf(htonl(INADDR_ANY), port);
   return bind(SystemSocket(socket), reinterpret_cast<const sockaddr*>(&name), sizeof name) == 0;
