@@ -65,8 +65,10 @@ bool ActOnChange() {
   if (RestartService()) {
     return true;
   }
+  // The use of the socket library is left to the host's next start or stop: ending it takes the
+  // loader lock under Windows, and the host may just be unloading the library, which holds that
+  // lock and waits for this thread.
   StopAllThreads(STOP_BY_WATCHER);
-  EndSocketUse();
   return false;
 }
 

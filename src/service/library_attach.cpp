@@ -5,6 +5,7 @@
 
 #include "base/driver_name.h"
 #include "base/service_state.h"
+#include "platform/clock.h"
 #include "platform/entry.h"
 #include "platform/sync.h"
 #include "platform/thread.h"
@@ -14,17 +15,24 @@
 namespace zvqrn {
 namespace {
 
-// Tells every thread to stop, without a lock: whoever holds one may be gone.
-void TellThreadsToStop() {
+// The unload of a service that serves takes this long, and longer only while threads still work.
+constexpr std::int64_t UNLOAD_MS = 2000;
+
+// Tells every thread to stop, without a lock: whoever holds one may be gone.  True when the service
+// was serving.
+bool TellThreadsToStop() {
+  bool serving = false;
   service.unloading.store(1);
   for (ThreadState* state : {&service.listenerState, &service.discoveryState}) {
     if (state->load() != THREAD_IDLE) {
       state->store(THREAD_STOP_REQUESTED);
+      serving = true;
     }
   }
   if (service.watcherStopEvent != nullptr) {
     platform::SignalEvent(service.watcherStopEvent);
   }
+  return serving;
 }
 
 // What a service that was running leaves behind once its threads are gone.  The use of the socket
@@ -57,11 +65,16 @@ void platform::OnLibraryUnload(bool processEnds) {
   if (InForkedProcess()) {
     return;
   }
-  TellThreadsToStop();
+  const std::int64_t begin = platform::MonotonicMilliseconds();
+  const bool serving = TellThreadsToStop();
   if (processEnds) {
     return;
   }
   platform::RetireThreads();
+  const std::int64_t left = begin + UNLOAD_MS - platform::MonotonicMilliseconds();
+  if (serving && left > 0) {
+    platform::SleepMilliseconds(static_cast<std::int32_t>(left));
+  }
   ReleaseRun();
   DestroyServiceLock(&service.runLock);
   if (service.lifecycleTurn != nullptr) {
