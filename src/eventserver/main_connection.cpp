@@ -20,7 +20,7 @@ constexpr std::int32_t STOP_LOOK_MS = 10;
 // Once no callback runs, requests are answered for so long at most, by a stop that has begun; then
 // what the scanner still sends is heard for so long at most, and dropped.
 constexpr std::int64_t LATE_REQUESTS_MS = 250;
-constexpr std::int32_t DRAIN_MS = 500;
+constexpr std::int32_t DRAIN_MS = 300;
 
 // The connection, and what it can still do.
 struct MainConnection {
