@@ -124,7 +124,7 @@ for folder in lonely mismatched; do
 done
 
 if [[ $way == native ]]; then
-  QUORIN_UNLOAD_ROUNDS=${QUORIN_UNLOAD_ROUNDS:-50} run_programs 20 300
+  QUORIN_UNLOAD_ROUNDS=${QUORIN_UNLOAD_ROUNDS:-12} run_programs 20 300
 else
   pc=$(mktemp -d)
   trap 'rm -rf -- "$pc"' EXIT
@@ -133,7 +133,7 @@ else
   cp -r --parents "$TESTS"/{*.exe,*.dll,*.txt,lonely,mismatched} "$pc"
   find "$pc" -name '*.exe' -exec i686-w64-mingw32-strip {} +
   check windows-x86-emulated-pc scripts/emulated_pc.sh "$PC_SECONDS" "$pc" env QUORIN_WINE_ROOT=/ \
-    "QUORIN_UNLOAD_ROUNDS=${QUORIN_UNLOAD_ROUNDS:-5}" \
+    "QUORIN_UNLOAD_ROUNDS=${QUORIN_UNLOAD_ROUNDS:-3}" \
     scripts/run_wine_tests.sh "$MACHINE" --run "$PC_JOBS" "$PC_SECONDS"
   cp "$pc/build/test-logs"/* "$LOGS"
 fi

@@ -13,8 +13,8 @@
  * QRNStopService wait for each other.  Do not call any function from DllMain.
  *
  * Unloading: stop the service first.  A library that is unloaded while its service runs ends its
- * threads and waits for the callbacks that are running; a callback that then needs the system's
- * loader lock would wait for the unload in turn.
+ * threads, waits for the callbacks that are running, and takes 2 seconds at least; a callback that
+ * then needs the system's loader lock would wait for the unload in turn.
  *
  * Forks (Linux): a process that is forked while the service is in use has no service.  Every
  * function gives 0 there at once, for good, and the parent's service goes on.  A process that forks
@@ -272,9 +272,9 @@ QRN_PUBLIC int32_t QRN_EXPORT QRNStartService(PeerFilterCallback filterCallback,
                                               StatusContext statusContext);
 
 /*
- * Stops the service: waits for the callbacks that are running, sends the answers that are due,
- * closes every connection and ends every thread of the library.  Do not hold anything that a
- * running callback waits for.
+ * Stops the service: waits for the callbacks that are running, answers requests that arrive
+ * meanwhile "busy" without a callback, sends the answers that are due, closes every connection and
+ * ends every thread of the library.  Do not hold anything that a running callback waits for.
  *
  * Result: 1 = stopped; 0 = it was not running, or the call came from inside a callback.  A service
  * that waits for an address is ended too, and the result is 0.
