@@ -4,8 +4,9 @@
 # scanner, each in a network of its own.  Prints a line a case; ends with 0 when all passed.
 #
 # Windows programs run under QUORIN_UNDER_WINE (default scripts/under_wine.sh), a command that takes
-# the machine (x86 or x64), a program and its arguments; they are left out where there is no Wine for
-# that machine.
+# the machine (x86 or x64), a program and its arguments.  How those for x86 run, here or in an emulated
+# PC, is decided by scripts/prepare_32bit.sh; those for x64 are left out where there is no Wine for
+# them.  In the PC this script runs as --x86-programs, where the unpacked package lies.
 set -euo pipefail
 
 scripts=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -58,18 +59,24 @@ request N: END, $driver, push-scan ID 1"
   exit
 fi
 
-version=$(sed -nE 's/^project\(ZVQRN VERSION ([0-9.]+).*/\1/p' "$top/CMakeLists.txt")
-readonly version
-tar=$top/build/packages/ZVQRN-$version-linux-$(uname -m).tar.gz
-work=$(mktemp -d)
-trap 'rm -rf -- "$work"' EXIT
-for machine in "${MACHINES[@]}"; do
-  unzip -q "$top/build/packages/ZVQRN-$version-windows-$machine.zip" -d "$work"
-  mv "$work/ZVQRN-$version-windows-$machine" "$work/windows-$machine"
-done
-tar -xzf "$tar" -C "$work"
-mv "$work/ZVQRN-$version-linux-$(uname -m)" "$work/linux"
-cd "$work"
+seconds=20 # that an example runs
+if [[ ${1:-} == --x86-programs ]]; then
+  work=$PWD
+  seconds=90
+else
+  version=$(sed -nE 's/^project\(ZVQRN VERSION ([0-9.]+).*/\1/p' "$top/CMakeLists.txt")
+  readonly version
+  tar=$top/build/packages/ZVQRN-$version-linux-$(uname -m).tar.gz
+  work=$(mktemp -d)
+  trap 'rm -rf -- "$work"' EXIT
+  for machine in "${MACHINES[@]}"; do
+    unzip -q "$top/build/packages/ZVQRN-$version-windows-$machine.zip" -d "$work"
+    mv "$work/ZVQRN-$version-windows-$machine" "$work/windows-$machine"
+  done
+  tar -xzf "$tar" -C "$work"
+  mv "$work/ZVQRN-$version-linux-$(uname -m)" "$work/linux"
+  cd "$work"
+fi
 mkdir logs
 export SCANNER=$work/linux/bin/quorin-scanner
 under_wine=${QUORIN_UNDER_WINE:-$scripts/under_wine.sh}
@@ -284,8 +291,8 @@ exchange() {
   (
     set +e
     cd "$folder" || exit
-    timeout 120 "$scripts/private_network.sh" "$scripts/check_package.sh" --exchange "$ending" \
-      "$answer" "$work/logs/$name.out" "$@" >"$work/logs/$name" 2>&1
+    timeout "$((seconds + 100))" "$scripts/private_network.sh" "$scripts/check_package.sh" \
+      --exchange "$ending" "$answer" "$work/logs/$name.out" "$@" >"$work/logs/$name" 2>&1
     printf '%d\n' "$?" >"$work/logs/$name.exit"
   ) &
   running+=("$name")
@@ -297,6 +304,62 @@ finish_exchanges() {
     report "$name" "$(<"logs/$name.exit")"
   done
   running=()
+}
+
+# The Windows programs of one machine, under Wine.
+run_under_wine() {
+  local machine=$1 bin=windows-$1/bin
+  exchange "$machine-run-c" wait 1 "$bin" "$under_wine" "$machine" ./c_host.exe 1 "$seconds"
+  exchange "$machine-run-cpp" wait 1 "$bin" "$under_wine" "$machine" ./cpp_host.exe 1 "$seconds"
+  exchange "$machine-run-msvc-library" wait 9 "$bin" "$under_wine" "$machine" ./lib_host.exe 9 \
+    "$seconds"
+  check "$machine-run-lld-link" runs_without_run_time "$machine"
+}
+if [[ ${1:-} == --x86-programs ]]; then
+  run_under_wine x86
+  finish_exchanges
+  [[ $failed -eq 0 ]]
+  exit
+fi
+
+# The same in the emulated PC, with the scanner of this machine's package and what that is linked with.
+run_in_pc() {
+  local pc=$work/pc
+  mkdir -p "$pc/linux/bin" "$pc/libraries"
+  cp -r "$scripts" windows-x86 "$pc"
+  cp linux/bin/quorin-scanner "$pc/libraries"
+  ldd linux/bin/quorin-scanner | grep -oE '/[^ ]+' | xargs cp -L -t "$pc/libraries"
+  # shellcheck disable=SC2016 # for the inner shell
+  printf '#!/bin/sh\ncd "${0%%/*}/../../libraries" && exec ./ld-linux-x86-64.so.2 --library-path . %s\n' \
+    './quorin-scanner "$@"' >"$pc/linux/bin/quorin-scanner"
+  chmod +x "$pc/linux/bin/quorin-scanner"
+  "$scripts/emulated_pc.sh" 900 "$pc" env QUORIN_WINE_ROOT=/ scripts/check_package.sh --x86-programs
+}
+
+# Wherever they run; without Wine for x64 its programs are left out, unless CI is set.
+run_windows_programs() {
+  local machine=$1 way=native name
+  if [[ -z ${QUORIN_UNDER_WINE:-} && $machine == x86 ]]; then
+    { way=$("$scripts/prepare_32bit.sh" 2>&3) || way=impossible; } 3>&1
+  elif [[ -z ${QUORIN_UNDER_WINE:-} && -z ${CI:-} ]] && ! "$scripts/wine64_prefix.sh"; then
+    printf 'left out  the programs of the package for x64: no Wine for them here\n'
+    return
+  fi
+  cp "cmake-windows-$machine-c/build/first_host.exe" "windows-$machine/bin/c_host.exe"
+  cp "windows-$machine/examples/cpp/first_host.exe" "windows-$machine/bin/cpp_host.exe"
+  case $way in
+    native) run_under_wine "$machine" ;;
+    emulated) run_in_pc || failed=$((failed + 1)) ;;
+    impossible) # and said why
+      failed=$((failed + 1))
+      printf 'FAILED  package-%s-run\n' "$machine"
+      ;;
+    none)
+      for name in c cpp msvc-library lld-link; do
+        printf 'skipped  package-%s-run-%s\n' "$machine" "$name"
+      done
+      ;;
+  esac
 }
 
 check contents-linux contents linux
@@ -329,23 +392,6 @@ exchange run-python interrupt 6 . python3 linux/examples/python/first_host.py --
 finish_exchanges
 unset LD_LIBRARY_PATH
 
-# The Windows programs of one machine.  Where no Wine can be had for it, they are left out, unless CI
-# is set: then they must run.
-run_windows_programs() {
-  local machine=$1 maker=wine_root.sh
-  [[ $machine == x86 ]] || maker=wine64_prefix.sh
-  if [[ -z ${QUORIN_UNDER_WINE:-} && -z ${CI:-} ]] && ! "$scripts/$maker"; then
-    printf "left out  the programs of the package for %s: no Wine for them here\n" "$machine"
-    return
-  fi
-  cp "cmake-windows-$machine-c/build/first_host.exe" "windows-$machine/bin/c_host.exe"
-  cp "windows-$machine/examples/cpp/first_host.exe" "windows-$machine/bin/cpp_host.exe"
-  exchange "$machine-run-c" wait 1 "windows-$machine/bin" "$under_wine" "$machine" ./c_host.exe 1 20
-  exchange "$machine-run-cpp" wait 1 "windows-$machine/bin" "$under_wine" "$machine" ./cpp_host.exe 1 20
-  exchange "$machine-run-msvc-library" wait 9 "windows-$machine/bin" "$under_wine" "$machine" \
-    ./lib_host.exe 9 20
-  check "$machine-run-lld-link" runs_without_run_time "$machine"
-}
 for machine in "${MACHINES[@]}"; do
   run_windows_programs "$machine"
 done
