@@ -55,7 +55,7 @@ else
   export WINEARCH=win32
 fi
 export WINEPREFIX=/prefix WINEDEBUG=${WINEDEBUG:--all}
-export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-mscoree,mshtml=} HOME=/tmp/home USER=quorin
+export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-mscoree,mshtml,winedbg.exe=} HOME=/tmp/home USER=quorin
 unset DISPLAY
 if [[ $1 == --make-prefix ]]; then
   prefix=$folder/prefix.new

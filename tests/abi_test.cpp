@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <type_traits>
+#include <vector>
 
 #include "support/host.h"
 #include "support/messages.h"
@@ -47,32 +49,58 @@ TEST(CallingConvention, OfEveryExportIsStdcall) {
 }
 #else
 static_assert(sizeof(PeerDescription) == 32 && offsetof(PeerDescription, tagList) == 24);
+
+// The modules through which the system finds the callers of the function that calls this, up to the
+// one where threads begin; 0 for memory without a module; -1 where it knows no caller.
+std::vector<DWORD64> CallersModules() {
+  const auto beginning = reinterpret_cast<DWORD64>(GetModuleHandleA("kernel32.dll"));
+  std::vector<DWORD64> modules;
+  CONTEXT context{};
+  RtlCaptureContext(&context);
+  while (modules.empty() || modules.back() != beginning) {
+    DWORD64 base = 0;
+    RUNTIME_FUNCTION* function = RtlLookupFunctionEntry(context.Rip, &base, nullptr);
+    if (function == nullptr) {
+      modules.push_back(static_cast<DWORD64>(-1));
+      break;
+    }
+    HMODULE module = nullptr;
+    GetModuleHandleExA(
+        GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+        reinterpret_cast<LPCSTR>(context.Rip), &module);
+    modules.push_back(reinterpret_cast<DWORD64>(module));
+    void* handlerData = nullptr;
+    DWORD64 frame = 0;
+    RtlVirtualUnwind(UNW_FLAG_NHANDLER, base, context.Rip, function, &context, &handlerData, &frame,
+                     nullptr);
+  }
+  return modules;
+}
+
+// A debugger, and the system with an exception of the callback in its hands, look through the stack
+// like this: from the host's code through the library's and through the gate, which lies outside of
+// it, to the thread's beginning.
+TEST(Stack, OfACallbackLeadsToTheThreadsBeginning) {
+  Host host(LibraryPath());
+  std::vector<DWORD64> modules;
+  host.verdict = [&](EventHeader*) {
+    modules = CallersModules();
+    return QRN_RESPONSE_OK;
+  };
+  ASSERT_EQ(host.Start(), 1);
+  Scanner scanner;
+  scanner.Send(Request(Identity("2.00", "1"), DOCUMENT_V2));
+  EXPECT_NE(scanner.Receive(), "");
+  EXPECT_EQ(host.Stop(), 1);
+  const auto seen = [&](const char* name) {
+    return std::count(modules.begin(), modules.end(),
+                      name == nullptr ? 0 : reinterpret_cast<DWORD64>(GetModuleHandleA(name)));
+  };
+  EXPECT_GT(seen("ZVQRN.dll"), 0);
+  EXPECT_EQ(seen(nullptr), 1) << "the gate";
+  EXPECT_EQ(seen("kernel32.dll"), 1);
+}
 #endif
-
-LONG WINAPI EndWithSeven(EXCEPTION_POINTERS* /*what*/) {
-  TerminateProcess(GetCurrentProcess(), 7);
-  return EXCEPTION_EXECUTE_HANDLER;
-}
-
-// The handler is found at the beginning of the thread's stack, past every frame of the library and
-// past the gate.
-TEST(Callback, ExceptionReachesTheHostsOwnHandler) {
-  EXPECT_EXIT(
-      {
-        SetUnhandledExceptionFilter(&EndWithSeven);
-        Host host(LibraryPath());
-        host.verdict = [](EventHeader*) {
-          RaiseException(0xE0000001, EXCEPTION_NONCONTINUABLE, 0, nullptr);
-          return QRN_RESPONSE_OK;
-        };
-        host.Start();
-        Scanner scanner;
-        scanner.Send(Request(Identity("2.00", "1"), DOCUMENT_V2));
-        scanner.Receive();
-        exit(1);
-      },
-      testing::ExitedWithCode(7), "");
-}
 
 }  // namespace
 }  // namespace zvqrn::test

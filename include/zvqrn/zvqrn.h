@@ -6,8 +6,9 @@
  * and gets every request as a call of its ScanEventCallback; the value it returns is the answer
  * that the scanner gets.
  *
- * Plain C, readable by C89-era compilers and by C++.  ZVQRN.dll is a 32-bit library: only a 32-bit
- * process can load it.  A 64-bit process gets error 193 (ERROR_BAD_EXE_FORMAT) from LoadLibrary.
+ * Plain C, readable by C89-era compilers and by C++.  ZVQRN.dll exists for 32-bit (x86) and for
+ * 64-bit (x64) processes: the DLL, the host and the maker's DRAVLIB.dll must have the same bitness.
+ * A process gets error 193 (ERROR_BAD_EXE_FORMAT) from LoadLibrary for a DLL of the other one.
  *
  * Threads: every function may be called from any thread at any time.  QRNStartService and
  * QRNStopService wait for each other.  Do not call any function from DllMain.
@@ -162,8 +163,9 @@ typedef struct PushScanIdRecord {
  */
 
 /*
- * A scanner that looks for this PC, as PeerFilterCallback gets it: four pointers (of 32 bits under
- * Windows) to NUL-terminated texts.  None is null; all belong to the library.
+ * A scanner that looks for this PC, as PeerFilterCallback gets it: four pointers to NUL-terminated
+ * texts, 16 bytes in a 32-bit process and 32 in a 64-bit one.  (No other record here holds a
+ * pointer: they have the same size in both.)  None is null; all belong to the library.
  */
 typedef struct PeerDescription {
   const char* driverName; /* the TWAIN driver that serves the scanner on this PC */

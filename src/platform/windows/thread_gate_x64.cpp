@@ -9,10 +9,10 @@
 // lies, so the instructions are copied as they are.
 //
 // The system finds a function's caller by tables, not by frame pointers.  A function without an
-// entry passes for one that leaves the stack alone: the look through the stack would take shadow
-// space for a return address and end there, and an exception in a host's callback would end the
-// process without having reached the host's own handler for such (SetUnhandledExceptionFilter),
-// which sits at the thread's beginning.  So the gate has an entry.
+// entry passes for one that leaves the stack alone: a look through the stack would take shadow
+// space for a return address and go astray.  Debuggers look so, and the system itself when the
+// host's callback meets an exception: the handler that the host has set for its whole process
+// (SetUnhandledExceptionFilter) is found at the thread's beginning.  So the gate has an entry.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
