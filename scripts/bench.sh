@@ -9,7 +9,6 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 readonly OUT=build/bench
 readonly PROGRAMS=$OUT/bench
-readonly WINDOWS=build/windows-x86
 
 if [[ ${1:-} == --inside ]]; then
   shift
@@ -42,19 +41,28 @@ scripts/private_network.sh --available || {
   exit 1
 }
 
-scripts/build.sh bench windows-x86
+scripts/build.sh bench windows-x64 windows-x86
 rm -f -- "$OUT"/{rooms,allocations,system,results}.* "$OUT"/stripped.*
 strip -o "$OUT/stripped.so" "$OUT/libZVQRN.so"
-i686-w64-mingw32-strip -o "$OUT/stripped.dll" "$WINDOWS/ZVQRN.dll"
-options+=(--library "$OUT/stripped.so" --windows-library "$OUT/stripped.dll")
+options+=(--library "$OUT/stripped.so")
 
-# Wine is used where it is; the host ends at once with an empty input.
-windows_host=(scripts/under_wine.sh "$WINDOWS/bench/bench_host.exe" "$WINDOWS/bench/ZVQRN.dll")
-if [[ -x scripts/under_wine.sh ]] && "${windows_host[@]}" </dev/null >/dev/null 2>&1; then
-  options+=(-- "${windows_host[@]}")
-else
-  options+=(--no-windows-host "no Wine here")
-fi
+# Wine is used where it can be had; an emulated PC would measure the emulation.
+wine_for_x64() {
+  scripts/wine64_prefix.sh
+}
+wine_for_x86() {
+  scripts/probe_32bit.sh && scripts/wine_root.sh
+}
+for machine in x64 x86; do
+  folder=build/windows-$machine
+  options+=("--library-$machine" "$folder/ZVQRN.dll")
+  if why=$("wine_for_$machine" 2>&1); then
+    options+=("--host-$machine" scripts/under_wine.sh "$machine" "$folder/bench/bench_host.exe"
+      "$folder/bench/ZVQRN.dll")
+  else
+    options+=("--no-host-$machine" "${why##*$'\n'}")
+  fi
+done
 
 scripts/private_network.sh --with-scanner bash "${BASH_SOURCE[0]}" --inside "${options[@]}"
 

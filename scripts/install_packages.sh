@@ -7,7 +7,7 @@ packages=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev iproute2 util-li
 for_windows=(g++-mingw-w64-i686-win32 g++-mingw-w64-x86-64-win32)
 for_packages=("${for_windows[@]}" llvm help2man zip)
 for_bench=(libbenchmark-dev libexpat1-dev libhttp-parser-dev libmicrohttpd-dev libpugixml-dev
-  llvm wine64 bubblewrap "${for_windows[@]}")
+  llvm wine64 debootstrap bubblewrap "${for_windows[@]}")
 for_fuzz=(clang libclang-rt-14-dev llvm)
 for_wine=(g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix googletest wine64 debootstrap bubblewrap)
 case ${1:-} in

@@ -4,6 +4,7 @@
 
 #include <condition_variable>
 #include <cstring>
+#include <map>
 #include <mutex>
 #include <string>
 
@@ -12,6 +13,7 @@
 #include "support/patience.h"
 #include "support/process.h"
 #include "support/scanner.h"
+#include "support/slp_scanner.h"
 
 namespace zvqrn::test {
 namespace {
@@ -416,6 +418,7 @@ TEST_F(EventFlow, ServesAScannerThatConnectsAgainAtOnce) {
   }
 }
 
+// The same with a utility library of the other bitness, under Wine.
 TEST(WithoutUtilityLibrary, EveryRequestIsAnsweredWithAnError) {
   Host host(LonelyLibraryPath());
   ASSERT_EQ(host.Start(), 1);
@@ -425,6 +428,11 @@ TEST(WithoutUtilityLibrary, EveryRequestIsAnsweredWithAnError) {
             AnswerWithDocument("x-protocol-version : 2.00\r\nx-uid : 1\r\nx-status : 0001\r\n",
                                ResponseDocumentV2("ERROR")));
   EXPECT_EQ(host.Deliveries().size(), 0U);
+  // Who searches for any PC finds it; who names itself gets no answer.
+  SlpScanner searching;
+  searching.Send(Encode({1, "XS-200"}));
+  searching.Send(Encode({2, "default"}));
+  EXPECT_EQ(searching.CountReplies(PATIENCE_MS, 3), (std::map<int, int>{{2, 3}}));
   EXPECT_EQ(host.Stop(), 1);
 }
 

@@ -62,13 +62,20 @@ const std::vector<RowGroup>& AllRows() {
           {"idle: memory of its own", "idle.anonymous_kb", Unit::KILOBYTES},
           {"idle: threads", "idle.threads", COUNT},
           {"libZVQRN.so, stripped", "size.so", BYTES},
-          {"ZVQRN.dll, stripped", "size.dll", BYTES, nullptr, "", BELOW, 100000}}},
-      {"ZVQRN.dll under Wine (the peers run without it)", {
-          {"answer, median", "wine.answer.median.ours", NS, "wine.answer.median.tcp_thread", "TCP, a thread each"},
-          {"answer, 99th percentile", "wine.answer.p99.ours", NS, "wine.answer.p99.tcp_thread", "TCP, a thread each"},
-          {"first discovery reply, median", "wine.discovery.first.ours", NS, "wine.discovery.first.udp_thread", "UDP, a thread each"},
-          {"start, median", "wine.start.median", NS},
-          {"stop, median", "wine.stop.median", NS}}},
+          {"ZVQRN.dll for 32 bits, stripped", "size.dll32", BYTES, nullptr, "", BELOW, 100000},
+          {"ZVQRN.dll for 64 bits, stripped", "size.dll64", BYTES, nullptr, "", BELOW, 100000}}},
+      {"ZVQRN.dll for 64 bits under Wine (the peers run without it)", {
+          {"answer, median", "wine64.answer.median.ours", NS, "wine64.answer.median.tcp_thread", "TCP, a thread each"},
+          {"answer, 99th percentile", "wine64.answer.p99.ours", NS, "wine64.answer.p99.tcp_thread", "TCP, a thread each"},
+          {"first discovery reply, median", "wine64.discovery.first.ours", NS, "wine64.discovery.first.udp_thread", "UDP, a thread each"},
+          {"start, median", "wine64.start.median", NS},
+          {"stop, median", "wine64.stop.median", NS}}},
+      {"ZVQRN.dll for 32 bits under Wine (the peers run without it)", {
+          {"answer, median", "wine32.answer.median.ours", NS, "wine32.answer.median.tcp_thread", "TCP, a thread each"},
+          {"answer, 99th percentile", "wine32.answer.p99.ours", NS, "wine32.answer.p99.tcp_thread", "TCP, a thread each"},
+          {"first discovery reply, median", "wine32.discovery.first.ours", NS, "wine32.discovery.first.udp_thread", "UDP, a thread each"},
+          {"start, median", "wine32.start.median", NS},
+          {"stop, median", "wine32.stop.median", NS}}},
   };
   return GROUPS;
 }

@@ -13,7 +13,8 @@ namespace {
 struct Options {
   std::string results;
   std::string library;
-  std::string windowsLibrary;
+  std::string libraryX86;
+  std::string libraryX64;
   bool quick = false;
 };
 
@@ -40,7 +41,8 @@ void Step(const char* name, const std::function<void()>& measure) {
 
 void Measure(const Options& options, const Settings& settings, Results* results) {
   TellSize(options.library, "size.so", results);
-  TellSize(options.windowsLibrary, "size.dll", results);
+  TellSize(options.libraryX86, "size.dll32", results);
+  TellSize(options.libraryX64, "size.dll64", results);
   Step("start, stop and idling", [&] { MeasureLifecycle(settings, results); });
   Step("answers", [&] { MeasureAnswers(settings, NativeHost(settings), "", results); });
   Step("the cost of many requests", [&] { MeasureGrowth(settings, results); });
@@ -48,14 +50,16 @@ void Measure(const Options& options, const Settings& settings, Results* results)
     MeasureFirstReplies(settings, NativeHost(settings), "", results);
     MeasureDiscoveryLoad(settings, results);
   });
-  Step("the library for Windows", [&] {
-    // Wine is a guest: when it fails, the other figures stand.
-    try {
-      MeasureUnderWine(settings, results);
-    } catch (const std::exception& failure) {
-      results->missing["wine."] = std::string("it failed: ") + failure.what();
-    }
-  });
+  for (const WindowsHost& host : {settings.x64, settings.x86}) {
+    Step("the library for Windows", [&] {
+      // Wine is a guest: when it fails, the other figures stand.
+      try {
+        MeasureUnderWine(settings, host, results);
+      } catch (const std::exception& failure) {
+        results->missing[host.prefix] = std::string("it failed: ") + failure.what();
+      }
+    });
+  }
 }
 
 int Run(int argc, char** argv) {
@@ -65,10 +69,13 @@ int Run(int argc, char** argv) {
   app.add_option("--folder", settings.folder, "Folder of the benchmarks' programs")->required();
   app.add_option("--results", options.results, "File for the figures")->required();
   app.add_option("--library", options.library, "The stripped libZVQRN.so");
-  app.add_option("--windows-library", options.windowsLibrary, "The stripped ZVQRN.dll");
-  app.add_option("--no-windows-host", settings.noWindowsHost, "Why there is no Wine here");
+  app.add_option("--library-x86", options.libraryX86, "The stripped ZVQRN.dll for 32 bits");
+  app.add_option("--library-x64", options.libraryX64, "The stripped ZVQRN.dll for 64 bits");
+  app.add_option("--host-x86", settings.x86.command, "The command of the 32-bit host under Wine");
+  app.add_option("--host-x64", settings.x64.command, "The command of the 64-bit host under Wine");
+  app.add_option("--no-host-x86", settings.x86.whyNot, "Why there is no Wine for 32 bits here");
+  app.add_option("--no-host-x64", settings.x64.whyNot, "Why there is no Wine for 64 bits here");
   app.add_flag("--quick", options.quick, "A few samples of each, to try things out");
-  app.add_option("windows-host", settings.windowsHost, "The command of the host under Wine");
   CLI11_PARSE(app, argc, argv);
   SetEffort(options.quick, &settings);
   Results results;

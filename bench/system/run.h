@@ -19,10 +19,17 @@ struct Limits {
   std::size_t samples;
 };
 
+// The host with the library for Windows, of one bitness.
+struct WindowsHost {
+  std::string prefix;                // of its figures
+  std::vector<std::string> command;  // that runs it under Wine; empty: it cannot run here
+  std::string whyNot;
+};
+
 struct Settings {
-  std::string folder;                    // of the benchmarks' programs
-  std::vector<std::string> windowsHost;  // the command of the host under Wine; empty: no Wine
-  std::string noWindowsHost;             // why
+  std::string folder;  // of the benchmarks' programs
+  WindowsHost x64{"wine64.", {}, ""};
+  WindowsHost x86{"wine32.", {}, ""};
   Limits answers;
   // Of a fresh connection's window; a long-used one's is ten times as long, and a count may take
   // ten times as long to reach.
@@ -70,7 +77,7 @@ void MeasureFirstReplies(const Settings& settings, const std::vector<std::string
                          const std::string& prefix, Results* results);
 void MeasureDiscoveryLoad(const Settings& settings, Results* results);
 
-// wine.*: the first figures of each kind with the library for Windows.
-void MeasureUnderWine(const Settings& settings, Results* results);
+// wine64.*, wine32.*: the first figures of each kind with the library for Windows.
+void MeasureUnderWine(const Settings& settings, const WindowsHost& host, Results* results);
 
 }  // namespace zvqrn::bench
