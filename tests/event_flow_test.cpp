@@ -409,11 +409,14 @@ TEST_F(EventFlow, ServesAScannerThatConnectsAgainAtOnce) {
   for (int i = 0; i < 150; i++) {
     Scanner scanner;
     scanner.Send(Request(Identity("2.00", "again"), DOCUMENT_V2));
-    EXPECT_NE(scanner.Receive().find("x-status : 0001\r\n"), std::string::npos) << i;
+    const std::string answer = scanner.Receive();
+    EXPECT_NE(answer.find("x-status : 0001\r\n"), std::string::npos) << i << answer;
     if (i % 3 == 0) {
       scanner.Reset();
     } else if (i % 3 == 1) {
       scanner.Send(reply);
+      // Under Wine a close may come through a moment later, when there was something to send.
+      scanner.EndSending();
     }
   }
 }

@@ -17,8 +17,9 @@ constexpr std::int32_t LISTENER_WAIT_MS = 300;
 constexpr std::int32_t MAIN_CONNECTION_POLL_MS = 1;
 
 // How long new connections wait, all together, for the end of one main connection that is just
-// ending.  Its end mostly takes less than a millisecond; a callback of the host can hold it up.
-constexpr std::int64_t MAIN_CONNECTION_PATIENCE_MS = 1000;
+// ending.  Its end mostly takes less than a millisecond, and on a PC that is overloaded a second or
+// two; a callback of the host can hold it up for longer.
+constexpr std::int64_t MAIN_CONNECTION_PATIENCE_MS = 5000;
 
 // After an accept that failed though a connection has arrived: descriptors may have run out, and
 // the connection stays where it is.  In short sleeps, to look for a stop.

@@ -164,9 +164,10 @@ std::int32_t ReceiveBytes(SocketHandle socket, void* buffer, std::int32_t size) 
   return count;
 }
 
+// By select and not by peeking: Wine tells who peeks that nothing is there while another thread
+// reads.
 bool PeerMayHaveGone(SocketHandle socket) {
-  char byte = 0;
-  return recv(SystemSocket(socket), &byte, 1, MSG_PEEK) >= 0 || WSAGetLastError() != WSAEWOULDBLOCK;
+  return WaitFor(socket, WAIT_TO_READ, 0) != SOCKET_TIMED_OUT;
 }
 
 std::int32_t SendBytes(SocketHandle socket, const void* bytes, std::int32_t size) {
