@@ -29,7 +29,7 @@ if [[ ${1:-} == --exchange ]]; then
   "$@" >"$output" &
   host=$!
   trap 'kill "$host" 2>/dev/null || true' EXIT
-  for ((i = 0; i < 300; ++i)); do
+  for ((i = 0; i < 1500; ++i)); do
     [[ -z $(ss -Hltn "sport = :$PORT") ]] || break
     kill -0 "$host" 2>/dev/null || break
     sleep 0.1
@@ -291,7 +291,7 @@ exchange() {
   (
     set +e
     cd "$folder" || exit
-    timeout "$((seconds + 100))" "$scripts/private_network.sh" "$scripts/check_package.sh" \
+    timeout "$((seconds + 200))" "$scripts/private_network.sh" "$scripts/check_package.sh" \
       --exchange "$ending" "$answer" "$work/logs/$name.out" "$@" >"$work/logs/$name" 2>&1
     printf '%d\n' "$?" >"$work/logs/$name.exit"
   ) &
