@@ -75,6 +75,7 @@ check documents scripts/check_documents.sh build/debug
 count_lines fuzz scripts/fuzz.sh --brief
 # Where no Wine can be had, what needs it says so and is left out, unless CI is set.
 count_lines windows-x64 scripts/run_wine_tests.sh x64
+count_lines tools-windows scripts/check_tools.sh build/windows-x64 scripts/under_wine.sh x64
 count_lines windows-x86 scripts/run_wine_tests.sh x86
 check package scripts/package.sh
 count_lines packages scripts/check_package.sh
