@@ -95,8 +95,8 @@ std::string LonelyLibraryPath() {
   const std::filesystem::path folder = std::filesystem::path(tools::ProgramFolder()) / "lonely";
   std::filesystem::create_directories(folder);
   const std::filesystem::path path = folder / tools::SERVICE_LIBRARY_FILE;
-  std::filesystem::copy_file(LibraryPath(), path,
-                             std::filesystem::copy_options::overwrite_existing);
+  std::filesystem::remove(path);  // MinGW's copy does not overwrite
+  std::filesystem::copy_file(LibraryPath(), path);
   return path.string();
 }
 
