@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <clocale>
+#include <string>
+
 #include "base/driver_name.h"
 
 namespace zvqrn {
@@ -64,6 +67,35 @@ TEST(DecimalNumber, ReadsAsAtoiAndStopsAtTheLimits) {
   FormatDecimal(4294967295U, text);
   EXPECT_STREQ(text, "4294967295");
 }
+
+#if !defined(_WIN32)  // a Windows process cannot choose its code page
+
+TEST(EndsInsideCharacter, FollowsTheUtf8Sequences) {
+  ASSERT_NE(setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
+  const struct {
+    std::string text;
+    bool inside;
+  } cases[] = {
+      {"AB", false},
+      {"A\xC3", true},
+      {"A\xC3\xA4", false},
+      {"\xE2\x82", true},
+      {"\xE2\x82\xAC", false},
+      {"\xF0\x9F\x96", true},
+      {"\xF0\x9F\x96\xA8", false},
+      {"\xA4", false},  // the end of a character, not its beginning
+      {"\xC3\xA4\xA4\xA4\xA4\xA4", false},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(EndsInsideCharacter(c.text.data(), static_cast<std::int32_t>(c.text.size())),
+              c.inside)
+        << testing::PrintToString(c.text);
+  }
+  setlocale(LC_CTYPE, "C");
+  EXPECT_FALSE(EndsInsideCharacter("A\xC3", 2)) << "Windows-1252";
+}
+
+#endif
 
 std::int32_t utilityAnswer = 0;
 std::int32_t utilityCalls = 0;

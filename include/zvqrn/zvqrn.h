@@ -11,7 +11,8 @@
  * A process gets error 193 (ERROR_BAD_EXE_FORMAT) from LoadLibrary for a DLL of the other one.
  *
  * Threads: every function may be called from any thread at any time.  QRNStartService and
- * QRNStopService wait for each other.  Do not call any function from DllMain.
+ * QRNStopService wait for each other.  Do not call any function from DllMain.  The maker's DRAVLIB
+ * is asked (GetTWAINName) on threads of the library, on two at once.
  *
  * Unloading: stop the service first.  A library that is unloaded while its service runs ends its
  * threads, waits for the callbacks that are running, and takes 2 seconds at least; a callback that
@@ -211,7 +212,9 @@ typedef int32_t(QRN_CALLBACK* PeerFilterCallback)(const PeerDescription* peer,
  *
  * Called on a thread of the library made for this one request, with no lock held; several calls
  * may run at once.  It may take as long as it needs: the scanner is answered when it returns, and
- * QRNStopService waits for it.  The pointers stay valid until the callback returns; for a START
+ * QRNStopService waits for it.  But a connection on which nothing is said for 300 seconds is closed:
+ * an answer that comes later is lost, and so is the END of a START that comes later.  A scanner that
+ * leaves keeps the PC busy for the others until its callbacks have returned.  The pointers stay valid until the callback returns; for a START
  * they stay so until its END has been answered or the scanner's connection has ended.  The host
  * only reads what they point to and frees nothing.  QRNSendData, QRNGetPCName and QRNSetPCName may
  * be called from it; QRNStartService and QRNStopService give 0 there.  No call comes after
@@ -246,8 +249,9 @@ enum {
  * its message (NUL-terminated, at most 63 bytes, valid until the callback returns).  The result is
  * ignored.
  *
- * Called on the host's own thread inside QRNStartService, and on a thread of the library after the
- * PC's address has changed.  Locks of the library are held: return soon, and call no function of
+ * Called on the host's own thread inside QRNStartService, there on a thread of the library too, and
+ * on threads of the library after the PC's address has changed; one call at a time.  One change may
+ * be told twice.  Locks of the library are held: return soon, and call no function of
  * this header from it (they give 0 there).
  */
 typedef int32_t(QRN_CALLBACK* StatusCallback)(int32_t statusClass, int32_t statusCode,
@@ -315,8 +319,9 @@ QRN_PUBLIC int32_t QRN_EXPORT QRNGetPCName(char* buffer, int32_t* length);
  * Replaces the name under which scanners list this PC, until the service stops.  The computer's
  * own name stays as it is.
  *
- * `name` is 1 to 15 bytes; it need not end in a NUL.
- * Result: 1 = done; 0 = a bad length, a last byte that is half of a double-byte character, no
+ * `name` is 1 to 15 bytes; it need not end in a NUL.  Scanners are told what comes before its first
+ * NUL; a PC whose name begins with one answers no search.
+ * Result: 1 = done; 0 = a bad length, a name that ends inside a character of several bytes, no
  * running service, or no memory.
  */
 QRN_PUBLIC int32_t QRN_EXPORT QRNSetPCName(const char* name, int32_t length);

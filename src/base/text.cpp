@@ -91,7 +91,33 @@ std::int32_t DecimalNumber(const char* at, const char* end) {
   return static_cast<std::int32_t>(negative ? -number : number);
 }
 
-bool EndsWithLeadByte(const char* text, std::int32_t length) {
+namespace {
+
+// How many bytes a UTF-8 sequence has that begins with this byte; 0 for one that begins none.
+std::int32_t SequenceLength(unsigned char byte) {
+  if (byte < 0x80) {
+    return 1;
+  }
+  if (byte < 0xC0) {
+    return 0;
+  }
+  return byte < 0xE0 ? 2 : byte < 0xF0 ? 3 : 4;
+}
+
+bool EndsInsideSequence(const char* text, std::int32_t length) {
+  std::int32_t count = 1;  // from the last byte that may begin a sequence on
+  while (count < length && SequenceLength(static_cast<unsigned char>(text[length - count])) == 0) {
+    count++;
+  }
+  return SequenceLength(static_cast<unsigned char>(text[length - count])) > count;
+}
+
+}  // namespace
+
+bool EndsInsideCharacter(const char* text, std::int32_t length) {
+  if (platform::IsUtf8CodePage()) {
+    return EndsInsideSequence(text, length);
+  }
   std::int32_t at = 0;
   while (at < length - 1) {
     at += platform::IsLeadByte(text[at]) ? 2 : 1;

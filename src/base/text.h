@@ -37,9 +37,10 @@ bool IsDigit(char letter);
 // Space, tab, line feed, vertical tab, form feed or carriage return.
 bool IsWhiteSpace(char letter);
 
-// True when the last of `length` bytes (at least 1) begins a double-byte character of the ANSI code
-// page, judged from the start of the text.
-bool EndsWithLeadByte(const char* text, std::int32_t length);
+// True when `length` bytes (at least 1) end inside a character of the ANSI code page: with a lead
+// byte, judged from the start of the text, or with the beginning of a UTF-8 sequence (RFC 3629,
+// section 3).
+bool EndsInsideCharacter(const char* text, std::int32_t length);
 
 // A non-negative number as decimal digits without sign or leading zeros.
 constexpr std::int32_t DECIMAL_TEXT_SIZE = 12;

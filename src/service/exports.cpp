@@ -98,7 +98,7 @@ int32_t QRN_EXPORT QRNGetPCName(char* buffer, int32_t* length) {
 
 int32_t QRN_EXPORT QRNSetPCName(const char* name, int32_t length) {
   if (name == nullptr || length < 1 || length > zvqrn::PC_NAME_LIMIT ||
-      zvqrn::EndsWithLeadByte(name, length) || !zvqrn::MayServe()) {
+      zvqrn::EndsInsideCharacter(name, length) || !zvqrn::MayServe()) {
     return 0;
   }
   const zvqrn::LockScope scope(&zvqrn::service.identityLock);

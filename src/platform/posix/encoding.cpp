@@ -7,11 +7,6 @@
 namespace zvqrn::platform {
 namespace {
 
-// The ANSI code page is Windows-1252, unless the process has chosen UTF-8 with setlocale().
-bool IsUtf8Process() {
-  return strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
-}
-
 // The characters of Windows-1252 at 0x80 to 0x9F; what it leaves undefined maps to itself, as
 // Windows maps it.
 constexpr char16_t UPPER_CONTROLS[32] = {
@@ -47,8 +42,13 @@ bool IsLeadByte(char /*byte*/) {
   return false;
 }
 
+// The ANSI code page is Windows-1252, unless the process has chosen UTF-8 with setlocale().
+bool IsUtf8CodePage() {
+  return strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+}
+
 std::int32_t AnsiToUtf8Bytes(const char* text, char* utf8, std::int32_t size) {
-  const bool alreadyUtf8 = IsUtf8Process();
+  const bool alreadyUtf8 = IsUtf8CodePage();
   std::int32_t used = 0;
   for (bool more = true; more; text++) {
     more = *text != '\0';

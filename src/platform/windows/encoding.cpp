@@ -11,6 +11,10 @@ bool IsLeadByte(char byte) {
   return IsDBCSLeadByte(static_cast<BYTE>(byte)) != FALSE;
 }
 
+bool IsUtf8CodePage() {
+  return GetACP() == CP_UTF8;
+}
+
 std::int32_t AnsiToUtf8Bytes(const char* text, char* utf8, std::int32_t size) {
   const int characters = MultiByteToWideChar(CP_ACP, 0, text, -1, nullptr, 0);
   if (characters < 1) {
