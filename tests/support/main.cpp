@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
+#include <vector>
 
 #include "platform/socket.h"
 #include "support/process.h"
+#include "support/surroundings.h"
 
 namespace {
 
@@ -26,7 +29,14 @@ class EndWatch : public testing::EmptyTestEventListener {
 }  // namespace
 
 int main(int count, char** arguments) {
+  const std::vector<std::string> command(arguments, arguments + count);
   testing::InitGoogleTest(&count, arguments);
+  // A list of the tests can be had anywhere.
+  const std::string why = testing::GTEST_FLAG(list_tests) ? "" : zvqrn::test::WhyNotHere(command);
+  if (!why.empty()) {
+    fprintf(stderr, "%s\n", why.c_str());
+    return 2;
+  }
   testing::UnitTest::GetInstance()->listeners().Append(new EndWatch);
   // For the scanners, whether or not a service runs.
   return zvqrn::platform::StartSockets() ? RUN_ALL_TESTS() : 1;

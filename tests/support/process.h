@@ -37,6 +37,9 @@ const char* MulticastInterface(const char* address);
 // within that many seconds; 0 = never.  Does nothing under Windows, where the script has a limit.
 void EndProcessAfter(int seconds, const char* what);
 
+// What is put before a test program's command to run it in a network of its own.
+extern const char* const PRIVATE_STARTER;
+
 // Runs a command of the shell; fails the test when that fails.  Windows tests find the network as
 // scripts/run_wine_tests.sh has made it: nothing is run there.
 void RunCommand(const std::string& command);

@@ -39,6 +39,8 @@ void EndLate(int /*signal*/) {
 
 const char* const SCANNER_ADDRESS = "10.68.0.3";
 
+const char* const PRIVATE_STARTER = "scripts/private_network.sh";
+
 const char* MulticastInterface(const char* address) {
   return address;
 }

@@ -9,6 +9,10 @@ namespace zvqrn::test {
 
 const char* const SCANNER_ADDRESS = "127.0.0.1";
 
+const char* const PRIVATE_STARTER = sizeof(void*) == 8
+                                        ? "scripts/private_network.sh scripts/under_wine.sh x64"
+                                        : "scripts/private_network.sh scripts/under_wine.sh x86";
+
 const char* MulticastInterface(const char* /*address*/) {
   return "10.68.0.2";
 }

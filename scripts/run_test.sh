@@ -1,0 +1,8 @@
+#!/usr/bin/env bash
+# Runs a test program for ctest: in a network of its own, unless it only lists its tests.
+# Usage: scripts/run_test.sh PROGRAM [ARGUMENT...]
+set -euo pipefail
+for argument; do
+  [[ $argument != --gtest_list_tests ]] || exec "$@"
+done
+exec "$(dirname "${BASH_SOURCE[0]}")/private_network.sh" "$@"
