@@ -1,83 +1,89 @@
 #!/usr/bin/env bash
 # Builds and runs every test: three native builds (debug, and the two with sanitisers), the real DLL
 # under Wine, the fuzz targets for a minute, both packages as their users get them, the checks of
-# sources and documents, and the demo as a user runs it.  Test programs run in network namespaces of
-# their own, two builds at a time.  The last line counts the tests.
+# sources and documents, and the demo as a user runs it.  Tests mostly wait, so they run many at a
+# time, in network namespaces of their own, while the next preset is compiled.  It tells of each part
+# when it has ended; logs are in build/test-logs.  The last line counts the tests.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 . scripts/test_results.sh
-
-readonly PRESETS=(debug asan tsan)
-readonly PROGRAMS=(room_tests seam_tests system_tests unload_tests)
-# The failure sweep runs in parts, each in a network of its own, where leaks are looked for.
-readonly SWEEP_PRESET=asan
-readonly SWEEP_PARTS=4
+. scripts/parts.sh
 
 scripts/private_network.sh --available || {
   printf 'No network namespace can be made here, and the tests need one: they listen on fixed\n' >&2
   printf 'ports.  Run them as root, or allow user namespaces.\n' >&2
   exit 1
 }
-
-scripts/build.sh "${PRESETS[@]}" release windows-x86 windows-x64
 rm -rf -- "$LOGS"
 mkdir -p "$LOGS"
 
-# The tests below mostly wait; what only computes runs beside them.
-run_in_background lint nice scripts/lint.sh
-
-# Runs a test program of one preset; its results are counted from the log.
-run_program() {
-  local name=$1 code=0
+# Compiles a preset, or some targets of it.  What is tested meanwhile goes before.
+compile() {
+  local preset=$1
   shift
-  timeout 600 scripts/private_network.sh "$@" >"$LOGS/$name.log" 2>&1 || code=$?
-  printf '%d\n' "$code" >"$LOGS/$name.exit"
+  renice -n 10 "$BASHPID" >/dev/null
+  cmake --preset "$preset"
+  cmake --build --preset "$preset" ${1:+--target "$@"}
 }
-run_preset() {
-  local program
-  for program in "${PROGRAMS[@]}"; do
-    run_program "$1-$program" "build/$1/$program"
-  done
+
+# Runs the native tests of a preset, each in a network of its own.
+test_natively() {
+  local preset=$1 code=0 log=$LOGS/$1.ctest
+  ctest --preset "$preset" >"$log" 2>&1 || code=$?
+  printf 'passed  %s: %d tests\n' "$preset" "$(grep -cE '^ *[0-9]+/[0-9]+ Test .* Passed ' "$log")"
+  sed -nE "s/^\t *[0-9]+ - (.*) \((Skipped|Disabled)\)$/skipped  $preset: \1/p;
+    s/^\t *[0-9]+ - (.*) \((.*)\)$/FAILED  $preset: \1 (\2)/p" "$log"
+  sed -n 's/^failure points: //p' "build/$preset/Testing/Temporary/LastTest.log" |
+    awk '{ sum += $NF } END { if (NR) print "failure points: " sum " in " NR " scenarios" }'
+  [[ $code -eq 0 ]] || grep -vE ' Passed |^ *Start ' "$log" | head -n 200
+  return "$code"
 }
-# The preset that takes longest has a core to itself from the beginning.
-run_preset tsan &
-slowest=$!
-run_preset debug
-run_preset asan
-wait "$slowest"
-sweep=()
-for ((part = 0; part < SWEEP_PARTS; ++part)); do
-  run_program "$SWEEP_PRESET-failure_tests-$part" env GTEST_TOTAL_SHARDS="$SWEEP_PARTS" \
-    GTEST_SHARD_INDEX="$part" "build/$SWEEP_PRESET/failure_tests" &
-  sweep+=("$!")
-done
-wait "${sweep[@]}"
 
-for preset in "${PRESETS[@]}"; do
-  for program in "${PROGRAMS[@]}"; do
-    count_program "$preset-$program"
-  done
-done
-for ((part = 0; part < SWEEP_PARTS; ++part)); do
-  count_program "$SWEEP_PRESET-failure_tests-$part"
-done
-sed -n 's/^failure points: /        failure points: /p' "$LOGS/$SWEEP_PRESET"-failure_tests-*.log
-collect lint
+lint() {
+  renice -n 19 "$BASHPID" >/dev/null
+  scripts/lint.sh
+}
 
-check demo scripts/demo.sh build/asan
-check soak scripts/soak.sh --seconds 20 --preset asan
-count_lines tools scripts/check_tools.sh build/asan
-check exports scripts/check_exports.sh build/debug/libZVQRN.so
-for machine in x86 x64; do
-  check "dll-$machine" scripts/check_dll.sh "$machine" "build/windows-$machine/ZVQRN.dll"
+fuzz() {
+  renice -n 10 "$BASHPID" >/dev/null
+  scripts/fuzz.sh --brief
+}
+
+# One preset compiles after the other, those first whose tests take long.
+part compile compile-debug - compile debug test_programs
+part compile compile-asan compile-debug compile asan
+last=compile-asan
+for machine in x64 x86; do
+  part compile "compile-windows-$machine" "$last" compile "windows-$machine"
+  part compile "compile-windows-$machine-tests" "compile-windows-$machine" \
+    compile "windows-$machine-tests" test_programs
+  last=compile-windows-$machine-tests
 done
-check documents scripts/check_documents.sh build/debug
-count_lines fuzz scripts/fuzz.sh --brief
+part compile compile-tsan "$last" compile tsan test_programs
+part compile compile-release compile-tsan compile release
+part compile compile-fuzz compile-release compile fuzz fuzz
+
+# The checks of sources compute all the time: they fill what the others leave.
+part check lint compile-debug lint
+part tests debug compile-debug test_natively debug
+part tests asan compile-asan test_natively asan
+part tests tsan compile-tsan test_natively tsan
+part check demo asan scripts/demo.sh build/asan
+part check soak demo scripts/soak.sh --seconds 20 --preset asan
+part tests tools compile-asan scripts/check_tools.sh build/asan
+part check documents compile-asan scripts/check_documents.sh build/asan
+part check exports compile-debug scripts/check_exports.sh build/debug/libZVQRN.so
 # Where no Wine can be had, what needs it says so and is left out, unless CI is set.
-count_lines windows-x64 scripts/run_wine_tests.sh x64
-count_lines tools-windows scripts/check_tools.sh build/windows-x64 scripts/under_wine.sh x64
-count_lines windows-x86 scripts/run_wine_tests.sh x86
-check package scripts/package.sh
-count_lines packages scripts/check_package.sh
+for machine in x64 x86; do
+  part check "dll-$machine" "compile-windows-$machine" \
+    scripts/check_dll.sh "$machine" "build/windows-$machine/ZVQRN.dll"
+  part tests "windows-$machine" "compile-windows-$machine-tests" scripts/run_wine_tests.sh "$machine"
+done
+part tests tools-windows windows-x64 \
+  scripts/check_tools.sh build/windows-x64 scripts/under_wine.sh x64
+part check package "compile-release,compile-windows-x64,compile-windows-x86" scripts/package.sh
+part tests packages package scripts/check_package.sh
+part tests fuzz compile-fuzz fuzz
 
+run_parts
 print_totals

@@ -34,49 +34,6 @@ check() {
   count_check "$name" "$code"
 }
 
-# Starts one; collect NAME waits for it and counts it.
-declare -A running
-run_in_background() {
-  local name=$1
-  shift
-  "$@" >"$LOGS/$name.log" 2>&1 &
-  running[$name]=$!
-}
-collect() {
-  local code=0
-  wait "${running[$1]}" || code=$?
-  count_check "$1" "$code"
-}
-
-# Runs a script that prints a line for each of its cases, "passed  NAME", "FAILED  NAME" or
-# "skipped  NAME", with ": N tests" behind a program's name, and counts them.  One that ends badly
-# without saying why, or has no case, is a failure of its own; exit code 3 says that it cannot run
-# here.
-count_lines() {
-  local name=$1 code=0 log=$LOGS/$1.log good bad left
-  shift
-  "$@" >"$log" 2>"$LOGS/$name.err" || code=$?
-  grep -vE '^[0-9]+ passed, [0-9]+ failed(, [0-9]+ skipped)?$' "$log" || true
-  if [[ $code -eq 3 ]]; then
-    tail -n 5 "$LOGS/$name.err"
-    return
-  fi
-  good=$(lines_of passed "$log")
-  left=$(lines_of skipped "$log")
-  bad=$(grep -c '^FAILED' "$log" || true)
-  if [[ $bad -eq 0 && ($code -ne 0 || $((good + left)) -eq 0) ]]; then
-    bad=1
-    printf 'FAILED  %s (exit code %d)\n' "$name" "$code"
-    tail -n 40 "$LOGS/$name.err"
-  fi
-  passed=$((passed + good))
-  failed=$((failed + bad))
-  skipped=$((skipped + left))
-}
-lines_of() {
-  awk -v word="$1" '$1 == word { n += $NF == "tests" ? $(NF - 1) : 1 } END { print n + 0 }' "$2"
-}
-
 # Counts the results of a test program that has run, from NAME.log and NAME.exit.  A program that
 # ended early, or ran nothing, is a failure of its own.
 count_program() {
