@@ -110,7 +110,7 @@ contents() {
   [[ $version == 0.* ]] || interface=${version%%.*}
   cd "$system"
   sha256sum --check --strict --quiet SHA256SUMS
-  diff <(sed "s/@VERSION@/$version/; s/@INTERFACE@/$interface/" "$top/packaging/${system%-*}_files.txt") \
+  diff <(sed "s/@VERSION@/$version/; s/@INTERFACE@/$interface/" "$top/packaging/${system%%-*}_files.txt") \
     <(find . ! -type d -printf '%P\n' | LC_ALL=C sort)
   diff <(awk '{ print $2 }' SHA256SUMS) \
     <(find . -type f ! -name SHA256SUMS -printf '%P\n' | LC_ALL=C sort)
@@ -246,11 +246,11 @@ documents() {
   for document in README.md docs/host-guide.md; do
     for folder in linux "${MACHINES[@]/#/windows-}"; do
       compiler=gcc
-      [[ $folder == linux ]] || compiler=${CROSS[x86]}-gcc
+      [[ $folder == linux ]] || compiler=${CROSS[x64]}-gcc
       awk '/^```c$/ && !done { on = 1; next } /^```$/ { done += on; on = 0 } on' "$top/$document" \
         >"$folder/first_host.c"
       line=$(grep -m1 -E "^ *$compiler -Iinclude first_host.c" "$top/$document")
-      [[ $folder == linux ]] || line=${line/${CROSS[x86]}/${CROSS[${folder#windows-}]}}
+      [[ $folder == linux ]] || line=${line/${CROSS[x64]}/${CROSS[${folder#windows-}]}}
       (cd "$folder" && bash -c "$line")
     done
     # It runs from any folder.
@@ -362,7 +362,10 @@ run_windows_programs() {
   esac
 }
 
-check contents-linux contents linux
+# Before anything is built in them.
+for system in linux "${MACHINES[@]/#/windows-}"; do
+  check "contents-$system" contents "$system"
+done
 check same-again same_again
 check shared-library shared_library
 check header header
@@ -371,7 +374,6 @@ check makefiles with_makefiles
 check cmake-linux-c with_cmake linux c
 check cmake-linux-cpp with_cmake linux cpp
 for machine in "${MACHINES[@]}"; do
-  check "contents-$machine" contents "windows-$machine"
   check "built-again-$machine" built_again "$machine"
   check "machine-$machine" machine_files "$machine"
   check "cmake-$machine-c" cmake_for_windows "$machine" c
