@@ -212,13 +212,13 @@ typedef int32_t(QRN_CALLBACK* PeerFilterCallback)(const PeerDescription* peer,
  *
  * Called on a thread of the library made for this one request, with no lock held; several calls
  * may run at once.  It may take as long as it needs: the scanner is answered when it returns, and
- * QRNStopService waits for it.  But a connection on which nothing is said for 300 seconds is closed:
- * an answer that comes later is lost, and so is the END of a START that comes later.  A scanner that
- * leaves keeps the PC busy for the others until its callbacks have returned.  The pointers stay valid until the callback returns; for a START
- * they stay so until its END has been answered or the scanner's connection has ended.  The host
- * only reads what they point to and frees nothing.  QRNSendData, QRNGetPCName and QRNSetPCName may
- * be called from it; QRNStartService and QRNStopService give 0 there.  No call comes after
- * QRNStopService has returned.
+ * QRNStopService waits for it.  But a connection on which nothing is said for 300 seconds is
+ * closed: an answer that comes later is lost, and so is the END of a START that comes later.  A
+ * scanner that leaves keeps the PC busy for the others until its callbacks have returned.  The
+ * pointers stay valid until the callback returns; for a START they stay so until its END has been
+ * answered or the scanner's connection has ended.  The host only reads what they point to and frees
+ * nothing.  QRNSendData, QRNGetPCName and QRNSetPCName may be called from it; QRNStartService and
+ * QRNStopService give 0 there.  No call comes after QRNStopService has returned.
  */
 typedef int32_t(QRN_CALLBACK* ScanEventCallback)(EventHeader* header, int32_t documentKind,
                                                  const void* requestData, int32_t requestDataSize,
