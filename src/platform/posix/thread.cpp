@@ -18,7 +18,7 @@ struct ThreadRecord {
   ThreadProcedure procedure;
   void* argument;
   bool callsHost;  // runs with the host's signals
-  bool joined;     // somebody waits for its end and will free this record
+  bool joined;     // somebody waits for its end, and the thread frees this record itself
   ThreadRecord* next;
   ThreadRecord* previous;  // among the running
 };
@@ -85,25 +85,26 @@ void JoinFinished() {
   pthread_mutex_unlock(&recordsMutex);
 }
 
-// A running thread that nobody waits for, claimed by the caller.  It stays in its list, where
-// OnLibraryThread finds it, until its procedure has returned.  recordsMutex is held.
-ThreadRecord* ClaimRunning() {
+// Claims a running thread that nobody waits for; false when there is none.  Its record stays in the
+// list, where OnLibraryThread finds it, until its procedure has returned.  recordsMutex is held.
+bool ClaimRunning(pthread_t* thread) {
   ThreadRecord* record = running;
   while (record != nullptr && record->joined) {
     record = record->next;
   }
   if (record != nullptr) {
     record->joined = true;
+    *thread = record->thread;
   }
-  return record;
+  return record != nullptr;
 }
 
 void JoinAllThreads() {
+  pthread_t thread{};
   pthread_mutex_lock(&recordsMutex);
-  while (ThreadRecord* record = ClaimRunning()) {
+  while (ClaimRunning(&thread)) {
     pthread_mutex_unlock(&recordsMutex);
-    pthread_join(record->thread, nullptr);
-    std::free(record);
+    pthread_join(thread, nullptr);
     pthread_mutex_lock(&recordsMutex);
   }
   pthread_mutex_unlock(&recordsMutex);
@@ -123,7 +124,9 @@ void* RunThread(void* argument) {
   // Done here, also for who waits for this thread: once it has been joined, a thread of the host's
   // may get its id.
   RemoveRunning(record);
-  if (!record->joined) {
+  if (record->joined) {
+    std::free(record);
+  } else {
     record->next = finished;
     finished = record;
   }
