@@ -140,7 +140,9 @@ TEST(Lifecycle, SendsWhatIsDueBeforeItStops) {
   std::thread stopper([&] { EXPECT_EQ(host.Stop(), 1); });
   EXPECT_TRUE(extra.SeesClose()) << "extra connections do not wait";
   // Every thread has seen the stop, and the callback holds it up.  Requests are answered all the
-  // same, each in its own way, and the host hears of none.
+  // same, each in its own way, and neither the host nor the utility library hears of one.
+  std::string unknownScanner = DOCUMENT_V2;
+  unknownScanner.replace(unknownScanner.find("XS-200"), 6, "XS-999");
   const struct {
     const char* version;
     const char* headers;
@@ -151,6 +153,7 @@ TEST(Lifecycle, SendsWhatIsDueBeforeItStops) {
       {"2.00", "x-subevent : START\r\n", DOCUMENT_V2, "x-uid : late\r\nx-status : 2001\r\n\r\n"},
       {"2.00", "x-subevent : END\r\nx-parent-uid : late\r\n", DOCUMENT_V2,
        "x-uid : late\r\nx-parent-uid : late\r\nx-status : 2001\r\n\r\n"},
+      {"2.00", "", unknownScanner.c_str(), "x-uid : late\r\nx-status : 2001\r\n\r\n"},
       {"2.00", "", "no document", "x-uid : late\r\nx-status : 2003\r\n\r\n"},
   };
   for (const auto& l : late) {

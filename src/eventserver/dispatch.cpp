@@ -38,11 +38,16 @@ static_assert(offsetof(PushScanRequestRecord, productName) == 0 &&
 
 // Takes the record of a request and fills in the name of the driver that serves its scanner: over
 // the product name in a version 1 record, which has no field of its own for it.  The record may
-// still be turned down by the document's code.
+// still be turned down by the document's code.  While the service stops the host gets no request
+// any more, and the utility library is not asked: it may be slow, and may need the loader lock,
+// which a host that unloads the library holds until this thread has ended.
 void CompleteRequestData(const PushScanDataView& view, OwnedBlock<char> record,
                          RequestDocument* document) {
   char driverName[DRIVER_NAME_SIZE] = {};
-  switch (CallGetTwainName(service.getTwainName, record.get(), driverName)) {
+  const DriverNameResult found =
+      StopRequested() ? DRIVER_NAME_FOUND
+                      : CallGetTwainName(service.getTwainName, record.get(), driverName);
+  switch (found) {
     case DRIVER_NAME_FOUND: {
       const std::size_t place = view.kind == DOCUMENT_PUSHSCAN_V1
                                     ? offsetof(PushScanRequestRecord, productName)
