@@ -2,6 +2,10 @@
 # Configures and builds presets, and says little unless something fails.
 # Usage: scripts/build.sh PRESET...
 set -euo pipefail
+[[ $# -gt 0 ]] || {
+  printf 'usage: scripts/build.sh PRESET...\n' >&2
+  exit 2
+}
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 for preset in "$@"; do

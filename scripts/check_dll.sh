@@ -3,6 +3,10 @@
 # that its symbols lie beside it.
 # Usage: scripts/check_dll.sh x86|x64 LIBRARY.dll
 set -euo pipefail
+[[ $# -eq 2 && $1 =~ ^x(86|64)$ ]] || {
+  printf 'usage: scripts/check_dll.sh x86|x64 LIBRARY.dll\n' >&2
+  exit 2
+}
 machine=$1 dll=$2
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -11,7 +15,6 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 case $machine in
   x86) tools=i686-w64-mingw32 format=pei-i386 wanted_flags=0x140 ;;
   x64) tools=x86_64-w64-mingw32 format=pei-x86-64 wanted_flags=0x160 ;;
-  *) exit 2 ;;
 esac
 readonly LIMIT=100000
 

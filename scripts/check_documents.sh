@@ -4,6 +4,10 @@
 # Usage: scripts/check_documents.sh FOLDER      the folder of the built tools
 # shellcheck disable=SC2016 # the backticks in the patterns below are those of the documents
 set -euo pipefail
+[[ -d ${1:-} ]] || {
+  printf 'usage: scripts/check_documents.sh FOLDER, where the tools are built\n' >&2
+  exit 2
+}
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 readonly tools=$1

@@ -3,6 +3,10 @@
 # for the DLLs.
 # Usage: scripts/check_exports.sh LIBRARY.so
 set -euo pipefail
+[[ -f ${1:-} ]] || {
+  printf 'usage: scripts/check_exports.sh LIBRARY.so\n' >&2
+  exit 2
+}
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 wanted=$(grep -oE 'QRN_EXPORT QRN[A-Za-z]+' include/zvqrn/zvqrn.h | awk '{print $2}' | sort)

@@ -232,6 +232,10 @@ refuses_other_bitness() {
 
 with_makefiles() {
   local machine
+  # In a folder with a space in its name.
+  cp -R linux 'linux elsewhere'
+  make -C 'linux elsewhere/examples/c'
+  make -C 'linux elsewhere/examples/cpp'
   make -C linux/examples/c
   make -C linux/examples/cpp
   for machine in "${MACHINES[@]}"; do

@@ -8,6 +8,10 @@ set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 readonly here
 
+[[ -d ${1:-} ]] || {
+  printf 'usage: scripts/check_tools.sh BUILD_FOLDER [RUNNER...]\n' >&2
+  exit 2
+}
 if [[ -z ${QUORIN_PRIVATE_ADDRESS:-} ]]; then
   exec "$here/private_network.sh" bash "${BASH_SOURCE[0]}" "$@"
 fi

@@ -15,6 +15,10 @@ set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 readonly here
 
+[[ $# -eq 0 || ($1 =~ ^[0-9]+$ && -d ${2:-} && $# -gt 2) ]] || {
+  printf 'usage: scripts/emulated_pc.sh [SECONDS FOLDER COMMAND [ARGUMENT...]]\n' >&2
+  exit 2
+}
 readonly CANNOT_BE_HAD=3
 readonly TIMED_OUT=124
 # What the kernel does not have built in, in the order of loading.

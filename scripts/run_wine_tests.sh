@@ -15,7 +15,11 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 . scripts/test_results.sh
 
-readonly MACHINE=${1:-}
+[[ ${1:-} =~ ^x(86|64)$ && ($# -eq 1 || ($2 == --run && $# -eq 4)) ]] || {
+  printf 'usage: scripts/run_wine_tests.sh x86|x64 [--run JOBS SECONDS]\n' >&2
+  exit 2
+}
+readonly MACHINE=$1
 readonly LIBRARY=build/windows-$MACHINE
 readonly TESTS=build/windows-$MACHINE-tests
 readonly PROGRAMS=$LOGS/windows-$MACHINE-programs
@@ -89,10 +93,6 @@ case $MACHINE in
   x64) scripts/wine64_prefix.sh || code=$? ;;
   # What it finds belongs to the results.
   x86) { way=$(scripts/prepare_32bit.sh 2>&3) || exit 1; } 3>&1 ;;
-  *)
-    printf 'usage: scripts/run_wine_tests.sh x86|x64 [--run JOBS SECONDS]\n' >&2
-    exit 2
-    ;;
 esac
 if [[ $code -ne 0 ]]; then
   [[ -z ${CI:-} ]] || exit 1

@@ -11,6 +11,10 @@ set -euo pipefail
 
 readonly CANNOT_BE_HAD=3
 
+[[ $# -eq 0 || $* == --path ]] || {
+  printf 'usage: scripts/wine64_prefix.sh [--path]\n' >&2
+  exit 2
+}
 folder=${QUORIN_WINE64_FOLDER:-}
 if [[ -z $folder ]]; then
   # Wine uses only a prefix that belongs to its user.

@@ -39,7 +39,8 @@ void EndLate(int /*signal*/) {
 
 const char* const SCANNER_ADDRESS = "10.68.0.3";
 
-const char* const PRIVATE_STARTER = "scripts/private_network.sh";
+// Whole, for an editor starts tests from a folder of its own.
+const char* const PRIVATE_STARTER = REPOSITORY_FOLDER "/scripts/private_network.sh";
 
 const char* MulticastInterface(const char* address) {
   return address;

@@ -36,7 +36,7 @@ bool HasNetworkOfItsOwn() {
 std::string CommandFor(const std::vector<std::string>& arguments) {
   std::string command = PRIVATE_STARTER;
   for (const std::string& argument : arguments) {
-    const bool plain = argument.find_first_of(" *?:") == std::string::npos;
+    const bool plain = argument.find_first_of(" *?:'\"$&|;<>()[]`\\!#~") == std::string::npos;
     command += plain ? " " + argument : " '" + argument + "'";
   }
   return command;
