@@ -108,16 +108,20 @@ TEST_F(Discovery, AcceptsByTheRules) {
     scanner.Send(c.bytes);
     expected[std::atoi(c.name)] = c.replies;
   }
+#if !defined(_WIN32)  // under Wine one scanner at a time
   // An XID is its sender's own.
   SlpScanner other("127.0.0.9");
   other.Send(cases[0].bytes);
+#endif
   const int all = std::accumulate(expected.begin(), expected.end(), 0,
                                   [](int sum, const auto& entry) { return sum + entry.second; });
   std::map<int, int> counts = scanner.CountReplies(PATIENCE_MS, all);
   for (const auto& tooMany : scanner.CountReplies(700)) {
     counts[tooMany.first] += tooMany.second;
   }
+#if !defined(_WIN32)
   EXPECT_EQ(other.CountReplies(PATIENCE_MS, 3)[0], 3) << "another sender with the same XID";
+#endif
   for (const auto& c : cases) {
     EXPECT_EQ(counts[std::atoi(c.name)], c.replies) << c.name;
   }
