@@ -11,6 +11,7 @@ namespace zvqrn::test {
 
 std::atomic<std::int64_t> stoppedClock{0};
 std::atomic<std::int32_t> connectionWaits{0};
+std::atomic<std::int32_t> extraConnectionWaits{0};
 std::atomic<std::int32_t> longestWait{0};
 std::atomic<bool> waitsAreEndless{false};
 std::atomic<std::int32_t> refusedAccepts{0};
@@ -29,6 +30,8 @@ namespace {
 // Longer than a test is patient.
 constexpr std::int32_t ENDLESS_MS = 60000;
 
+std::atomic<platform::SocketHandle> acceptedLast{platform::NO_SOCKET};
+
 // Notes a wait of the library for a socket and gives how long it really lasts.
 std::int32_t NoteWait(platform::SocketHandle socket, std::int32_t milliseconds) {
   if (isTestThread) {
@@ -38,6 +41,7 @@ std::int32_t NoteWait(platform::SocketHandle socket, std::int32_t milliseconds) 
     longestWait = milliseconds;
   }
   if (socket != service.connectionSocket.load()) {
+    extraConnectionWaits += socket == acceptedLast.load() ? 1 : 0;
     return milliseconds;
   }
   connectionWaits++;
@@ -117,7 +121,9 @@ SocketHandle WRAP(16AcceptConnectionE, )(SocketHandle listening) {
     zvqrn::test::refusedAccepts--;
     return zvqrn::platform::NO_SOCKET;
   }
-  return REAL(16AcceptConnectionE, )(listening);
+  const SocketHandle accepted = REAL(16AcceptConnectionE, )(listening);
+  zvqrn::test::acceptedLast = accepted;
+  return accepted;
 }
 
 std::uintptr_t REAL_START(ThreadProcedure procedure, void* argument, StackKind stack);
