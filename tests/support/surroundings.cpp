@@ -9,6 +9,7 @@
 
 #include "common/adapters.h"
 #include "common/module_loader.h"
+#include "support/patience.h"
 #include "support/process.h"
 
 namespace zvqrn::test {
@@ -24,8 +25,9 @@ bool IsPrivate(std::uint32_t address) {
 // What somebody may have set by hand, and what the system says.
 bool HasNetworkOfItsOwn() {
   std::vector<tools::Adapter> adapters;
-  bool isPrivate =
-      std::getenv("QUORIN_PRIVATE_ADDRESS") != nullptr && tools::ListAdapters(&adapters);
+  // Under Wine the service that knows them begins late on a slow machine.
+  bool isPrivate = std::getenv("QUORIN_PRIVATE_ADDRESS") != nullptr &&
+                   Eventually([&] { return tools::ListAdapters(&adapters); });
   for (const tools::Adapter& adapter : adapters) {
     isPrivate = isPrivate && IsPrivate(adapter.address);
   }
