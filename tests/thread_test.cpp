@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/clock.h"
+#include "platform/socket.h"
 
 namespace zvqrn::platform {
 namespace {
@@ -99,6 +100,28 @@ TEST(Thread, LeavesTheHostsSignalsToItsThreads) {
   EXPECT_FALSE(IsBlocked(SIGTERM)) << "the host's own thread is as it was";
   pthread_sigmask(SIG_UNBLOCK, &own, nullptr);
   PrepareThreads();
+}
+
+// A handler of the host's that runs on a thread of the library ends none of its waits: one for the
+// rest of a body would be taken for the scanner's silence.
+TEST(Thread, WaitsOnAfterASignal) {
+  const auto before = std::signal(SIGUSR1, [](int) {});
+  const SocketHandle socket = OpenUdpSocket();
+  ASSERT_NE(socket, NO_SOCKET);
+  std::atomic<bool> done{false};
+  std::thread waiting([&] {
+    const std::int64_t begin = MonotonicMilliseconds();
+    EXPECT_EQ(WaitReadable(socket, 200), SOCKET_TIMED_OUT);
+    EXPECT_GE(MonotonicMilliseconds() - begin, 199);
+    done = true;
+  });
+  while (!done.load()) {
+    pthread_kill(waiting.native_handle(), SIGUSR1);
+    SleepMilliseconds(5);
+  }
+  waiting.join();
+  CloseSocket(socket);
+  std::signal(SIGUSR1, before);
 }
 
 #endif

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include "platform/clock.h"
 #include "platform/posix/interfaces.h"
 
 namespace zvqrn::platform {
@@ -38,12 +39,17 @@ sockaddr_in AddressOf(std::uint32_t address, std::uint16_t port) {
   return name;
 }
 
+// A wait that a signal's handler has interrupted goes on for the time that is left.
 SocketWait WaitFor(SocketHandle socket, short events, std::int32_t milliseconds) {
   pollfd entry{Descriptor(socket), events, 0};
-  const int ready = poll(&entry, 1, milliseconds);
+  const std::int64_t deadline = MonotonicMilliseconds() + milliseconds;
+  int ready = poll(&entry, 1, milliseconds);
+  while (ready < 0 && errno == EINTR) {
+    const std::int64_t left = deadline - MonotonicMilliseconds();
+    ready = left > 0 ? poll(&entry, 1, static_cast<int>(left)) : 0;
+  }
   if (ready < 0) {
-    // An interrupted wait counts as one that ran out: the caller looks around and waits again.
-    return errno == EINTR ? SOCKET_TIMED_OUT : SOCKET_FAILED;
+    return SOCKET_FAILED;
   }
   if (ready == 0) {
     return SOCKET_TIMED_OUT;

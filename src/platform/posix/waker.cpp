@@ -44,7 +44,7 @@ WakerWait WaitReadableOrWoken(SocketHandle socket, Waker* waker, std::int32_t mi
                       {waker == nullptr ? -1 : waker->descriptor, POLLIN, 0}};
   const int ready = poll(entries, 2, milliseconds);
   if (ready < 0) {
-    // An interrupted wait counts as one that ran out, as in WaitReadable.
+    // An interrupted wait counts as one that ran out: the caller looks around and waits again.
     return errno == EINTR ? WAKER_TIMED_OUT : WAKER_FAILED;
   }
   const bool woken = waker != nullptr && entries[1].revents != 0;
