@@ -73,8 +73,6 @@ class Unload : public testing::TestWithParam<State> {
   }
 
   static void Repeat(std::ptrdiff_t busyThreads) {
-    // The thread sanitiser starts one of its own with the first.
-    std::thread([] {}).join();
     const std::ptrdiff_t threads = Threads();
     std::atomic<bool> done{false};
     const auto spin = [&] {
@@ -100,7 +98,7 @@ class Unload : public testing::TestWithParam<State> {
       scene.host.Unload();
       const std::int64_t took = platform::MonotonicMilliseconds() - begin;
       EXPECT_GE(took, GetParam() == STOPPED || GetParam() == WAITING ? 0 : 2000);
-      EXPECT_LT(took, GetParam() == STOPPED ? 1000 : 5000);
+      EXPECT_LT(took, GetParam() == STOPPED ? 2000 : PATIENCE_MS);
       EXPECT_EQ(SocketUsesEnded(), endedBefore) << "it takes the loader lock";
       worst = std::max(worst, took);
       EXPECT_FALSE(scene.inCallback.load());
@@ -126,19 +124,21 @@ TEST_P(Unload, LeavesNothingBehindUnderLoad) {
   Repeat(static_cast<std::ptrdiff_t>(std::thread::hardware_concurrency()) + 1);
 }
 
-// The end of a process waits neither for a callback, here six times as long as it may take, nor
-// for a thread.
+// The end of a process waits neither for a callback nor for a thread.
 TEST_P(Unload, IsNotWaitedForAtProcessEnd) {
+  constexpr std::int32_t CALLBACK_MS = 60000;
   const std::string moment = tools::ProgramFolder() + "/exit-" + NAMES[GetParam()];
   const auto endedAtOnce = [&](int status) {
     std::int64_t left = 0;
     std::ifstream(moment) >> left;
-    EXPECT_LT(platform::MonotonicMilliseconds() - left, 10000);
+    // Where there is least to end, a slow machine too is done before an unload would be.
+    EXPECT_LT(platform::MonotonicMilliseconds() - left,
+              GetParam() == IDLE ? 1900 : CALLBACK_MS / 2);
     return testing::ExitedWithCode(7)(status);
   };
   EXPECT_EXIT(
       {
-        const auto* scene = new Scene(GetParam(), 60000);
+        const auto* scene = new Scene(GetParam(), CALLBACK_MS);
         std::ofstream(moment) << platform::MonotonicMilliseconds();
         exit(scene != nullptr && !HasFailure() ? 7 : 1);
       },

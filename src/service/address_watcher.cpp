@@ -116,8 +116,8 @@ void CloseAddressWatch(AddressWatch* watch) {
 
 using OwnedAddressWatch = Owned<AddressWatch, CloseAddressWatch>;
 
-// Null when the system refuses any of it.
-OwnedAddressWatch OpenAddressWatch() {
+// Owned by the caller; null when the system refuses any of it.
+AddressWatch* OpenAddressWatch() {
   OwnedAddressWatch watch(NewRecord<AddressWatch>());
   if (watch) {
     watch->changed = platform::MakeEvent();
@@ -125,7 +125,7 @@ OwnedAddressWatch OpenAddressWatch() {
   if (watch && watch->changed != nullptr) {
     watch->notifier = platform::MakeAddressNotifier(watch->changed);
   }
-  return watch && watch->notifier != nullptr ? std::move(watch) : nullptr;
+  return watch && watch->notifier != nullptr ? watch.release() : nullptr;
 }
 
 // From the first arming on.
@@ -159,7 +159,7 @@ void AddressWatcher(void* argument) {
 
 // Starts the watcher's thread and waits until it watches; false when it does not.
 bool StartWatching() {
-  OwnedAddressWatch watch = OpenAddressWatch();
+  OwnedAddressWatch watch(OpenAddressWatch());
   if (!watch || platform::StartThread(&AddressWatcher, watch.get(),
                                       platform::STACK_FOR_HOST_CALLBACKS) == 0) {
     return false;
