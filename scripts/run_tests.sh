@@ -49,16 +49,28 @@ fuzz() {
   scripts/fuzz.sh --brief
 }
 
-# One preset compiles after the other, those first whose tests take long.
-part compile compile-debug - compile debug test_programs
+# Compiles what the tests of a Windows DLL need.
+compile_for_windows() {
+  part compile "compile-windows-$1" "$last" compile "windows-$1"
+  part compile "compile-windows-$1-tests" "compile-windows-$1" \
+    compile "windows-$1-tests" test_programs
+  last=compile-windows-$1-tests
+}
+
+# What runs 32-bit Windows programs is made once, and takes minutes of waiting for the network.
+part compile prepare-32bit - scripts/prepare_32bit.sh
+way=${QUORIN_32BIT:-}
+[[ -n $way ]] || way=$(scripts/probe_32bit.sh >/dev/null && echo native || echo emulated)
+
+# One preset compiles after the other, those first whose tests take long; in an emulated PC they take
+# longest.
+last=-
+[[ $way != emulated ]] || compile_for_windows x86
+part compile compile-debug "$last" compile debug test_programs
 part compile compile-asan compile-debug compile asan
 last=compile-asan
-for machine in x64 x86; do
-  part compile "compile-windows-$machine" "$last" compile "windows-$machine"
-  part compile "compile-windows-$machine-tests" "compile-windows-$machine" \
-    compile "windows-$machine-tests" test_programs
-  last=compile-windows-$machine-tests
-done
+compile_for_windows x64
+[[ $way == emulated ]] || compile_for_windows x86
 part compile compile-tsan "$last" compile tsan test_programs
 part compile compile-release compile-tsan compile release
 part compile compile-fuzz compile-release compile fuzz fuzz
@@ -77,8 +89,9 @@ part check exports compile-debug scripts/check_exports.sh build/debug/libZVQRN.s
 for machine in x64 x86; do
   part check "dll-$machine" "compile-windows-$machine" \
     scripts/check_dll.sh "$machine" "build/windows-$machine/ZVQRN.dll"
-  part tests "windows-$machine" "compile-windows-$machine-tests" scripts/run_wine_tests.sh "$machine"
 done
+part tests windows-x64 compile-windows-x64-tests scripts/run_wine_tests.sh x64
+part tests windows-x86 compile-windows-x86-tests,prepare-32bit scripts/run_wine_tests.sh x86
 part tests tools-windows windows-x64 \
   scripts/check_tools.sh build/windows-x64 scripts/under_wine.sh x64
 part check package "compile-release,compile-windows-x64,compile-windows-x86" scripts/package.sh
