@@ -14,6 +14,7 @@ scripts/private_network.sh --available || {
   printf 'ports.  Run them as root, or allow user namespaces.\n' >&2
   exit 1
 }
+scripts/prepare_32bit.sh --check
 rm -rf -- "$LOGS"
 mkdir -p "$LOGS"
 
