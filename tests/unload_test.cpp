@@ -1,5 +1,6 @@
 // The library is unloaded, and the process ends, in every state of the service, with the processor
-// idle and busy.  QUORIN_UNLOAD_ROUNDS says how often.
+// idle and busy.  QUORIN_UNLOAD_ROUNDS says how often; QUORIN_BUSY_THREADS with how many threads
+// that only compute, where many of these tests run at once.
 
 #include <gtest/gtest.h>
 
@@ -64,6 +65,12 @@ struct Scene {
   std::vector<std::unique_ptr<Scanner>> scanners;
 };
 
+// A number from the environment.
+int Setting(const char* name, int otherwise) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? otherwise : std::atoi(value);
+}
+
 class Unload : public testing::TestWithParam<State> {
  protected:
   void TearDown() override {
@@ -83,10 +90,8 @@ class Unload : public testing::TestWithParam<State> {
     while (static_cast<std::ptrdiff_t>(busy.size()) < busyThreads) {
       busy.emplace_back(spin);
     }
-    const char* rounds = std::getenv("QUORIN_UNLOAD_ROUNDS");
     std::int64_t worst = 0;
-    for (int round = rounds == nullptr ? 2 : std::atoi(rounds); round > 0 && !HasFailure();
-         round--) {
+    for (int round = Setting("QUORIN_UNLOAD_ROUNDS", 2); round > 0 && !HasFailure(); round--) {
       Scene scene(GetParam());
       if (GetParam() == WAITING) {
         // The unload comes just before, while or after the watcher starts the threads.
@@ -121,7 +126,7 @@ TEST_P(Unload, LeavesNothingBehind) {
 }
 
 TEST_P(Unload, LeavesNothingBehindUnderLoad) {
-  Repeat(static_cast<std::ptrdiff_t>(std::thread::hardware_concurrency()) + 1);
+  Repeat(Setting("QUORIN_BUSY_THREADS", static_cast<int>(std::thread::hardware_concurrency()) + 1));
 }
 
 // The end of a process waits neither for a callback nor for a thread.
