@@ -65,7 +65,7 @@ Read ReadOnce(platform::SocketHandle socket, const std::string& earlier = "") {
     leftover = NewBytes(leftoverLength);
     earlier.copy(leftover, earlier.size());
   }
-  char* message = nullptr;
+  char* message = NewBytes(1);  // of an earlier read, which frees it
   std::int32_t messageLength = 0;
   Read read{};
   read.result = ReadMessage(socket, &message, &messageLength, &leftover, &leftoverLength);

@@ -12,6 +12,7 @@
 #include "discovery/attribute_list.h"
 #include "platform/clock.h"
 #include "platform/entry.h"
+#include "platform/sync.h"
 #include "platform/thread.h"
 #include "support/host.h"
 #include "support/messages.h"
@@ -437,10 +438,31 @@ TEST_F(Seam, FollowsThePcsAddress) {
     const std::string reply = scanner.Ask(PC_ADDRESS);
     EXPECT_NE(reply.find(std::string("(IPAddress=") + address + ")"), std::string::npos);
   }
+  // An address that cannot be read for now stays announced, one that is gone does not.
+  const std::int32_t reads = addressReads.load();
+  unreadableAddresses = INT_MAX;
+  TellOfAddressChange();
+  EXPECT_TRUE(Eventually([&] { return addressReads.load() >= reads + 2; }));
+  EXPECT_NE(scanner.Ask(PC_ADDRESS).find("(IPAddress=10.68.0.77)"), std::string::npos);
+  unreadableAddresses = 0;
+  comesToTell(told += restart);
+  resolvesToNothing = true;
+  TellOfAddressChange();
+  EXPECT_TRUE(Eventually([] {
+    char* list = nullptr;
+    std::int32_t length = 0;
+    BuildAttributeList(&list, &length);
+    free(list);
+    return list == nullptr;
+  }));
+  resolvesToNothing = false;
   changeTo("127.0.0.1");
   comesToTell(told += noNetwork);
   changeTo("10.68.0.2");
   comesToTell(told += restart);
+  EXPECT_TRUE(Eventually([] {
+    return platform::WaitEvent(service.rejoinEvent, 0) == platform::SYNC_TIMED_OUT;
+  })) << "discovery leaves and joins its group without end";
 }
 
 // Without word of changes nobody would end the wait for an address: the service runs without one.

@@ -21,6 +21,7 @@ std::atomic<char> leadByte{0};
 std::atomic<std::uint32_t> hostAddress{0};
 std::atomic<std::int32_t> addressReads{0};
 std::atomic<std::int32_t> unreadableAddresses{0};
+std::atomic<bool> resolvesToNothing{false};
 std::atomic<std::uintptr_t> askingThread{0};
 std::atomic<bool> completesInstead{false};
 thread_local bool isTestThread = false;
@@ -86,6 +87,9 @@ HostAddressResult WRAP_ADDRESS(const char* name, std::uint32_t* address) {
   if (zvqrn::test::unreadableAddresses.load() > 0) {
     zvqrn::test::unreadableAddresses--;
     return zvqrn::platform::HOST_ADDRESS_UNREADABLE;
+  }
+  if (zvqrn::test::resolvesToNothing.load()) {
+    return zvqrn::platform::HOST_ADDRESS_NONE;
   }
   *address = zvqrn::test::hostAddress.load();
   return *address != 0 ? zvqrn::platform::HOST_ADDRESS_FOUND : REAL_ADDRESS(name, address);

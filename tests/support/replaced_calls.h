@@ -40,6 +40,9 @@ extern std::atomic<std::int32_t> addressReads;
 // How often the system cannot say that address before it can.
 extern std::atomic<std::int32_t> unreadableAddresses;
 
+// The host name has no address at all.
+extern std::atomic<bool> resolvesToNothing;
+
 // Has the system tell of an address change.
 void TellOfAddressChange();
 
