@@ -134,6 +134,8 @@ TEST(BuildDocument, RefusesBadValues) {
   for (const std::int32_t kind : {-1, 0, 3, 4}) {
     EXPECT_EQ(Built(kind, &widest, sizeof widest), "result 2") << kind;
   }
+  const OwnedBlock<char> piece(NewBytes(4));
+  EXPECT_EQ(Built(DOCUMENT_PUSHSCAN_V1, piece.get(), 4), "result 3");
   EXPECT_EQ(Built(DOCUMENT_PUSHSCAN_V1, nullptr, 0), "result 2");
   EXPECT_EQ(Built(DOCUMENT_PUSHSCAN_V1, &widest, -1), "result 2");
 }
@@ -185,6 +187,8 @@ TEST(ParseDocument, JudgesEachField) {
       {"a field missing", With(v1, "ScanYIn", "ScanZIn"), "1.00", DOC_UNREADABLE},
       {"a name of 31 bytes", With(v1, "XS-200", name31), "1.00", DOC_OK},
       {"a name of 32 bytes", With(v1, "XS-200", name31 + "n"), "1.00", DOC_UNREADABLE},
+      {"an address of 31 bytes", With(v1, "192.168.1.30", name31), "1.00", DOC_OK},
+      {"an address of 32 bytes", With(v1, "192.168.1.30", name31 + "n"), "1.00", DOC_UNREADABLE},
       {"an empty name", With(v1, "XS-200", ""), "1.00", DOC_BAD_VALUE},
       {"an empty address", With(v1, "192.168.1.30", ""), "1.00", DOC_BAD_VALUE},
       {"an empty name in version 2", With(v2, "XS-200", ""), "2.00", DOC_OK},
