@@ -235,6 +235,8 @@ TEST_F(TwoAdapters, AreFollowed) {
   RunCommand("ip route add 10.123.0.0/16 via 10.99.0.1");
   platform::SleepMilliseconds(500);
   EXPECT_EQ(host.StatusTexts(), RESTART) << "a route of no concern";
+  RunCommand("ip route replace default via 10.99.0.7");
+  WaitForStatus(RESTART + RESTART);
   EXPECT_EQ(host.Stop(), 1);
 }
 

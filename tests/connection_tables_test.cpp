@@ -114,6 +114,9 @@ TEST_F(ConnectionTables, StayAsLongAsWhatIsAtWork) {
     ASSERT_EQ(FindOpenJob(uid.c_str()), nullptr) << uid;
   }
   EXPECT_EQ(service.jobTable.head, nullptr);
+  TearDown();
+  SetUp();
+  EXPECT_EQ(service.deliveryLook, nullptr) << "nothing of the last connection";
 }
 
 TEST_F(ConnectionTables, CheckRequestsInTheOrderOfTheRules) {

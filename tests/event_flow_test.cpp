@@ -267,7 +267,7 @@ TEST_F(EventFlow, ServesAPairWithTheHostsData) {
     return QRN_RESPONSE_OK;
   };
   Scanner scanner;
-  scanner.Send(Request(Identity("2.00", "start") + START, DOCUMENT_V2));
+  scanner.Send(Request(Identity("2.00", "the_start_of_a_pair") + START, DOCUMENT_V2));
   const std::string sent = scanner.Receive();
   const std::size_t uidAt = sent.find("x-uid : ") + 8;
   const std::string uid = sent.substr(uidAt, sent.find("\r\n", uidAt) - uidAt);
@@ -276,14 +276,13 @@ TEST_F(EventFlow, ServesAPairWithTheHostsData) {
             "Content-Length : 200013\r\n"
             "x-protocol-name : Zorva Network Service Protocol\r\nx-protocol-version : 2.00\r\n"
             "x-uid : " +
-                uid + "\r\nx-parent-uid : start\r\n\r\n" + data);
+                uid + "\r\nx-parent-uid : the_start_of_a_pair\r\n\r\n" + data);
   EXPECT_GE(uid.size(), 15U);
   EXPECT_EQ(uid.find_first_not_of("0123456789"), std::string::npos);
-  EXPECT_EQ(
-      scanner.Receive(),
-      AnswerWithDocument(
-          "x-protocol-version : 2.00\r\nx-subevent : START\r\nx-uid : start\r\nx-status : 0001\r\n",
-          ResponseDocumentV2("OK")));
+  EXPECT_EQ(scanner.Receive(),
+            AnswerWithDocument("x-protocol-version : 2.00\r\nx-subevent : START\r\nx-uid : "
+                               "the_start_of_a_pair\r\nx-status : 0001\r\n",
+                               ResponseDocumentV2("OK")));
   scanner.Send("HTTP/1.0 200 OK\r\n" + std::string(PROTOCOL_LINE) + Identity("2.00", uid) +
                "x-status : 0001\r\n\r\n");
 
@@ -291,19 +290,21 @@ TEST_F(EventFlow, ServesAPairWithTheHostsData) {
   ASSERT_TRUE(host.WaitForDeliveries(1));
   EventHeader copy = host.Deliveries()[0].header;
   EXPECT_EQ(host.library.sendData(&copy, "later", 5), 1);
-  EXPECT_NE(scanner.Receive().find("x-parent-uid : start\r\n\r\nlater"), std::string::npos);
+  EXPECT_NE(scanner.Receive().find("x-parent-uid : the_start_of_a_pair\r\n\r\nlater"),
+            std::string::npos);
 
-  scanner.Send(Request(Identity("2.00", "end") + EndOf("start"), DOCUMENT_V2));
-  EXPECT_NE(scanner.Receive().find("x-parent-uid : start\r\n\r\nlast"), std::string::npos);
+  scanner.Send(Request(Identity("2.00", "end") + EndOf("the_start_of_a_pair"), DOCUMENT_V2));
+  EXPECT_NE(scanner.Receive().find("x-parent-uid : the_start_of_a_pair\r\n\r\nlast"),
+            std::string::npos);
   EXPECT_EQ(scanner.Receive(),
             AnswerWithDocument("x-protocol-version : 2.00\r\nx-subevent : END\r\nx-uid : end\r\n"
-                               "x-parent-uid : start\r\nx-status : 0001\r\n",
+                               "x-parent-uid : the_start_of_a_pair\r\nx-status : 0001\r\n",
                                ResponseDocumentV2("OK")));
   // Nothing of the pair is left.
   EXPECT_EQ(host.library.sendData(&copy, "x", 1), 0);
   EventHeader again = host.Deliveries()[0].header;
   EXPECT_EQ(host.library.sendData(&again, "x", 1), 0);
-  scanner.Send(Request(Identity("2.00", "end2") + EndOf("start"), DOCUMENT_V2));
+  scanner.Send(Request(Identity("2.00", "end2") + EndOf("the_start_of_a_pair"), DOCUMENT_V2));
   EXPECT_NE(scanner.Receive().find("x-status : 2002\r\n"), std::string::npos);
 }
 
@@ -374,8 +375,8 @@ TEST_F(EventFlow, AnswersFiveExtraConnectionsAsBusy) {
        "X y HTTP/1.0\r\nx-protocol-name : zorva network service protocol 7\r\n" +
            Identity("2.10", "x1") + "x-subevent : START\r\n\r\n",
        "x-protocol-version : 2.00\r\nx-uid : x1\r\nx-status : 2001\r\n"},
-      {"version 1.50", Request(Identity("1.50", "x2"), DOCUMENT_V1),
-       "x-protocol-version : 1.00\r\nx-uid : x2\r\nx-status : 2001\r\n"},
+      {"version 1.50", Request(Identity("1.50", "1234567890123456789"), DOCUMENT_V1),
+       "x-protocol-version : 1.00\r\nx-uid : 1234567890123456789\r\nx-status : 2001\r\n"},
       {"no version", Request("x-uid : x\r\n", DOCUMENT_V1), ""},
       {"no uid", Request("x-protocol-version : 1.00\r\n", DOCUMENT_V1), ""},
       {"a long uid", Request(Identity("1.00", "12345678901234567890"), DOCUMENT_V1), ""},
@@ -406,6 +407,7 @@ TEST_F(EventFlow, AnswersFiveExtraConnectionsAsBusy) {
 // A scanner does not find the PC busy with its own last connection, however that ended.
 TEST_F(EventFlow, ServesAScannerThatConnectsAgainAtOnce) {
   const std::string reply = "HTTP/1.0 200 OK\r\n" + std::string(PROTOCOL_LINE) + "\r\n";
+  const std::ptrdiff_t handles = Handles();
   for (int i = 0; i < 150; i++) {
     Scanner scanner;
     scanner.Send(Request(Identity("2.00", "again"), DOCUMENT_V2));
@@ -417,8 +419,11 @@ TEST_F(EventFlow, ServesAScannerThatConnectsAgainAtOnce) {
       scanner.Send(reply);
       // Under Wine a close may come through a moment later, when there was something to send.
       scanner.EndSending();
+    } else {
+      scanner.Send("a piece that is not the next one's");
     }
   }
+  EXPECT_LT(Handles(), handles + 50) << "they take theirs along";
 }
 
 // The same with a utility library of the other bitness, under Wine.

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
@@ -265,34 +266,48 @@ TEST(HostilePeer, MaySendHeadsUpToTheLimit) {
   }
 }
 
-// A pipelined flood of STARTs, every third of them refused: each gets its answer, the refused ones
-// in order, while the scanner never pauses; those without END go with the connection.
-TEST(HostilePeer, MayLeaveThousandsOfStartsOpen) {
-  constexpr int STARTS = 3000;
+// A pipelined flood of requests, of every three one refused, one START and one single: each gets
+// its answer, the refused ones in order, while the scanner never pauses; the STARTs, without END,
+// go with the connection.  Single ones are forgotten, and the host looks for one that it does not
+// have, while the next are recorded.
+TEST(HostilePeer, MayAskThousandsOfTimesAtOnce) {
+  constexpr int REQUESTS = 3000;
   Host host(LibraryPath());
   ASSERT_EQ(host.Start(), 1);
+  std::atomic<bool> done{false};
+  std::thread searching([&] {
+    EventHeader stranger{};
+    for (int i = 0; !done.load(); i++) {
+      std::strcpy(stranger.uid, ("x" + std::to_string(i)).c_str());
+      EXPECT_EQ(host.library.sendData(&stranger, "x", 1), 0);
+      platform::SleepMilliseconds(1);
+    }
+  });
   Scanner scanner;
   const auto send = [&](const std::string& uid, const std::string& version,
                         const std::string& subevent) {
-    const std::string headers = Identity(version, uid) + "x-subevent : " + subevent + "\r\n";
+    const std::string headers =
+        Identity(version, uid) + (subevent.empty() ? "" : "x-subevent : " + subevent + "\r\n");
     EXPECT_TRUE(scanner.Send(Request(headers, DOCUMENT_V2)));
   };
   send("early", "2.00", "END\r\nx-parent-uid : 7");
   EXPECT_NE(scanner.Receive().find("x-status : 2002"), std::string::npos);
-  for (int i = 0; i < STARTS; i++) {
-    send(std::to_string(i), i % 3 == 0 ? "3.00" : "2.00", "START");
+  for (int i = 0; i < REQUESTS; i++) {
+    send(std::to_string(i), i % 3 == 0 ? "3.00" : "2.00", i % 3 == 2 ? "" : "START");
   }
   int refused = 0;
-  for (int i = 0; i < STARTS; i++) {
+  for (int i = 0; i < REQUESTS; i++) {
     const std::string answer = scanner.Receive();
     if (!IsServed(answer)) {
       const std::string end = ": " + std::to_string(3 * refused++) + "\r\nx-status : 1001\r\n\r\n";
       EXPECT_NE(answer.find(end), std::string::npos) << answer;
     }
   }
-  EXPECT_EQ(refused, STARTS / 3);
+  EXPECT_EQ(refused, REQUESTS / 3);
   send("end", "2.00", "END\r\nx-parent-uid : 7");
   EXPECT_TRUE(IsServed(scanner.Receive()));
+  done = true;
+  searching.join();
   EXPECT_EQ(host.Stop(), 1);
 }
 

@@ -4,6 +4,7 @@
 #if !defined(_WIN32)
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #endif
@@ -230,7 +231,7 @@ std::string NameOfPcCalled(const std::string& hostName) {
 }
 
 TEST(Lifecycle, TakesTheHostNamesFirstLabel) {
-  EXPECT_EQ(NameOfPcCalled("front-desk.office.example"), "FRONT-DESK");
+  EXPECT_EQ(NameOfPcCalled("azure-desk.office.example"), "AZURE-DESK");
   EXPECT_EQ(NameOfPcCalled("sixteen-letters-and.more"), "SIXTEEN-LETTERS");
 }
 
@@ -291,6 +292,28 @@ TEST(Lifecycle, LeavesNoDescriptorToOtherPrograms) {
   EXPECT_GT(Handles(), descriptors + 5);
   EXPECT_EQ(Inherited(), before);
   EXPECT_EQ(host.Stop(), 1);
+}
+
+std::atomic<std::int32_t> signalsHeard{0};
+
+// A signal of the host's interrupts the wait of each thread that does not block it: here its own,
+// the watcher's and the main connection's.
+TEST(Lifecycle, GoesOnAfterASignal) {
+  Host host(LibraryPath());
+  EXPECT_EQ(host.Start(), 1);
+  std::signal(SIGUSR1, [](int) { signalsHeard++; });
+  Scanner scanner;
+  for (int i = 0; i < 2; i++) {
+    scanner.Send(Request(Identity("2.00", "1"), DOCUMENT_V2));
+    EXPECT_NE(scanner.Receive(), "") << i;
+    EXPECT_TRUE(OthersComeToRest());
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+      syscall(SYS_tgkill, getpid(), std::stoi(thread.path().filename()), SIGUSR1);
+    }
+    EXPECT_TRUE(Eventually([&] { return signalsHeard.load() >= 3 * (i + 1); }));
+  }
+  EXPECT_EQ(host.Stop(), 1);
+  std::signal(SIGUSR1, SIG_DFL);
 }
 
 #endif

@@ -234,6 +234,19 @@ TEST(SlpLists, FindAnAddress) {
   }
 }
 
+#if !defined(_WIN32)  // the system converts there
+TEST(AttributeList, ConvertsTheWesternCharactersOfTheirOwn) {
+  char* utf8 = nullptr;
+  std::int32_t length = 0;
+  AnsiToUtf8(
+      "\x80\x82\x83\x84\x85\x86\x87\x88\x89\x8A\x8B\x8C\x8E\x91\x92\x93\x94\x95\x96\x97\x98\x99\x9A"
+      "\x9B\x9C\x9E\x9F",
+      &utf8, &length);
+  EXPECT_STREQ(utf8, "€‚ƒ„…†‡ˆ‰Š‹ŒŽ‘’“”•–—˜™š›œžŸ");
+  std::free(utf8);
+}
+#endif
+
 TEST(AttributeList, TellsNameAddressAndPort) {
   const struct {
     const char* name;
