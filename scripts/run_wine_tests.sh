@@ -32,6 +32,7 @@ readonly PC_SECONDS=1800
 # exchanges, the unload.
 readonly NOT_IN_PC=(
   Discovery.SurvivesAFlood
+  EventFlow.ServesAScannerThatConnectsAgainAtOnce
   HostilePeer.DoesNotDisturbTheScannerThatIsServed
   HostilePeer.MayLeaveThousandsOfStartsOpen
   Lifecycle.SurvivesExportsAtAnyMoment
