@@ -159,7 +159,8 @@ TEST(Lifecycle, SendsWhatIsDueBeforeItStops) {
   };
   for (const auto& l : late) {
     scanner.Send(Request(Identity(l.version, "late") + l.headers, l.body));
-    EXPECT_NE(scanner.Receive().find(l.answer), std::string::npos) << l.answer;
+    const std::string answer = scanner.Receive();
+    EXPECT_NE(answer.find(l.answer), std::string::npos) << l.answer << "is not in\n" << answer;
   }
   // A scanner that goes on sending does not lose what is due by it.
   std::atomic<bool> ended{false};
