@@ -15,8 +15,8 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 . scripts/test_results.sh
 
-[[ ${1:-} =~ ^x(86|64)$ && ($# -eq 1 || ($2 == --run && $# -eq 4)) ]] || {
-  printf 'usage: scripts/run_wine_tests.sh x86|x64 [--run JOBS SECONDS]\n' >&2
+[[ ${1:-} =~ ^x(86|64)$ && ($# -eq 1 || ($2 == --run && $# -ge 4)) ]] || {
+  printf 'usage: scripts/run_wine_tests.sh x86|x64 [--run JOBS SECONDS [TEST...]]\n' >&2
   exit 2
 }
 readonly MACHINE=$1
