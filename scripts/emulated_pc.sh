@@ -49,9 +49,9 @@ boot() {
   shift 4
   printf -v command '%q ' "$@"
   rm -rf -- "$work"/{disk,files,results}
-  mkdir -p "$work/files/work"
-  cp -r "$folder/." "$work/files/work"
-  mkdir -p "$work/files/work/build/test-logs"
+  mkdir -p "$work/files/tests"
+  cp -r "$folder/." "$work/files/tests"
+  mkdir -p "$work/files/tests/build/test-logs"
   cat >"$work/files/start.sh" <<END
 export PATH=/usr/sbin:/usr/bin HOME=/root
 mount -t tmpfs tmpfs /tmp
@@ -60,7 +60,7 @@ mkdir -p /dev/shm && mount -t tmpfs tmpfs /dev/shm
 ln -s /proc/self/fd /dev/fd
 printf quorin-pc >/proc/sys/kernel/hostname
 ip link set lo up
-cd /files/work
+cd /files/tests
 timeout --kill-after=5 $seconds $command >../output 2>&1 </dev/null
 printf '%d\n' "\$?" >../exit
 sync
@@ -78,7 +78,7 @@ END
     -drive "file=$pc/disk,if=virtio,format=raw,cache=unsafe$changes" \
     -drive "file=$work/disk,if=virtio,format=raw,cache=unsafe" </dev/null || code=$?
   mkdir -p "$work/results" "$folder/build"
-  debugfs -R "rdump /work/build/test-logs $work/results" "$work/disk" 2>/dev/null
+  debugfs -R "rdump /tests/build/test-logs $work/results" "$work/disk" 2>/dev/null
   cp -r "$work/results/test-logs" "$folder/build" || true
   debugfs -R 'cat /output' "$work/disk" 2>/dev/null
   if [[ ! $(debugfs -R 'cat /exit' "$work/disk" 2>/dev/null) =~ ^[0-9]+$ ]]; then

@@ -105,6 +105,10 @@ void AnswerLateRequests(MainConnection* connection) {
     more = delivering ||
            (processed == PROCESS_HANDLED && platform::MonotonicMilliseconds() < deadline);
   }
+  if (deadline == 0) {
+    // The scanner had ended its side before the last callback returned.
+    service.sendDeadline = 0;
+  }
 }
 
 // Tells the scanner that this was all, and drops what it still sends until it ends its side: a
