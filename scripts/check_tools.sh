@@ -101,6 +101,7 @@ check no-such-command 2 "'foo' is none of" quorin-scanner foo
 check command-help 2 "'help' is none of" quorin-scanner help
 check no-such-option 2 "'--josn' is none of" quorin-scanner --josn
 check no-such-host-option 2 'foo' quorin-host foo
+check wrong-words 2 'not expected: --foo 1' quorin-scanner push --foo 1
 check scanner-version 0 "quorin-scanner $version" quorin-scanner --version
 check host-version 0 "library $version ($build/" quorin-host --version --library "$build/${files[2]}"
 check missing-library 3 "ßo'; --library says where" quorin-host --library "nichts/ßo"

@@ -148,6 +148,11 @@ bool ReadCommandLine(std::vector<std::string> arguments, const ProgramHelp& help
     } catch (const CLI::RequiredError&) {
       NameWrongWord(program);
       throw;
+    } catch (const CLI::ExtrasError&) {
+      // CLI11 names them from the last to the first.
+      std::vector<std::string> words = program.remaining(true);
+      std::reverse(words.begin(), words.end());
+      throw CLI::ExtrasError(std::move(words));
     }
   } catch (const CLI::ParseError& error) {
     std::ostringstream output;
