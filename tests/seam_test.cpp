@@ -475,8 +475,10 @@ TEST_F(Seam, FollowsThePcsAddress) {
   resolvesToNothing = false;
   changeTo("127.0.0.1");
   comesToTell(told += noNetwork);
+  refusedJoins = 2;
   changeTo("10.68.0.2");
   comesToTell(told += restart);
+  EXPECT_TRUE(Eventually([] { return refusedJoins.load() == 0; })) << "not joined";
   EXPECT_TRUE(Eventually([] {
     return platform::WaitEvent(service.rejoinEvent, 0) == platform::SYNC_TIMED_OUT;
   })) << "discovery leaves and joins its group without end";

@@ -22,6 +22,7 @@ std::atomic<std::uint32_t> hostAddress{0};
 std::atomic<std::int32_t> addressReads{0};
 std::atomic<std::int32_t> unreadableAddresses{0};
 std::atomic<bool> resolvesToNothing{false};
+std::atomic<std::int32_t> refusedJoins{0};
 std::atomic<std::uintptr_t> askingThread{0};
 std::atomic<bool> completesInstead{false};
 thread_local bool isTestThread = false;
@@ -52,6 +53,7 @@ std::int32_t NoteWait(platform::SocketHandle socket, std::int32_t milliseconds) 
 }  // namespace
 }  // namespace zvqrn::test
 
+using zvqrn::platform::GroupMembership;
 using zvqrn::platform::HostAddressResult;
 using zvqrn::platform::SocketHandle;
 using zvqrn::platform::SocketWait;
@@ -93,6 +95,17 @@ HostAddressResult WRAP_ADDRESS(const char* name, std::uint32_t* address) {
   }
   *address = zvqrn::test::hostAddress.load();
   return *address != 0 ? zvqrn::platform::HOST_ADDRESS_FOUND : REAL_ADDRESS(name, address);
+}
+
+bool REAL(9JoinGroupE, jPNS0_15GroupMembershipE)(SocketHandle socket, std::uint32_t group,
+                                                 GroupMembership* membership);
+bool WRAP(9JoinGroupE, jPNS0_15GroupMembershipE)(SocketHandle socket, std::uint32_t group,
+                                                 GroupMembership* membership) {
+  if (zvqrn::test::refusedJoins.load() > 0) {
+    zvqrn::test::refusedJoins--;
+    return false;
+  }
+  return REAL(9JoinGroupE, jPNS0_15GroupMembershipE)(socket, group, membership);
 }
 
 std::int64_t REAL_CLOCK();

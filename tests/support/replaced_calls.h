@@ -43,6 +43,9 @@ extern std::atomic<std::int32_t> unreadableAddresses;
 // The host name has no address at all.
 extern std::atomic<bool> resolvesToNothing;
 
+// How many times the system refuses to join a multicast group.
+extern std::atomic<std::int32_t> refusedJoins;
+
 // Has the system tell of an address change.
 void TellOfAddressChange();
 
