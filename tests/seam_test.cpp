@@ -389,6 +389,20 @@ TEST_F(Seam, FailsAStartWithoutThreads) {
   host.Stop();
   EXPECT_EQ(results.substr(results.find('0')), "001");
   EXPECT_GT(results.find('0'), 0U);
+  // Nor does half a service remain when discovery cannot start once the address comes.
+  std::uint32_t loopback = 0;
+  EXPECT_TRUE(platform::TextToAddress("127.0.0.1", &loopback));
+  hostAddress = loopback;
+  addressReads = 0;
+  EXPECT_EQ(host.Start(), 1);
+  EXPECT_TRUE(Eventually([] { return addressReads.load() == 2; }));
+  threadsBeforeRefusal = 1;
+  hostAddress = 0;
+  TellOfAddressChange();
+  EXPECT_TRUE(Eventually([] {
+    return service.watcherState.load() == THREAD_IDLE &&
+           service.listenerState.load() == THREAD_IDLE;
+  }));
   EXPECT_EQ(host.Start(), 1);
 }
 
@@ -448,6 +462,11 @@ TEST_F(Seam, FollowsThePcsAddress) {
   // change of its own.
   EXPECT_TRUE(Eventually([] { return addressReads.load() == 2; }));
   std::string told = noNetwork;
+  // A name that has no address for now does not end the wait.
+  resolvesToNothing = true;
+  TellOfAddressChange();
+  EXPECT_TRUE(Eventually([] { return addressReads.load() > 2; }));
+  resolvesToNothing = false;
   for (const char* address : {"10.68.0.2", "10.68.0.77"}) {
     unreadableAddresses = 2;
     changeTo(address);

@@ -5,6 +5,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/thread_state.h"
 #include "platform/clock.h"
 #include "platform/thread.h"
 #include "support/patience.h"
@@ -76,6 +77,13 @@ TEST(ServiceLock, MayBeDestroyedWhileOthersTry) {
   for (std::thread& user : users) {
     user.join();
   }
+}
+
+// An unload tells threads to stop without their locks.
+TEST(ThreadState, KeepsAStopThatCameDuringTheSetUp) {
+  ThreadState state{THREAD_STOP_REQUESTED};
+  ReportSetUp(&state, true);
+  EXPECT_EQ(state.load(), THREAD_STOP_REQUESTED);
 }
 
 TEST(Semaphore, WaitsForTheTimeGiven) {
