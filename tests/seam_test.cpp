@@ -306,6 +306,17 @@ TEST_F(Seam, WaitsForAConnectionThatEnds) {
   }
 }
 
+// The system tells of the new connection before it tells of the old one's end.
+TEST_F(Seam, LooksAgainBeforeItIsBusy) {
+  static std::unique_ptr<Scanner> scanner;
+  scanner = std::make_unique<Scanner>();
+  Serve(scanner.get(), SingleRequest("1"));
+  afterPeerLook = [] { scanner.reset(); };
+  Scanner next;
+  next.Send(SingleRequest("2"));
+  EXPECT_NE(next.Receive().find("x-status : 0001"), std::string::npos);
+}
+
 // The system has no descriptors left: the connection stays in its queue, and is served later.
 TEST_F(Seam, PausesAfterAFailedAccept) {
   constexpr std::int32_t MANY = 1000000;

@@ -26,10 +26,17 @@ constexpr std::int64_t MAIN_CONNECTION_PATIENCE_MS = 5000;
 constexpr std::int32_t ACCEPT_PAUSE_MS = 100;
 constexpr std::int32_t ACCEPT_PAUSE_LOOK_MS = 10;
 
+// The system may tell of a new connection before it tells of the end of the scanner's last one,
+// which came in at the same moment.  So a place that looks taken is looked at again, a few times;
+// but not for each of many connections that storm in.
+constexpr std::int32_t DOUBTING_LOOKS = 10;
+constexpr std::int64_t DOUBT_INTERVAL_MS = 1000;
+
 // What the listener's thread works with.
 struct Listener {
   platform::SocketHandle socket;
   std::int64_t patienceMs;  // what is left of it for the current main connection
+  std::int64_t nextDoubt;   // not before this, in monotonic milliseconds
 };
 
 // Publishes the port that the socket is bound to.
@@ -99,7 +106,13 @@ Place FindPlace(Listener* listener) {
   std::int64_t now = platform::MonotonicMilliseconds();
   const std::int64_t deadline = now + listener->patienceMs;
   Place place = LookAtPlace();
-  while (place == PLACE_ENDING && now < deadline && !StopRequested()) {
+  std::int32_t doubts = 0;
+  if (place == PLACE_TAKEN && now >= listener->nextDoubt) {
+    doubts = DOUBTING_LOOKS;
+    listener->nextDoubt = now + DOUBT_INTERVAL_MS;
+  }
+  while (((place == PLACE_ENDING && now < deadline) || (place == PLACE_TAKEN && doubts-- > 0)) &&
+         !StopRequested()) {
     platform::SleepMilliseconds(MAIN_CONNECTION_POLL_MS);
     now = platform::MonotonicMilliseconds();
     place = LookAtPlace();

@@ -1,7 +1,6 @@
 #include "service/address_watcher.h"
 
 #include <initializer_list>
-#include <utility>
 
 #include "base/allocation.h"
 #include "base/local_identity.h"

@@ -15,6 +15,7 @@ std::atomic<std::int32_t> extraConnectionWaits{0};
 std::atomic<std::int32_t> longestWait{0};
 std::atomic<bool> waitsAreEndless{false};
 std::atomic<std::int32_t> refusedAccepts{0};
+std::atomic<void (*)()> afterPeerLook{nullptr};
 std::atomic<std::int32_t> threadsBeforeRefusal{-1};
 std::atomic<std::int32_t> emptySends{0};
 std::atomic<char> leadByte{0};
@@ -141,6 +142,15 @@ SocketHandle WRAP(16AcceptConnectionE, )(SocketHandle listening) {
   const SocketHandle accepted = REAL(16AcceptConnectionE, )(listening);
   zvqrn::test::acceptedLast = accepted;
   return accepted;
+}
+
+bool REAL(15PeerMayHaveGoneE, )(SocketHandle socket);
+bool WRAP(15PeerMayHaveGoneE, )(SocketHandle socket) {
+  const bool gone = REAL(15PeerMayHaveGoneE, )(socket);
+  if (void (*const next)() = zvqrn::test::afterPeerLook.exchange(nullptr)) {
+    next();
+  }
+  return gone;
 }
 
 std::uintptr_t REAL_START(ThreadProcedure procedure, void* argument, StackKind stack);

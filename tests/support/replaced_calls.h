@@ -23,6 +23,9 @@ extern std::atomic<bool> waitsAreEndless;
 // Accepts that are refused, counted while above 0; the connection stays where it is.
 extern std::atomic<std::int32_t> refusedAccepts;
 
+// What the system does right after it has been asked whether a peer has gone, once; null: nothing.
+extern std::atomic<void (*)()> afterPeerLook;
+
 // Thread starts that go through before one is refused; negative: none is.
 extern std::atomic<std::int32_t> threadsBeforeRefusal;
 
