@@ -95,6 +95,7 @@ TEST_F(Discovery, AcceptsByTheRules) {
       {"15 one comma behind", Encode({15, "XS-200,"}), 3},
       {"16 twice", Encode({16}), 3},
       {"16 again", Encode({16}), 3},
+      {"1040 the same but for the XID", Encode({16 + 1024}), 3},
       {"17 a reply", Encode({17}).replace(1, 1, "\x07"), 0},
       {"18 a wrong length", Encode({18}) + "x", 0},
       {"19 another version", Encode({19}).replace(0, 1, "\x01"), 3},

@@ -108,26 +108,35 @@ TEST(HostilePeer, CannotHoldUpAStopNorMakeItSpin) {
 }
 
 TEST(HostilePeer, CannotDripItsWayPastAStop) {
+  // From here on a pause may be one of 0.3 s to the library.
+  constexpr std::int64_t PAUSE_MS = 250;
   Host host(LibraryPath());
   ASSERT_EQ(host.Start(), 1);
   Scanner scanner;
   scanner.Send(Request(Identity("2.00", "drip"), std::string(1000000, ' ')).substr(0, 200));
   std::atomic<bool> stopped{false};
+  std::atomic<std::int64_t> longestPause{0};
   std::thread dripping([&] {
+    std::int64_t last = platform::MonotonicMilliseconds();
     while (!stopped.load() && scanner.Send("x")) {
+      const std::int64_t now = platform::MonotonicMilliseconds();
+      longestPause = std::max(longestPause.load(), now - last);
+      last = now;
       platform::SleepMilliseconds(50);
     }
   });
-  // A machine that is too busy to drip makes a pause, which ends the body as well.
-  const bool inBody = scanner.HearsNothing(500);
+  EXPECT_TRUE(scanner.HearsNothing(500) || longestPause.load() >= PAUSE_MS);
   std::thread stopper([&] {
     const std::int64_t begin = platform::MonotonicMilliseconds();
     EXPECT_EQ(host.Stop(), 1);
     EXPECT_LT(platform::MonotonicMilliseconds() - begin, STOP_LIMIT_MS);
   });
-  // Nothing is wrong with its document: the stop has cut it.
-  const std::string status = inBody ? "2001" : "2003";
-  EXPECT_NE(scanner.Receive().find("x-uid : drip\r\nx-status : " + status), std::string::npos);
+  // Nothing is wrong with its document: the stop has cut it.  A machine that is too busy to drip
+  // makes a pause, which ends the body as well.
+  const std::string answer = scanner.Receive();
+  const char* status =
+      answer.find("2003") != std::string::npos && longestPause.load() >= PAUSE_MS ? "2003" : "2001";
+  EXPECT_NE(answer.find(std::string("x-uid : drip\r\nx-status : ") + status), std::string::npos);
   EXPECT_TRUE(scanner.SeesEnd());
   stopper.join();
   stopped = true;
@@ -183,6 +192,13 @@ void Play(const std::string& bytes, std::size_t piece, void (Scanner::*end)()) {
   (scanner.*end)();
 }
 
+// Wine takes 10 ms for each.
+#if defined(_WIN32)
+constexpr std::size_t KNOCKS = 1000;
+#else
+constexpr std::size_t KNOCKS = 10000;
+#endif
+
 // Connects, `atOnce` at a time, without waiting for room in the queue of arrivals.
 void Knock(std::size_t count, std::size_t atOnce) {
   std::uint32_t address = 0;
@@ -222,7 +238,7 @@ TEST(HostilePeer, DoesNotDisturbTheScannerThatIsServed) {
       [&] { Play(bad, 65536, &Scanner::EndSending); },
       [&] { Play(flood, 65536, &Scanner::Reset); },
       [] { Knock(400, 400); },
-      [] { Knock(10000, 1); },
+      [] { Knock(KNOCKS, 1); },
       Search,
   };
   Host host(LibraryPath());

@@ -400,6 +400,8 @@ TEST_F(Seam, FailsAStartWithoutThreads) {
   host.Stop();
   EXPECT_EQ(results.substr(results.find('0')), "001");
   EXPECT_GT(results.find('0'), 0U);
+  refusedJoins = 1;
+  EXPECT_EQ(host.Start(), 0) << "nobody would find it";
   // Nor does half a service remain when discovery cannot start once the address comes.
   std::uint32_t loopback = 0;
   EXPECT_TRUE(platform::TextToAddress("127.0.0.1", &loopback));

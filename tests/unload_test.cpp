@@ -91,6 +91,7 @@ class Unload : public testing::TestWithParam<State> {
       busy.emplace_back(spin);
     }
     std::int64_t worst = 0;
+    std::int64_t best = PATIENCE_MS;
     for (int round = Setting("QUORIN_UNLOAD_ROUNDS", 2); round > 0 && !HasFailure(); round--) {
       Scene scene(GetParam());
       if (GetParam() == WAITING) {
@@ -103,20 +104,22 @@ class Unload : public testing::TestWithParam<State> {
       scene.host.Unload();
       const std::int64_t took = platform::MonotonicMilliseconds() - begin;
       EXPECT_GE(took, GetParam() == STOPPED || GetParam() == WAITING ? 0 : 2000);
-      EXPECT_LT(took, GetParam() == STOPPED ? 2000 : PATIENCE_MS);
+      EXPECT_LT(took, PATIENCE_MS);
       EXPECT_EQ(SocketUsesEnded(), endedBefore) << "it takes the loader lock";
       worst = std::max(worst, took);
+      best = std::min(best, took);
       EXPECT_FALSE(scene.inCallback.load());
       EXPECT_FALSE(IsLoaded());
       // A thread that was left behind would now meet memory that is gone.
       platform::SleepMilliseconds(25);
-      // The system takes its time to end one that has left.
-      EXPECT_TRUE(Eventually([&] { return Threads() <= threads + busyThreads; }));
+      // The system takes its time to end one that has left; a busy Wine most of all.
+      EXPECT_TRUE(Eventually([&] { return Threads() <= threads + busyThreads; }, 3 * PATIENCE_MS));
     }
     done = true;
     for (std::thread& thread : busy) {
       thread.join();
     }
+    EXPECT_TRUE(GetParam() != STOPPED || best < 2000) << "nobody is there to be waited for";
     printf("[   worst  ] %lld ms\n", static_cast<long long>(worst));
   }
 };
