@@ -25,7 +25,7 @@ namespace zvqrn::test {
 namespace {
 
 // A stop ends a few waits; one that a peer could hold up would take minutes.
-constexpr std::int64_t STOP_LIMIT_MS = 20000;
+constexpr std::int64_t STOP_LIMIT_MS = PATIENCE_MS;
 
 void Announce(Scanner* scanner, const std::string& length) {
   scanner->Send("POST /PushScan HTTP/1.0\r\nContent-Length : " + length + "\r\n\r\nbegin");

@@ -113,7 +113,7 @@ class Unload : public testing::TestWithParam<State> {
       // A thread that was left behind would now meet memory that is gone.
       platform::SleepMilliseconds(25);
       // The system takes its time to end one that has left; a busy Wine most of all.
-      EXPECT_TRUE(Eventually([&] { return Threads() <= threads + busyThreads; }, 3 * PATIENCE_MS));
+      EXPECT_TRUE(Eventually([&] { return Threads() <= threads + busyThreads; }));
     }
     done = true;
     for (std::thread& thread : busy) {
@@ -134,23 +134,26 @@ TEST_P(Unload, LeavesNothingBehindUnderLoad) {
 
 // The end of a process waits neither for a callback nor for a thread.
 TEST_P(Unload, IsNotWaitedForAtProcessEnd) {
-  constexpr std::int32_t CALLBACK_MS = 60000;
+  constexpr std::int32_t CALLBACK_MS = 2 * PATIENCE_MS;
   const std::string moment = tools::ProgramFolder() + "/exit-" + NAMES[GetParam()];
-  const auto endedAtOnce = [&](int status) {
+  std::int64_t best = CALLBACK_MS;
+  const auto ended = [&](int status) {
     std::int64_t left = 0;
     std::ifstream(moment) >> left;
-    // Where there is least to end, a slow machine too is done before an unload would be.
-    EXPECT_LT(platform::MonotonicMilliseconds() - left,
-              GetParam() == IDLE ? 1900 : CALLBACK_MS / 2);
+    best = std::min(best, platform::MonotonicMilliseconds() - left);
     return testing::ExitedWithCode(7)(status);
   };
-  EXPECT_EXIT(
-      {
-        const auto* scene = new Scene(GetParam(), CALLBACK_MS);
-        std::ofstream(moment) << platform::MonotonicMilliseconds();
-        exit(scene != nullptr && !HasFailure() ? 7 : 1);
-      },
-      endedAtOnce, "");
+  // Where there is least to end, the best of some is shorter than an unload, which takes 2 s.
+  for (int round = GetParam() == IDLE ? 3 : 1; round > 0; round--) {
+    EXPECT_EXIT(
+        {
+          const auto* scene = new Scene(GetParam(), CALLBACK_MS);
+          std::ofstream(moment) << platform::MonotonicMilliseconds();
+          exit(scene != nullptr && !HasFailure() ? 7 : 1);
+        },
+        ended, "");
+  }
+  EXPECT_LT(best, GetParam() == IDLE ? 1900 : PATIENCE_MS);
 }
 
 // What a host has registered before it loads the library comes last when the process ends, and may

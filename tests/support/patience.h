@@ -8,8 +8,9 @@
 
 namespace zvqrn::test {
 
-// For what must come.  Only a fault waits it out, so it suffices for the slowest machine.
-constexpr std::int32_t PATIENCE_MS = 30000;
+// For what must come.  Only a fault waits it out, so it suffices for the slowest machine, and for
+// one that stood still for a minute, as virtual ones do.
+constexpr std::int32_t PATIENCE_MS = 120000;
 
 // Waits until `condition` holds; false when it does not in time.
 template <typename Condition>
