@@ -103,6 +103,11 @@ TEST_F(Discovery, AcceptsByTheRules) {
       {"21 a scanner for which the host says -1", Encode({21, "XF-A3"}), 0},
       {"41 the largest", ofLength1400, 3},
       {"42 one larger", ofLength1401, 0},
+      {"43 one larger than it says",
+       Encode(SlpRequest{43, "default", "", "service:Quorin-agent",
+                         std::string(1400 - padded.size(), 't')}) +
+           "x",
+       0},
   };
   std::map<int, int> expected;
   for (const auto& c : cases) {

@@ -2,8 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
 #include "base/text.h"
 #include "eventserver/host_data.h"
+#include "platform/clock.h"
+#include "platform/thread.h"
 
 namespace zvqrn {
 namespace {
@@ -55,6 +61,51 @@ TEST(Uid, IsTheTimeWithMilliseconds) {
     free(uid);
   }
 }
+
+#if !defined(_WIN32)  // its clocks are others, and TZ is nothing to it
+
+// The local date and time, to the millisecond.
+std::string LocalTime() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  char text[32];
+  strftime(text, sizeof text, "%Y%m%d%H%M%S", localtime(&now.tv_sec));
+  const std::string milliseconds = std::to_string(1000 + now.tv_nsec / 1000000);
+  return text + milliseconds.substr(1);
+}
+
+TEST(Uid, IsTheLocalTime) {
+  setenv("TZ", "XXX-13:45", 1);
+  tzset();
+  for (int i = 0; i < 50; i++) {
+    const std::string before = LocalTime();
+    char* uid = MakeUid();
+    const std::string after = LocalTime();
+    std::string text(uid);
+    text.insert(14, 17 - text.size(), '0');
+    EXPECT_LE(before, text);
+    EXPECT_LE(text, after);
+    free(uid);
+    platform::SleepMilliseconds(1);
+  }
+  unsetenv("TZ");
+  tzset();
+}
+
+// A host's clock may be set while the service runs.
+TEST(Clock, IsNotTheHostsToSet) {
+  const auto now = [] {
+    timespec time{};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return std::int64_t{time.tv_sec} * 1000 + time.tv_nsec / 1000000;
+  };
+  const std::int64_t before = now();
+  const std::int64_t shown = platform::MonotonicMilliseconds();
+  EXPECT_LE(before, shown);
+  EXPECT_LE(shown, now());
+}
+
+#endif
 
 }  // namespace
 }  // namespace zvqrn

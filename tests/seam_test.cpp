@@ -61,6 +61,7 @@ class Seam : public testing::Test {
   void TearDown() override {
     threadsBeforeRefusal = -1;
     emptySends = 0;
+    beforeSend = nullptr;
     refusedAccepts = 0;
     stoppedClock = 0;
     waitsAreEndless = false;
@@ -211,6 +212,59 @@ TEST_F(Seam, SendsAnAnswerWhenItIsQueued) {
   EXPECT_EQ(QRNSendData(&start, "data", 4), 1);
   EXPECT_NE(scanner.Receive(), "");
   waitsAreEndless = false;
+}
+
+// However much the host sends, the scanner is heard: here there is always one message more.
+TEST_F(Seam, HearsTheScannerOfABusyHost) {
+  Scanner scanner;
+  Serve(&scanner, StartRequest("start"));
+  static std::atomic<std::int32_t> sends;
+  sends = 0;
+  beforeSend = [] {
+    sends++;
+    EventHeader start = StartHeader("start");
+    QRNSendData(&start, "data", 4);
+  };
+  EventHeader start = StartHeader("start");
+  EXPECT_EQ(QRNSendData(&start, "data", 4), 1);
+  EXPECT_TRUE(Eventually([] { return sends.load() >= 2; }));
+  scanner.Send(SingleRequest("heard"));
+  EXPECT_TRUE(host.WaitForDeliveries(2));
+}
+
+// A stop finds more requests than it has the time to answer: the rest is taken and dropped, for a
+// connection that is closed with bytes unread is reset, which may cost the scanner the answers.
+TEST_F(Seam, AnswersLateRequestsForAQuarterOfASecond) {
+  constexpr std::int32_t MANY = 50;
+  Scanner scanner;
+  Serve(&scanner, SingleRequest("1"));
+  StopTheClock();
+  static std::atomic<bool> sends;
+  sends = false;
+  beforeSend = [] {
+    sends = true;
+    EXPECT_TRUE(Eventually([] { return StopRequested(); }));
+    stoppedClock += 100;
+  };
+  scanner.Send(SingleRequest("2"));
+  EXPECT_TRUE(Eventually([] { return sends.load(); }));
+  const std::string late = SingleRequest("late");
+  for (std::int32_t i = 0; i < MANY; i++) {
+    scanner.Send(late);
+  }
+  std::thread stopper([this] { EXPECT_EQ(host.Stop(), 1); });
+  EXPECT_NE(scanner.Receive().find("x-status : 0001\r\n"), std::string::npos);
+  std::int32_t answers = 0;
+  while (scanner.Receive().find("x-status : 2001\r\n") != std::string::npos) {
+    answers++;
+  }
+  EXPECT_GE(answers, 3);
+  EXPECT_LT(answers, MANY);
+  stopper.join();
+  EXPECT_TRUE(scanner.Send("more")) << "not reset";
+  beforeSend = nullptr;
+  stoppedClock = 0;
+  EXPECT_EQ(host.Start(), 1);
 }
 
 // The scanner reads nothing for so long; then the connection's place is the next one's.

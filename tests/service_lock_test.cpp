@@ -121,5 +121,26 @@ TEST(Event, StaysSetAndEitherOfTwoWakes) {
   platform::CloseEvent(second);
 }
 
+// The threads of a service wait each for an event of its own, and each is woken by its own.
+TEST(Event, WakesWhoWaitsForIt) {
+  platform::Event* events[4] = {};
+  std::vector<std::thread> waiting;
+  for (platform::Event*& event : events) {
+    event = platform::MakeEvent();
+    waiting.emplace_back([event] {
+      EXPECT_EQ(platform::WaitEvent(event, test::PATIENCE_MS), platform::SYNC_SIGNALLED);
+    });
+  }
+  // As a rule all wait by now; an event that was set before is no different to them.
+  platform::SleepMilliseconds(50);
+  for (int i = 3; i >= 0; i--) {
+    platform::SignalEvent(events[i]);
+    waiting[static_cast<std::size_t>(i)].join();
+  }
+  for (platform::Event* event : events) {
+    platform::CloseEvent(event);
+  }
+}
+
 }  // namespace
 }  // namespace zvqrn

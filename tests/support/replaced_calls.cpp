@@ -18,6 +18,7 @@ std::atomic<std::int32_t> refusedAccepts{0};
 std::atomic<void (*)()> afterPeerLook{nullptr};
 std::atomic<std::int32_t> threadsBeforeRefusal{-1};
 std::atomic<std::int32_t> emptySends{0};
+std::atomic<void (*)()> beforeSend{nullptr};
 std::atomic<char> leadByte{0};
 std::atomic<std::uint32_t> hostAddress{0};
 std::atomic<std::int32_t> addressReads{0};
@@ -164,6 +165,9 @@ std::uintptr_t WRAP_START(ThreadProcedure procedure, void* argument, StackKind s
 
 std::int32_t REAL(9SendBytesE, PKvi)(SocketHandle socket, const void* bytes, std::int32_t size);
 std::int32_t WRAP(9SendBytesE, PKvi)(SocketHandle socket, const void* bytes, std::int32_t size) {
+  if (void (*const act)() = isTestThread ? nullptr : zvqrn::test::beforeSend.load()) {
+    act();
+  }
   if (!isTestThread && zvqrn::test::emptySends.load() > 0) {
     zvqrn::test::emptySends--;
     return 0;

@@ -32,6 +32,9 @@ extern std::atomic<std::int32_t> threadsBeforeRefusal;
 // Sends of the library that transfer nothing before one goes through, counted while above 0.
 extern std::atomic<std::int32_t> emptySends;
 
+// What happens at each of them before; null: nothing.
+extern std::atomic<void (*)()> beforeSend;
+
 // A byte that counts as the lead byte of a double-byte character; 0: none does.
 extern std::atomic<char> leadByte;
 
