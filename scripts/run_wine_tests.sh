@@ -34,7 +34,7 @@ readonly NOT_IN_PC=(
   Discovery.SurvivesAFlood
   EventFlow.ServesAScannerThatConnectsAgainAtOnce
   HostilePeer.DoesNotDisturbTheScannerThatIsServed
-  HostilePeer.MayLeaveThousandsOfStartsOpen
+  HostilePeer.MayAskThousandsOfTimesAtOnce
   Lifecycle.SurvivesExportsAtAnyMoment
   Thread.IsNotTakenForOneThatHasEnded
 )
