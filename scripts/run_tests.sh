@@ -41,7 +41,7 @@ test_natively() {
 }
 
 lint() {
-  renice -n 10 "$BASHPID" >/dev/null
+  renice -n 19 "$BASHPID" >/dev/null
   scripts/lint.sh
 }
 
@@ -76,7 +76,7 @@ part compile compile-tsan "$last" compile tsan test_programs
 part compile compile-release compile-tsan compile release
 part compile compile-fuzz compile-release compile fuzz fuzz
 
-# The checks of sources compute all the time, beside the compilers.
+# The checks of sources compute all the time: they fill what the others leave.
 part check lint compile-debug lint
 part tests debug compile-debug test_natively debug
 part tests asan compile-asan test_natively asan
