@@ -237,7 +237,11 @@ TEST_F(Discovery, WaitsAtAStopForTheHostsFilter) {
 }
 
 TEST_F(Discovery, SurvivesAFlood) {
+#if defined(_WIN32)
+  constexpr int REQUESTS = 50;  // on a busy machine Wine does not get hundreds of threads going
+#else
   constexpr int REQUESTS = 250;
+#endif
   const std::ptrdiff_t threads = Threads();
   // Requests among rubbish; then, as a scanner does, those again that were not answered, because a
   // socket's buffer may not hold a whole flood.
