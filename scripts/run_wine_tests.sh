@@ -143,7 +143,7 @@ for folder in lonely mismatched; do
 done
 
 if [[ $way == native ]]; then
-  QUORIN_UNLOAD_ROUNDS=${QUORIN_UNLOAD_ROUNDS:-12} run_programs 20 300
+  QUORIN_UNLOAD_ROUNDS=${QUORIN_UNLOAD_ROUNDS:-12} run_programs 10 600
 else
   for test in "${NOT_IN_PC[@]}"; do
     grep -qF "(${test/./, })" tests/*_test.cpp || {
