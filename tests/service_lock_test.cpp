@@ -86,6 +86,27 @@ TEST(ThreadState, KeepsAStopThatCameDuringTheSetUp) {
   EXPECT_EQ(state.load(), THREAD_STOP_REQUESTED);
 }
 
+// Nobody would answer a request to stop that is written over the word of a thread that has ended.
+TEST(ThreadState, AsksOnlyThreadsThatLiveToStop) {
+  const struct {
+    ThreadStateValue before, told, requested;
+  } cases[] = {
+      {THREAD_IDLE, THREAD_IDLE, THREAD_IDLE},
+      {THREAD_STARTING, THREAD_STOP_REQUESTED, THREAD_STOP_REQUESTED},
+      {THREAD_RUNNING, THREAD_STOP_REQUESTED, THREAD_STOP_REQUESTED},
+      {THREAD_STOP_REQUESTED, THREAD_STOP_REQUESTED, THREAD_STOP_REQUESTED},
+      {THREAD_FAILED, THREAD_FAILED, THREAD_IDLE},
+  };
+  for (const auto& test : cases) {
+    ThreadState state{test.before};
+    ServiceLock none{};
+    EXPECT_EQ(TellThreadToStop(&state), test.told == THREAD_STOP_REQUESTED) << test.before;
+    EXPECT_EQ(state.load(), test.told) << test.before;
+    EXPECT_EQ(RequestThreadStop(&state, &none), test.told == THREAD_STOP_REQUESTED) << test.before;
+    EXPECT_EQ(state.load(), test.requested) << test.before;
+  }
+}
+
 TEST(Semaphore, WaitsForTheTimeGiven) {
   platform::Semaphore* semaphore = platform::MakeSemaphore(0, 1);
   ASSERT_NE(semaphore, nullptr);

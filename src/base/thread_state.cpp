@@ -43,11 +43,20 @@ std::int32_t WaitForThreadReady(ThreadState* state, ServiceLock* lock) {
   }
 }
 
+bool TellThreadToStop(ThreadState* state) {
+  std::int32_t value = state->load();
+  while ((value == THREAD_STARTING || value == THREAD_RUNNING) &&
+         !state->compare_exchange_weak(value, THREAD_STOP_REQUESTED)) {
+  }
+  return value != THREAD_IDLE && value != THREAD_FAILED;
+}
+
 bool RequestThreadStop(ThreadState* state, ServiceLock* lock) {
   const LockScope scope(lock);
-  const std::int32_t value = state->load();
-  const bool runs = value != THREAD_IDLE && value != THREAD_FAILED;
-  state->store(runs ? THREAD_STOP_REQUESTED : THREAD_IDLE);
+  const bool runs = TellThreadToStop(state);
+  if (!runs) {
+    state->store(THREAD_IDLE);
+  }
   return runs;
 }
 

@@ -37,7 +37,11 @@ std::int32_t WaitForThreadReady(ThreadState* state, ServiceLock* lock);
 // The outcome of a thread's set-up.  A stop that came meanwhile stays.
 void ReportSetUp(ThreadState* state, bool succeeded);
 
-// Asks a thread to stop: true when it runs and must be waited for.  A thread that is idle or has
+// Asks a thread to stop without taking the lock: true when it runs.  The word of one that has ended
+// stays as it is, also when it ends at this moment: nobody would answer a request that comes later.
+bool TellThreadToStop(ThreadState* state);
+
+// The same under the lock: true when it runs and must be waited for.  A thread that is idle or has
 // failed is set idle.  As in WriteThreadState the word does not depend on the lock: a thread that
 // never heard of the stop would be waited for without end.
 bool RequestThreadStop(ThreadState* state, ServiceLock* lock);

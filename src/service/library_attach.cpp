@@ -5,6 +5,7 @@
 
 #include "base/driver_name.h"
 #include "base/service_state.h"
+#include "base/thread_state.h"
 #include "platform/clock.h"
 #include "platform/entry.h"
 #include "platform/sync.h"
@@ -24,10 +25,7 @@ bool TellThreadsToStop() {
   bool serving = false;
   service.unloading.store(1);
   for (ThreadState* state : {&service.listenerState, &service.discoveryState}) {
-    if (state->load() != THREAD_IDLE) {
-      state->store(THREAD_STOP_REQUESTED);
-      serving = true;
-    }
+    serving = TellThreadToStop(state) || serving;
   }
   if (service.watcherStopEvent != nullptr) {
     platform::SignalEvent(service.watcherStopEvent);
