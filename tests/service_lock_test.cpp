@@ -84,6 +84,8 @@ TEST(ThreadState, KeepsAStopThatCameDuringTheSetUp) {
   ThreadState state{THREAD_STOP_REQUESTED};
   ReportSetUp(&state, true);
   EXPECT_EQ(state.load(), THREAD_STOP_REQUESTED);
+  ReportSetUp(&state, false);
+  EXPECT_EQ(state.load(), THREAD_IDLE) << "which the stop waits for";
 }
 
 // Nobody would answer a request to stop that is written over the word of a thread that has ended.

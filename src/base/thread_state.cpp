@@ -19,11 +19,10 @@ bool StartReportingThread(platform::ThreadProcedure procedure, platform::StackKi
 }
 
 void ReportSetUp(ThreadState* state, bool succeeded) {
-  if (succeeded) {
-    std::int32_t starting = THREAD_STARTING;
-    state->compare_exchange_strong(starting, THREAD_RUNNING);
-  } else {
-    state->store(THREAD_FAILED);
+  std::int32_t starting = THREAD_STARTING;
+  const ThreadStateValue outcome = succeeded ? THREAD_RUNNING : THREAD_FAILED;
+  if (!state->compare_exchange_strong(starting, outcome) && !succeeded) {
+    state->store(THREAD_IDLE);
   }
 }
 

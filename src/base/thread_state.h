@@ -34,7 +34,8 @@ bool StartReportingThread(platform::ThreadProcedure procedure, platform::StackKi
 // acquired.  Looks every millisecond, without time-out.
 std::int32_t WaitForThreadReady(ThreadState* state, ServiceLock* lock);
 
-// The outcome of a thread's set-up.  A stop that came meanwhile stays.
+// The outcome of a thread's set-up.  A stop that came meanwhile stays; who asked for it waits for
+// THREAD_IDLE, also when the set-up failed.
 void ReportSetUp(ThreadState* state, bool succeeded);
 
 // Asks a thread to stop without taking the lock: true when it runs.  The word of one that has ended
