@@ -51,7 +51,7 @@ symbols=${dll%.dll}.debug
 address=$("$tools-nm" "$symbols" 2>/dev/null | awk '/ T _?QRNSendData(@12)?$/ { print $1 }')
 [[ -n $address && $("$tools-addr2line" -e "$symbols" "$address") == */exports.cpp:[1-9]* ]] ||
   complain "its symbols are not in $symbols"
-"$tools-objdump" -s -j .gnu_debuglink "$dll" 2>/dev/null | grep -q 'ZVQRN.deb' ||
+"$tools-objdump" -s -j .gnu_debuglink "$dll" 2>/dev/null | grep 'ZVQRN.deb' >/dev/null ||
   complain 'does not name its symbols'
 
 size=$(stat -c %s "$dll")
@@ -59,6 +59,8 @@ size=$(stat -c %s "$dll")
 
 # The resource holds UTF-16 text; the fixed part has the three numbers, each in two bytes.
 version=$(sed -nE 's/^project\(ZVQRN VERSION ([0-9.]+).*/\1/p' CMakeLists.txt)
-tr -d '\0' <"$dll" | grep -qaF "ProductVersion$version" || complain "does not name version $version"
+# Read to its end: a pipe that is left early ends its writer with an error.
+tr -d '\0' <"$dll" | grep -aF "ProductVersion$version" >/dev/null ||
+  complain "does not name version $version"
 
 [[ $broken -eq 0 ]]

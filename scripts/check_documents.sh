@@ -34,7 +34,7 @@ while read -r program words; do
   read -ra words <<<"$words"
   command=("$tools/$program")
   if [[ $program == quorin-scanner && ${words[0]:-} =~ ^[a-z]+$ ]]; then
-    if ! "$tools/$program" --help | grep -q "^  ${words[0]} "; then
+    if ! "$tools/$program" --help | grep "^  ${words[0]} " >/dev/null; then
       complain "the documents use '$program ${words[0]}', which is no subcommand"
       continue
     fi
