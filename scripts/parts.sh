@@ -112,14 +112,17 @@ show_progress() {
   printf '\r\033[K%.*s' $(($(tput cols 2>/dev/null || echo 80) - 1)) "$line"
 }
 
-# Ends a process and what it has started.
+# Ends a process and what it has started.  It is stopped first, or it would go on with its next
+# command when the present one ends.
 end_tree() {
   local child children=()
+  kill -STOP "$1" 2>/dev/null || return 0
   read -ra children 2>/dev/null <"/proc/$1/task/$1/children" || true
   for child in "${children[@]}"; do
     end_tree "$child"
   done
   kill "$1" 2>/dev/null || true
+  kill -CONT "$1" 2>/dev/null || true
 }
 end_parts() {
   local pid
