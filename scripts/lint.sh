@@ -22,6 +22,21 @@ while IFS=: read -r file included; do
   fi
 done < <(grep -rEo '^#include "(platform|base|eventproto|discovery|pushscan|eventserver|service)/[^"]+' \
   src | sed 's/#include "//')
+# So may a room of quorin-scanner; rooms of one floor do not know each other.
+declare -A rooms=([command]=1 [wire]=2 [search]=3 [exchange]=3 [doctor]=4 [stress]=4 [explain]=4)
+while IFS=: read -r file included; do
+  room=${file#tools/scanner/}
+  room=${room%%/*}
+  included=${included%%/*}
+  if [[ $room != main.cpp && $room != "$included" && ! ${rooms[$included]} -lt ${rooms[$room]} ]]; then
+    printf '%s includes scanner/%s, which is not on a floor below\n' "$file" "$included" >&2
+    broken=1
+  fi
+done < <(grep -rEo '^#include "scanner/[^"]+' tools | sed 's/#include "scanner\///')
+if grep -rnE '^#include "(host|scanner)/' tools/common; then
+  printf 'tools/common includes what builds on it\n' >&2
+  broken=1
+fi
 [[ $broken -eq 0 ]]
 
 # The operating system shows in src/platform/ only.

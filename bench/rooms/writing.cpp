@@ -13,7 +13,7 @@
 #include "eventserver/delivery.h"
 #include "platform/socket.h"
 #include "rooms/inputs.h"
-#include "scanner/attribute_message.h"
+#include "scanner/wire/attribute_message.h"
 
 namespace zvqrn::bench {
 namespace {

@@ -7,7 +7,7 @@
 
 #include "common/statistics.h"
 #include "peers/peers.h"
-#include "scanner/attribute_message.h"
+#include "scanner/wire/attribute_message.h"
 #include "system/run.h"
 
 namespace zvqrn::bench {

@@ -160,8 +160,7 @@ typedef struct PushScanIdRecord {
   int32_t pushScanId; /* 1 to 3: which of the settings kept on the PC is meant */
 } PushScanIdRecord;
 
-/* ---- PeerDescription: who looks for this PC ---------------------------------------------------
- */
+/* ---- PeerDescription: who looks for this PC -------------------------------------------------- */
 
 /*
  * A scanner that looks for this PC, as PeerFilterCallback gets it: four pointers to NUL-terminated
@@ -169,15 +168,13 @@ typedef struct PushScanIdRecord {
  * pointer: they have the same size in both.)  None is null; all belong to the library.
  */
 typedef struct PeerDescription {
-  const char* driverName; /* the TWAIN driver that serves the scanner on this PC */
-  const char*
-      serviceType;       /* "service:Quorin-agent", in the letters that the scanner used (UTF-8) */
-  const char* scopeList; /* the scope that names the scanner, as received (UTF-8) */
-  const char* tagList;   /* the attribute tags asked for, as received (UTF-8); may be empty */
+  const char* driverName;  /* the TWAIN driver that serves the scanner on this PC */
+  const char* serviceType; /* "service:Quorin-agent", in the scanner's own letters (UTF-8) */
+  const char* scopeList;   /* the scope that names the scanner, as received (UTF-8) */
+  const char* tagList;     /* the attribute tags asked for, as received (UTF-8); may be empty */
 } PeerDescription;
 
-/* ---- Callbacks ---------------------------------------------------------------------------------
- */
+/* ---- Callbacks ------------------------------------------------------------------------------- */
 
 /* Values of the host's own that the library passes back unchanged; they may be null. */
 typedef void* FilterContext;
@@ -257,8 +254,7 @@ enum {
 typedef int32_t(QRN_CALLBACK* StatusCallback)(int32_t statusClass, int32_t statusCode,
                                               const char* message, StatusContext context);
 
-/* ---- Exported functions
- * -------------------------------------------------------------------------- */
+/* ---- Exported functions ---------------------------------------------------------------------- */
 
 /*
  * Starts the service: reads the PC's name and address, then listens on TCP port 2968 for requests

@@ -4,35 +4,18 @@
 #include "common/machine_text.h"
 #include "common/module_loader.h"
 #include "common/text.h"
+#include "common/vocabulary.h"
 #include "host/service_library.h"
-#include "zvqrn/zvqrn.h"
 
 namespace zvqrn::host {
 
 namespace {
 
-struct AnswerName {
-  const char* word;
-  std::int32_t code;
-};
-
-constexpr AnswerName ANSWERS[] = {
-    {"OK", QRN_RESPONSE_OK},
-    {"PARAM_ERR", QRN_RESPONSE_PARAM_ERR},
-    {"PARSE_ERR", QRN_RESPONSE_PARSE_ERR},
-    {"PM_EXECUTE_ERR", QRN_RESPONSE_PM_EXECUTE_ERR},
-    {"PM_NOT_INSTALL", QRN_RESPONSE_PM_NOT_INSTALL},
-    {"TWAIN_NOT_INSTALL", QRN_RESPONSE_TWAIN_NOT_INSTALL},
-    {"ERROR", QRN_RESPONSE_ERROR},
-    {"BUSY", QRN_RESPONSE_BUSY},
-};
-
 constexpr std::int32_t MILLISECONDS_LIMIT = 3'600'000;
 constexpr std::size_t PC_NAME_LIMIT = 15;
 
 constexpr char DESCRIPTION[] =
-    "Loads ZVQRN as a host program does, starts its service, prints every push-scan request that "
-    "a\n"
+    "Loads ZVQRN as a host program does, starts its service, prints every push-scan request that a\n"
     "scanner sends to this PC, and answers it.";
 
 constexpr char FOOTER[] =
@@ -51,10 +34,11 @@ constexpr char FOOTER[] =
     "2 wrong command line; 3 library not found or unusable; 4 the service did not start.";
 
 std::int32_t AnswerCode(const std::string& text) {
-  for (const AnswerName& answer : ANSWERS) {
-    if (tools::EqualsIgnoringCase(text, answer.word)) {
-      return answer.code;
-    }
+  if (tools::EqualsIgnoringCase(text, tools::BUSY_ANSWER.text)) {
+    return tools::BUSY_ANSWER.number;
+  }
+  if (const tools::Word* word = tools::FindWord(tools::STATUS_OUT_WORDS, text)) {
+    return word->number;
   }
   std::int32_t code = 0;
   if (!tools::ParseNumber(text, &code)) {
@@ -143,11 +127,11 @@ void AddSendOptions(tools::CommandLine* line, HostOptions* options) {
   tools::AddTextAction(
       line, {"--send-to", "start|single|all", "Requests that get the data (default start)"},
       [=](const std::string& text) { options->sendTo = SendToOf(text); });
-  tools::AddNumber(line,
-                   {"--send-after", "MS",
-                    "Send the data this time after the callback has returned, not inside it; by "
-                    "then a single request is closed, a START is not"},
-                   &options->sendAfterMs, 0, MILLISECONDS_LIMIT);
+  tools::AddNumber(
+      line,
+      {"--send-after", "MS",
+       "Send the data this time after the callback has returned, not inside it; by then a single request is closed, a START is not"},
+      &options->sendAfterMs, 0, MILLISECONDS_LIMIT);
 }
 
 // Gives the option of the PC's name.
@@ -164,23 +148,22 @@ CLI::Option* AddOptions(tools::CommandLine* line, HostOptions* options) {
                    &options->requests, 1, 1'000'000);
   tools::AddNumber(line, {"--for", "SECONDS", "End after this time"}, &options->seconds, 0.001,
                    1'000'000.0);
-  tools::AddNumber(line,
-                   {"--restart-every", "SECONDS",
-                    "Stop the service so often and start it again, to see what that does to "
-                    "scanners"},
-                   &options->restartSeconds, 0.1, 1'000'000.0);
+  tools::AddNumber(
+      line,
+      {"--restart-every", "SECONDS",
+       "Stop the service so often and start it again, to see what that does to scanners"},
+      &options->restartSeconds, 0.1, 1'000'000.0);
   return name;
 }
 
 }  // namespace
 
 const char* AnswerWord(std::int32_t code) {
-  for (const AnswerName& answer : ANSWERS) {
-    if (answer.code == code) {
-      return answer.word;
-    }
+  if (code == tools::BUSY_ANSWER.number) {
+    return tools::BUSY_ANSWER.text;
   }
-  return "ERROR";
+  const tools::Word* word = tools::FindWord(tools::STATUS_OUT_WORDS, code);
+  return word == nullptr ? "ERROR" : word->text;
 }
 
 bool ReadOptions(const std::vector<std::string>& arguments, HostOptions* options, int* exitCode) {

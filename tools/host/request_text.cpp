@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "common/text.h"
+#include "common/vocabulary.h"
 
 namespace zvqrn::host {
 
@@ -12,39 +13,10 @@ constexpr std::size_t DRIVER_NAME_SIZE = 34;
 constexpr std::int32_t V1_SIZE = 136;
 constexpr std::int32_t V2_SIZE = 104;
 
-struct Word {
-  std::int32_t value;
-  const char* text;
-};
-
-constexpr Word IMAGE_FORMATS[] = {
-    {QRN_IMAGE_PDF, "PDF"}, {QRN_IMAGE_TIFF, "TIFF"}, {QRN_IMAGE_JPEG, "JPEG"}};
-constexpr Word COLOR_TYPES[] = {{QRN_COLOR_COLOR, "Color"}, {QRN_COLOR_MONOCHROME, "Monochrome"}};
-constexpr Word LOAD_PAPERS[] = {{QRN_LOAD_AUTO, "Auto"},
-                                {QRN_LOAD_FLATBED, "Flatbed"},
-                                {QRN_LOAD_SINGLE, "Single"},
-                                {QRN_LOAD_DOUBLE, "Double"}};
-constexpr Word PAPER_TYPES[] = {{QRN_PAPER_AUTO, "Auto"},
-                                {QRN_PAPER_USER, "User"},
-                                {QRN_PAPER_A3, "A3"},
-                                {QRN_PAPER_A4, "A4"},
-                                {QRN_PAPER_A4_LANDSCAPE, "A4_Landscape"},
-                                {QRN_PAPER_B4, "B4"},
-                                {QRN_PAPER_B5, "B5"},
-                                {QRN_PAPER_B5_LANDSCAPE, "B5_Landscape"},
-                                {QRN_PAPER_LETTER, "Letter"},
-                                {QRN_PAPER_LETTER_LANDSCAPE, "Letter_Landscape"},
-                                {QRN_PAPER_LEGAL, "Legal"}};
-
 // A value without a word shows as its number: the host prints what it was given.
-template <std::size_t COUNT>
-std::string WordOf(const Word (&words)[COUNT], std::int32_t value) {
-  for (const Word& word : words) {
-    if (word.value == value) {
-      return word.text;
-    }
-  }
-  return std::to_string(value);
+std::string WordOf(const tools::Words& words, std::int32_t value) {
+  const tools::Word* word = tools::FindWord(words, value);
+  return word == nullptr ? std::to_string(value) : word->text;
 }
 
 bool ReadV1(std::int32_t kind, const void* data, std::int32_t size, PushScanRequestRecord* record) {
@@ -111,10 +83,10 @@ void AddRequestFields(const EventHeader& header, std::int32_t documentKind, cons
   if (ReadV1(documentKind, requestData, size, &v1)) {
     json["driverName"] = tools::JsonText(DriverOfV1(v1));
     json["ipAddress"] = tools::JsonText(tools::FieldText(v1.ipAddress, sizeof v1.ipAddress));
-    json["imageFormat"] = WordOf(IMAGE_FORMATS, v1.imageFormat);
-    json["colorType"] = WordOf(COLOR_TYPES, v1.colorType);
-    json["loadPaper"] = WordOf(LOAD_PAPERS, v1.loadPaper);
-    json["paperType"] = WordOf(PAPER_TYPES, v1.paperType);
+    json["imageFormat"] = WordOf(tools::IMAGE_FORMATS, v1.imageFormat);
+    json["colorType"] = WordOf(tools::COLOR_TYPES, v1.colorType);
+    json["loadPaper"] = WordOf(tools::LOAD_PAPERS, v1.loadPaper);
+    json["paperType"] = WordOf(tools::PAPER_TYPES, v1.paperType);
     json["paperWidth"] = v1.paperWidth;
     json["paperHeight"] = v1.paperHeight;
     json["scanX"] = v1.scanX;
@@ -139,10 +111,11 @@ std::string DescribeRequest(const EventHeader& header, std::int32_t documentKind
   if (ReadV1(documentKind, requestData, size, &v1)) {
     text += "\n    driver " + Quoted(DriverOfV1(v1)) + ", scanner at " +
             Quoted(tools::FieldText(v1.ipAddress, sizeof v1.ipAddress)) + "\n    " +
-            WordOf(IMAGE_FORMATS, v1.imageFormat) + ", " + WordOf(COLOR_TYPES, v1.colorType) +
-            ", paper from " + WordOf(LOAD_PAPERS, v1.loadPaper) + ", size " +
-            WordOf(PAPER_TYPES, v1.paperType) + " (" + std::to_string(v1.paperWidth) + " x " +
-            std::to_string(v1.paperHeight) + "), from " + std::to_string(v1.scanX) + ", " +
+            WordOf(tools::IMAGE_FORMATS, v1.imageFormat) + ", " +
+            WordOf(tools::COLOR_TYPES, v1.colorType) + ", paper from " +
+            WordOf(tools::LOAD_PAPERS, v1.loadPaper) + ", size " +
+            WordOf(tools::PAPER_TYPES, v1.paperType) + " (" + std::to_string(v1.paperWidth) +
+            " x " + std::to_string(v1.paperHeight) + "), from " + std::to_string(v1.scanX) + ", " +
             std::to_string(v1.scanY);
   } else if (ReadV2(documentKind, requestData, size, &v2)) {
     text += "\n    product " + Quoted(tools::FieldText(v2.productName, sizeof v2.productName)) +

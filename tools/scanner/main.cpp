@@ -3,8 +3,7 @@
 
 #include "common/machine_text.h"
 #include "common/output.h"
-#include "scanner/commands.h"
-#include "scanner/report.h"
+#include "scanner/command/commands.h"
 
 namespace zvqrn::scanner {
 
