@@ -2,13 +2,14 @@
 
 #include <cstring>
 
-#include "platform/socket.h"
-
 #if defined(_WIN32)
 #include "common/windows_network.h"
+// After the header above.
+#include <ws2tcpip.h>
 #else
 #include <ifaddrs.h>
 #include <net/if.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -228,6 +229,37 @@ bool SourceAddressTowards(std::uint32_t destination, std::uint32_t* source) {
   CloseSystemSocket(socket);
   *source = name.sin_addr.s_addr;
   return found;
+}
+
+bool ResolveHost(const std::string& name, std::uint32_t* address) {
+  if (platform::TextToAddress(name.c_str(), address)) {
+    return true;
+  }
+  // What looks like an address and is none is a slip of the pen, and no name to be asked for.
+  if (name.empty() || name.find_first_not_of("0123456789.") == std::string::npos ||
+      !platform::StartSockets()) {
+    return false;
+  }
+  addrinfo hints{};
+  hints.ai_family = AF_INET;
+  addrinfo* list = nullptr;
+  const bool found = getaddrinfo(name.c_str(), nullptr, &hints, &list) == 0 && list != nullptr;
+  if (found) {
+    sockaddr_in first{};
+    std::memcpy(&first, list->ai_addr, sizeof first);
+    *address = first.sin_addr.s_addr;
+    freeaddrinfo(list);
+  }
+  platform::EndSockets();
+  return found;
+}
+
+bool BindSource(platform::SocketHandle socket, std::uint32_t address) {
+  sockaddr_in name{};
+  name.sin_family = AF_INET;
+  name.sin_addr.s_addr = address;
+  return bind(static_cast<SystemSocket>(socket), reinterpret_cast<const sockaddr*>(&name),
+              sizeof name) == 0;
 }
 
 std::string AddressText(std::uint32_t address) {

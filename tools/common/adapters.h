@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/socket.h"
+
 namespace zvqrn::tools {
 
 // One address of an adapter; an adapter with several is listed several times, one without any once,
@@ -27,6 +29,13 @@ bool ListAdapters(std::vector<Adapter>* adapters);
 // Gives the address from which the system would send to `destination`; false when there is no way
 // to it.  Sends nothing.
 bool SourceAddressTowards(std::uint32_t destination, std::uint32_t* source);
+
+// Gives the IPv4 address of a host's name, or of an address's text; false when there is none.  May
+// wait for the network's name servers.
+bool ResolveHost(const std::string& name, std::uint32_t* address);
+
+// Lets a connection that is to be made come from this address; false when it is not the machine's.
+bool BindSource(platform::SocketHandle socket, std::uint32_t address);
 
 // An address as text.
 std::string AddressText(std::uint32_t address);

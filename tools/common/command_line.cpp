@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <sstream>
 
+#include "common/adapters.h"
 #include "common/output.h"
 
 namespace zvqrn::tools {
@@ -62,6 +63,20 @@ CLI::Option* AddText(CommandLine* line, const OptionHelp& help, std::string* val
   return check ? option->check(check) : option;
 }
 
+CLI::Option* AddHost(CommandLine* line, const OptionHelp& help, std::string* value) {
+  const auto resolve = [](std::string& text) -> std::string {
+    std::uint32_t address = 0;
+    if (!ResolveHost(text, &address)) {
+      return "'" + text +
+             "' is no IPv4 address such as 192.0.2.1, and no host of this name is known";
+    }
+    text = AddressText(address);
+    return {};
+  };
+  return Describe(line->add_option(help.name, *value, help.text), help)
+      ->transform(CLI::Validator(resolve, ""));
+}
+
 CLI::Option* AddNumber(CommandLine* line, const OptionHelp& help, std::int32_t* value,
                        std::int32_t least, std::int32_t most) {
   return AddAnyNumber(line, help, value, least, most);
@@ -75,6 +90,10 @@ CLI::Option* AddNumber(CommandLine* line, const OptionHelp& help, std::uint16_t*
 CLI::Option* AddNumber(CommandLine* line, const OptionHelp& help, double* value, double least,
                        double most) {
   return AddAnyNumber(line, help, value, least, most);
+}
+
+CLI::Option* AddArgument(CommandLine* line, const OptionHelp& help, std::string* value) {
+  return Describe(line->add_option(help.name, *value, help.text), help);
 }
 
 CLI::Option* AddTextList(CommandLine* line, const OptionHelp& help,

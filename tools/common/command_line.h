@@ -39,12 +39,20 @@ using TextAction = std::function<void(const std::string&)>;
 // An option whose value goes into `*value`, which holds the default until then.
 CLI::Option* AddText(CommandLine* line, const OptionHelp& help, std::string* value,
                      const TextCheck& check = {});
+
+// An option that names a machine by its IPv4 address or by its name; `*value` gets the address's
+// text.
+CLI::Option* AddHost(CommandLine* line, const OptionHelp& help, std::string* value);
+
 CLI::Option* AddNumber(CommandLine* line, const OptionHelp& help, std::int32_t* value,
                        std::int32_t least, std::int32_t most);
 CLI::Option* AddNumber(CommandLine* line, const OptionHelp& help, std::uint16_t* value,
                        std::int32_t least, std::int32_t most);
 CLI::Option* AddNumber(CommandLine* line, const OptionHelp& help, double* value, double least,
                        double most);
+
+// A value without an option before it, which must be given.
+CLI::Option* AddArgument(CommandLine* line, const OptionHelp& help, std::string* value);
 
 // An option of several texts with commas between.
 CLI::Option* AddTextList(CommandLine* line, const OptionHelp& help,

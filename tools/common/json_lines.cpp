@@ -25,6 +25,14 @@ JsonValue::JsonValue(const std::vector<std::string>& values) : text(Dump(values)
 
 JsonValue::JsonValue(const JsonObject& value) : text(value.Text()) {}
 
+JsonValue::JsonValue(const std::vector<JsonObject>& values) {
+  text = "[";
+  for (const JsonObject& value : values) {
+    text += (text.size() > 1 ? "," : "") + value.Text();
+  }
+  text += "]";
+}
+
 JsonValue& JsonObject::operator[](const std::string& name) {
   for (auto& [known, value] : members_) {
     if (known == name) {

@@ -22,6 +22,7 @@ struct JsonValue {
   JsonValue(double value);
   JsonValue(const std::vector<std::string>& values);
   JsonValue(const JsonObject& value);
+  JsonValue(const std::vector<JsonObject>& values);
   JsonValue(bool value) : text(value ? "true" : "false") {}
   template <typename Integer, std::enable_if_t<std::is_integral_v<Integer>, bool> = true>
   JsonValue(Integer value) : text(std::to_string(value)) {}

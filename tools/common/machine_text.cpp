@@ -1,10 +1,14 @@
 #include "common/machine_text.h"
 
+#include <cstdio>
+
 #include "platform/encoding.h"
 
 #if defined(_WIN32)
 #include "platform/windows/windows_headers.h"
 // After the header above.
+#include <fcntl.h>
+#include <io.h>
 #include <shellapi.h>
 #else
 #include <langinfo.h>
@@ -96,6 +100,18 @@ bool ToLibraryText(const std::string& text, std::string* bytes) {
 }
 
 #endif
+
+bool ReadStandardInput(std::string* bytes) {
+#if defined(_WIN32)
+  _setmode(_fileno(stdin), _O_BINARY);
+#endif
+  char block[65536];
+  for (std::size_t count = 1; count > 0;) {
+    count = std::fread(block, 1, sizeof block, stdin);
+    bytes->append(block, count);
+  }
+  return std::ferror(stdin) == 0;
+}
 
 std::string FromLibraryText(const std::string& bytes) {
   const std::int32_t size = platform::AnsiToUtf8Bytes(bytes.c_str(), nullptr, 0);

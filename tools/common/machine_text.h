@@ -17,6 +17,9 @@ std::vector<std::string> ReadArguments(int argc, char** argv);
 std::filesystem::path PathOf(const std::string& text);
 std::string TextOf(const std::filesystem::path& path);
 
+// Reads standard input to its end, byte by byte as it comes; false when that fails.
+bool ReadStandardInput(std::string* bytes);
+
 // Gives `text` as the library takes it, in the PC's code page; false when that has not all of its
 // letters.
 bool ToLibraryText(const std::string& text, std::string* bytes);

@@ -27,6 +27,9 @@ void AddPush(tools::CommandLine* program, Command* chosen);
 // listen: keeps a START open and shows the host's data.
 void AddListen(tools::CommandLine* program, Command* chosen);
 
+// explain: says what the library does with captured messages, and by which rule.
+void AddExplain(tools::CommandLine* program, Command* chosen);
+
 // stress: plays bad scanners against a PC.
 void AddStress(tools::CommandLine* program, Command* chosen);
 

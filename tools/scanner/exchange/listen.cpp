@@ -104,7 +104,7 @@ ExitCode RunListen(const ListenOptions& options) {
     ++count;
     PrintData(options.request.json, count, data, SaveData(options, count, data.bytes));
   };
-  const OpenConnection connection = Connect(options.request.link);
+  const OpenConnection connection = Connect(OpenLink(options.request));
   tools::WatchForInterrupt();
   std::string uid;
   const ExitCode startCode =
@@ -148,6 +148,7 @@ void AddListen(tools::CommandLine* program, Command* chosen) {
                      &options->outputFile),
       save);
   AddRequestOptions(command, &options->request);
+  AddConnectionOptions(command, &options->request);
 }
 
 }  // namespace zvqrn::scanner

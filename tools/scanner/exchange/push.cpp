@@ -91,7 +91,7 @@ ExitCode RunPush(const PushOptions& options) {
   const DataHandler onData = [&](const HostData& data) {
     PrintData(options.request.json, ++dataCount, data, {});
   };
-  const OpenConnection connection = Connect(options.request.link);
+  const OpenConnection connection = Connect(OpenLink(options.request));
   ExitCode exitCode = EXIT_OK;
   for (std::int32_t i = 0; i < options.repeat && !tools::OutputFailed(); ++i) {
     Note(&exitCode, PushOnce(connection.get(), options, onData));
@@ -158,6 +158,7 @@ void AddPush(tools::CommandLine* program, Command* chosen) {
       {"--repeat", "N", "Do it this many times on one connection", "Options", tools::SHOW_DEFAULT},
       &options->repeat, 1, 1'000'000);
   AddRequestOptions(command, &options->request);
+  AddConnectionOptions(command, &options->request);
 }
 
 }  // namespace zvqrn::scanner

@@ -116,13 +116,9 @@ const char* ExchangeName(Exchange exchange) {
 void AddLinkOptions(tools::CommandLine* command, RequestOptions* options) {
   using tools::SHOW_DEFAULT;
   Link* link = &options->link;
-  const auto checkAddress = [](const std::string& text) {
-    std::uint32_t address = 0;
-    const bool good = platform::TextToAddress(text.c_str(), &address);
-    return good ? std::string() : "'" + text + "' is no IPv4 address such as 192.0.2.1";
-  };
-  tools::AddText(command, {"--to", "ADDR", "The PC's IPv4 address", "Options", SHOW_DEFAULT},
-                 &link->address, checkAddress);
+  tools::AddHost(command,
+                 {"--to", "HOST", "The PC's IPv4 address or name", "Options", SHOW_DEFAULT},
+                 &link->address);
   tools::AddNumber(command, {"--port", "PORT", "The PC's TCP port", "Options", SHOW_DEFAULT},
                    &link->port, 1, 65535);
   tools::AddNumber(command,
@@ -156,6 +152,22 @@ void CheckRequestOptions(const RequestOptions& options) {
   CheckNumber("--paper-height", fields.paperHeight, 0, tools::MEASURE_LIMIT);
   CheckNumber("--scan-x", fields.scanX, 0, tools::MEASURE_LIMIT);
   CheckNumber("--scan-y", fields.scanY, 0, tools::MEASURE_LIMIT);
+}
+
+void AddConnectionOptions(tools::CommandLine* command, RequestOptions* options) {
+  tools::AddHost(command,
+                 {"--bind", "HOST", "This machine's address to connect from (default: chosen)"},
+                 &options->bind);
+  tools::AddText(command,
+                 {"--pcap", "FILE", "Write what is exchanged as a capture that Wireshark opens"},
+                 &options->pcapFile);
+}
+
+Link OpenLink(const RequestOptions& options) {
+  Link link = options.link;
+  platform::TextToAddress(options.bind.c_str(), &link.source);
+  link.capture = OpenCaptureFile(options.pcapFile);
+  return link;
 }
 
 std::string NextUid(const RequestOptions& options) {

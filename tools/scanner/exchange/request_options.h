@@ -15,6 +15,8 @@ namespace zvqrn::scanner {
 
 struct RequestOptions {
   Link link;
+  std::string bind;      // the address to connect from; empty: the system's choice
+  std::string pcapFile;  // where to capture what is exchanged; empty: nowhere
   bool json = false;
   int protocol = 1;         // which document the request carries
   std::string versionText;  // instead of "1.00" or "2.00"
@@ -42,6 +44,12 @@ void AddRequestOptions(tools::CommandLine* command, RequestOptions* options);
 
 // Refuses the command line when the fields cannot be those of a scanner, unless `unchecked`.
 void CheckRequestOptions(const RequestOptions& options);
+
+// Adds what subcommands with a single connection know besides: from where, and its capture.
+void AddConnectionOptions(tools::CommandLine* command, RequestOptions* options);
+
+// The link with what its options name looked up and opened; throws a Failure when that cannot be.
+Link OpenLink(const RequestOptions& options);
 
 // Gives the uid for the next request.
 std::string NextUid(const RequestOptions& options);

@@ -6,6 +6,7 @@
 #include "common/adapters.h"
 #include "common/json_lines.h"
 #include "common/output.h"
+#include "common/text.h"
 #include "common/utf8.h"
 #include "scanner/command/commands.h"
 #include "scanner/exchange/report.h"
@@ -20,6 +21,7 @@ struct DiscoverOptions {
   std::string to = DISCOVERY_GROUP;
   std::string from;  // empty: chosen
   std::string product;
+  std::string pcapFile;
   int xid = -1;  // below 0: a fresh one
   int count = 0;
   bool json = false;
@@ -156,6 +158,7 @@ Search CompleteSearch(const DiscoverOptions& options) {
   if (!options.product.empty()) {
     search.request.scopes = EscapeScope(options.product);
   }
+  search.capture = OpenCaptureFile(options.pcapFile);
   return search;
 }
 
@@ -189,12 +192,6 @@ ExitCode RunDiscover(const DiscoverOptions& options) {
   throw Failure(EXIT_NOTHING_THERE, reason);
 }
 
-std::string AddressProblem(const std::string& text) {
-  std::uint32_t address = 0;
-  const bool good = platform::TextToAddress(text.c_str(), &address) && address != 0;
-  return good ? std::string() : "'" + text + "' is no IPv4 address such as 192.0.2.1";
-}
-
 void AddRequestTexts(tools::CommandLine* command, DiscoverOptions* options) {
   const char* group = "Request";
   AttributeRequest* request = &options->search.request;
@@ -210,6 +207,16 @@ void AddRequestTexts(tools::CommandLine* command, DiscoverOptions* options) {
   add("--tags", &request->tags, "TEXT", "The tag list");
   add("--previous", &request->previousResponders, "ADDR[,ADDR]",
       "Addresses of PCs that are not to answer; sent as it is");
+  tools::AddTextAction(command,
+                       {"--raw-file", "FILE", "Send the bytes of this file instead", group},
+                       [options](const std::string& path) {
+                         std::string* bytes = &options->search.rawBytes;
+                         if (!tools::ReadFileBytes(path, bytes) || bytes->empty() ||
+                             bytes->size() > DATAGRAM_LIMIT) {
+                           tools::RefuseCommandLine("--raw-file: '" + path +
+                                                    "' cannot be read, is empty or too long");
+                         }
+                       });
   tools::AddNumber(command,
                    {"--xid", "N", "The request's number, 0 to 65535 (default: random)", group},
                    &options->xid, 0, 65535);
@@ -219,15 +226,17 @@ void AddSearchOptions(tools::CommandLine* command, DiscoverOptions* options) {
   using tools::SHOW_DEFAULT;
   Search* search = &options->search;
   const char* group = "Options";
-  tools::AddText(
+  tools::AddHost(command,
+                 {"--to", "HOST", "Ask this PC, or multicast to this group", group, SHOW_DEFAULT},
+                 &options->to);
+  tools::AddHost(
       command,
-      {"--to", "ADDR", "Ask this address, or multicast to this group", group, SHOW_DEFAULT},
-      &options->to, AddressProblem);
-  tools::AddText(
-      command,
-      {"--from", "ADDR",
+      {"--from,--bind", "HOST",
        "This machine's address to ask from; for a multicast it also chooses the adapter (default: chosen)"},
-      &options->from, AddressProblem);
+      &options->from);
+  tools::AddText(command,
+                 {"--pcap", "FILE", "Write what is exchanged as a capture that Wireshark opens"},
+                 &options->pcapFile);
   tools::AddNumber(
       command,
       {"--source-port", "PORT", "UDP port to ask from (0: a free one)", group, SHOW_DEFAULT},

@@ -38,6 +38,10 @@ void Trace(const Search& search, const std::string& what, const std::string& byt
 void SendRequest(const Search& search, platform::SocketHandle socket, const std::string& bytes) {
   const platform::Endpoint receiver{search.to, DISCOVERY_PORT};
   Trace(search, "sent to", bytes, receiver);
+  if (search.capture != nullptr) {
+    const auto port = static_cast<std::uint16_t>(platform::BoundPort(socket));
+    search.capture->Datagram({search.from, port}, receiver, bytes);
+  }
   if (!platform::SendDatagramTo(socket, bytes.data(), static_cast<std::int32_t>(bytes.size()),
                                 receiver)) {
     throw Failure(EXIT_LOCAL_TROUBLE, "the system does not send " + std::to_string(bytes.size()) +
@@ -85,6 +89,9 @@ bool TakeReply(const Search& search, platform::SocketHandle socket, Moment start
   const double replyMs = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
   bytes.resize(static_cast<std::size_t>(size));
   Trace(search, "received from", bytes, sender);
+  if (search.capture != nullptr) {
+    search.capture->Datagram(sender, {search.from, DISCOVERY_PORT}, bytes);
+  }
   if (IsAttributeRequest(bytes)) {
     return false;
   }
@@ -125,7 +132,8 @@ SearchResult RunSearch(const Search& search,
   if (IsGroup(search.to) && !platform::SendMulticastFrom(sender, search.from)) {
     throw Failure(EXIT_LOCAL_TROUBLE, "cannot multicast from " + tools::AddressText(search.from));
   }
-  const std::string bytes = RequestBytes(search.request);
+  const std::string bytes =
+      search.rawBytes.empty() ? RequestBytes(search.request) : search.rawBytes;
   const std::chrono::milliseconds interval(search.intervalMs);
   SearchResult result;
   const Moment start = Clock::now();

@@ -4,10 +4,12 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "scanner/wire/attribute_message.h"
+#include "scanner/wire/capture_file.h"
 #include "scanner/wire/reply_socket.h"
 
 namespace zvqrn::scanner {
@@ -23,7 +25,9 @@ struct Search {
   std::int32_t repeat = 1;  // how often the same request is sent
   std::int32_t intervalMs = 500;
   std::int32_t timeoutMs = 2500;  // from the last request
+  std::string rawBytes;  // sent instead of the request, unless empty
   bool trace = false;
+  std::shared_ptr<CaptureFile> capture;  // null: none is kept
 };
 
 struct FoundPc {

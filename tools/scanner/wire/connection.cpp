@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "common/adapters.h"
 #include "common/output.h"
 #include "common/text.h"
 #include "platform/clock.h"
@@ -37,6 +38,9 @@ std::string BytesInHand(const Connection& connection) {
 
 void SendPiece(Connection* connection, const std::string& bytes) {
   Trace(*connection, "sent", bytes);
+  if (connection->link.capture != nullptr) {
+    connection->link.capture->Sent(bytes);
+  }
   std::size_t done = 0;
   while (done < bytes.size()) {
     const std::int32_t count = platform::SendBytes(connection->socket, bytes.data() + done,
@@ -73,6 +77,10 @@ bool ReceiveSome(Connection* connection, std::int64_t deadlineMs) {
   if (count == platform::RECEIVE_NOTHING) {
     return true;
   }
+  if (count <= 0 && connection->link.capture != nullptr) {
+    connection->link.capture->EndedByPc();
+    connection->link.capture.reset();
+  }
   if (count == 0) {
     throw ConnectionEnded("the PC closed the connection" + BytesInHand(*connection));
   }
@@ -81,13 +89,58 @@ bool ReceiveSome(Connection* connection, std::int64_t deadlineMs) {
   }
   bytes.resize(static_cast<std::size_t>(count));
   Trace(*connection, "received", bytes);
+  if (connection->link.capture != nullptr) {
+    connection->link.capture->Received(bytes);
+  }
   connection->received += bytes;
   return true;
+}
+
+// A capture that cannot be written any more has been told of already, and this runs while failures
+// are on their way.
+void NoteEnd(const Connection& connection) noexcept {
+  try {
+    if (connection.link.capture != nullptr) {
+      connection.link.capture->EndedHere();
+    }
+  } catch (const Failure&) {
+    tools::PrintError("the capture has no end");
+  }
+}
+
+platform::ConnectResult ConnectSocket(const Connection& connection, std::uint32_t address) {
+  const Link& link = connection.link;
+  CaptureFile* capture = link.capture.get();
+  std::uint32_t source = link.source;
+  if (source != 0 && !tools::BindSource(connection.socket, source)) {
+    throw Failure(EXIT_LOCAL_TROUBLE,
+                  tools::AddressText(source) + " is no address of this machine");
+  }
+  const std::int64_t startUs = CaptureTime();
+  const platform::ConnectResult result =
+      platform::ConnectTo(connection.socket, address, link.port, link.timeoutMs);
+  if (capture != nullptr) {
+    if (source == 0) {
+      tools::SourceAddressTowards(address, &source);
+    }
+    // The system gives the port back when nobody was there.
+    constexpr std::int32_t SOME_PORT = 49152;
+    const std::int32_t port = platform::BoundPort(connection.socket);
+    capture->BeginConnection({source, static_cast<std::uint16_t>(port > 0 ? port : SOME_PORT)},
+                             {address, link.port}, startUs);
+  }
+  if (capture != nullptr && result == platform::CONNECT_DONE) {
+    capture->Connected();
+  } else if (capture != nullptr && result == platform::CONNECT_REFUSED) {
+    capture->Refused();
+  }
+  return result;
 }
 
 }  // namespace
 
 void CloseConnection::operator()(Connection* connection) const {
+  NoteEnd(*connection);
   platform::CloseSocket(connection->socket);
   platform::EndSockets();
   delete connection;
@@ -105,7 +158,7 @@ OpenConnection Connect(const Link& link) {
   if (connection->socket <= platform::NO_SOCKET) {
     throw Failure(EXIT_LOCAL_TROUBLE, "this machine gives no socket");
   }
-  switch (platform::ConnectTo(connection->socket, address, link.port, link.timeoutMs)) {
+  switch (ConnectSocket(*connection, address)) {
     case platform::CONNECT_DONE:
       return connection;
     case platform::CONNECT_REFUSED:

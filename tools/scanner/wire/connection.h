@@ -8,6 +8,7 @@
 
 #include "platform/socket.h"
 #include "scanner/command/exit_code.h"
+#include "scanner/wire/capture_file.h"
 #include "scanner/wire/message.h"
 
 namespace zvqrn::scanner {
@@ -21,10 +22,13 @@ struct ConnectionEnded : Failure {
 struct Link {
   std::string address = "127.0.0.1";
   std::uint16_t port = 2968;
+  std::uint32_t source =
+      0;  // the address to connect from, network byte order; 0: the system's choice
   std::int32_t timeoutMs = 10000;
   std::int32_t pieceSize = 0;
   std::int32_t pauseMs = 0;
   bool trace = false;
+  std::shared_ptr<CaptureFile> capture;  // null: none is kept
 };
 
 struct Connection {

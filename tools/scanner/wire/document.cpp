@@ -9,9 +9,32 @@ constexpr char SETTINGS_NAMESPACE[] =
     "http://" ZVQRN_NAMESPACE_HOST_A "/Kolvari/Scan/2004/pushscan";
 constexpr char ID_NAMESPACE[] = "http://" ZVQRN_NAMESPACE_HOST_B "/Kolvari/Scan/2004/pushscan";
 
-std::string Element(const char* name, const std::string& text) {
-  const std::string tag = name;
-  return "      <" + tag + ">" + text + "</" + tag + ">\r\n";
+const std::vector<Element> SETTINGS_ELEMENTS = {
+    {"ProductNameIn", &PushScanFields::productName, ELEMENT_TEXT, nullptr},
+    {"IPAddressIn", &PushScanFields::ipAddress, ELEMENT_TEXT, nullptr},
+    {"ImageFormatIn", &PushScanFields::imageFormat, ELEMENT_WORD, &tools::IMAGE_FORMATS},
+    {"ColorTypeIn", &PushScanFields::colorType, ELEMENT_WORD, &tools::COLOR_TYPES},
+    {"LoadPaperIn", &PushScanFields::loadPaper, ELEMENT_WORD, &tools::LOAD_PAPERS},
+    {"PaperTypeIn", &PushScanFields::paperType, ELEMENT_WORD, &tools::PAPER_TYPES},
+    {"PaperWidthIn", &PushScanFields::paperWidth, ELEMENT_MEASURE, nullptr},
+    {"PaperHeightIn", &PushScanFields::paperHeight, ELEMENT_MEASURE, nullptr},
+    {"ScanXIn", &PushScanFields::scanX, ELEMENT_MEASURE, nullptr},
+    {"ScanYIn", &PushScanFields::scanY, ELEMENT_MEASURE, nullptr},
+};
+
+const std::vector<Element> ID_ELEMENTS = {
+    {"ProductNameIn", &PushScanFields::productName, ELEMENT_TEXT, nullptr},
+    {"IPAddressIn", &PushScanFields::ipAddress, ELEMENT_TEXT, nullptr},
+    {"PushScanIDIn", &PushScanFields::pushScanId, ELEMENT_ID, nullptr},
+};
+
+std::string Elements(const std::vector<Element>& elements, const PushScanFields& fields) {
+  std::string text;
+  for (const Element& element : elements) {
+    const std::string tag = element.name;
+    text += "      <" + tag + ">" + fields.*element.text + "</" + tag + ">\r\n";
+  }
+  return text;
 }
 
 std::string Document(const std::string& pushScanNamespace, const std::string& elements) {
@@ -29,21 +52,16 @@ std::string Document(const std::string& pushScanNamespace, const std::string& el
 
 }  // namespace
 
+const std::vector<Element>& ElementsOf(bool isVersion2) {
+  return isVersion2 ? ID_ELEMENTS : SETTINGS_ELEMENTS;
+}
+
 std::string SettingsDocument(const PushScanFields& fields) {
-  return Document(
-      SETTINGS_NAMESPACE,
-      Element("ProductNameIn", fields.productName) + Element("IPAddressIn", fields.ipAddress) +
-          Element("ImageFormatIn", fields.imageFormat) + Element("ColorTypeIn", fields.colorType) +
-          Element("LoadPaperIn", fields.loadPaper) + Element("PaperTypeIn", fields.paperType) +
-          Element("PaperWidthIn", fields.paperWidth) +
-          Element("PaperHeightIn", fields.paperHeight) + Element("ScanXIn", fields.scanX) +
-          Element("ScanYIn", fields.scanY));
+  return Document(SETTINGS_NAMESPACE, Elements(SETTINGS_ELEMENTS, fields));
 }
 
 std::string IdDocument(const PushScanFields& fields) {
-  return Document(ID_NAMESPACE, Element("ProductNameIn", fields.productName) +
-                                    Element("IPAddressIn", fields.ipAddress) +
-                                    Element("PushScanIDIn", fields.pushScanId));
+  return Document(ID_NAMESPACE, Elements(ID_ELEMENTS, fields));
 }
 
 bool ReadStatusOut(const std::string& document, std::string* word) {

@@ -2,8 +2,10 @@
 // the status word of a PushScanResponse.
 #pragma once
 
-#include <cstdint>
 #include <string>
+#include <vector>
+
+#include "common/vocabulary.h"
 
 namespace zvqrn::scanner {
 
@@ -21,6 +23,19 @@ struct PushScanFields {
   std::string scanY = "0";
   std::string pushScanId = "1";
 };
+
+// What an element of a request holds: a name, a word of a table, a measure, or a push-scan ID.
+enum ElementKind { ELEMENT_TEXT, ELEMENT_WORD, ELEMENT_MEASURE, ELEMENT_ID };
+
+struct Element {
+  const char* name;
+  std::string PushScanFields::*text;
+  ElementKind kind;
+  const tools::Words* words;  // null unless it holds a word
+};
+
+// The elements of a version 1 or a version 2 request, in their order.
+const std::vector<Element>& ElementsOf(bool isVersion2);
 
 // Gives the document of a version 1 request (settings) or a version 2 request (push-scan ID).  The
 // texts go into it as they are: the PC's reader knows no entities.

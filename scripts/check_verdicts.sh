@@ -1,0 +1,231 @@
+#!/usr/bin/env bash
+# Holds the verdicts of quorin-scanner explain, and of the dissector for Wireshark, against what the
+# library does: sends every kind of wrong message and search to a host, in a network of its own, with
+# a capture of each, and compares the rule that both name with the answer that came.  Prints a line a
+# case.  Usage: scripts/check_verdicts.sh BUILD_FOLDER
+set -euo pipefail
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+readonly here
+
+[[ -d ${1:-} ]] || {
+  printf 'usage: scripts/check_verdicts.sh BUILD_FOLDER\n' >&2
+  exit 2
+}
+if [[ -z ${QUORIN_PRIVATE_ADDRESS:-} ]]; then
+  exec "$here/private_network.sh" --with-scanner bash "${BASH_SOURCE[0]}" "$@"
+fi
+build=$(cd "$1" && pwd)
+readonly build pc=$QUORIN_PRIVATE_ADDRESS scanner=$QUORIN_SCANNER_ADDRESS
+to=$pc
+export LC_ALL=C
+work=$(mktemp -d)
+readonly work
+background=()
+clean_up() {
+  local process
+  for process in "${background[@]}"; do
+    kill "$process" 2>/dev/null || true
+  done
+  wait
+  rm -rf -- "$work"
+}
+trap clean_up EXIT
+mkdir "$work/alone" "$work/captures"
+cp -L "$build"/{quorin-host,libZVQRN.so} "$work/alone"
+
+failed=0
+cases=()     # in the order in which they ran
+report() {
+  if [[ $2 == good ]]; then
+    printf 'passed  verdicts-%s\n' "$1"
+  else
+    failed=$((failed + 1))
+    printf 'FAILED  verdicts-%s: %s\n' "$1" "$2"
+    [[ ! -s $work/output ]] || sed 's/^/        /' "$work/output"
+  fi
+}
+
+# Waits until a file has a line with this text.
+await() {
+  local tries
+  for ((tries = 0; tries < 300; ++tries)); do
+    ! grep -qsF -- "$2" "$1" || return 0
+    sleep 0.05
+  done
+  printf 'nothing says: %s\n' "$2" >&2
+  return 1
+}
+
+start_host() {
+  local program=$1
+  shift
+  : >"$work/host.out"
+  "$program" --name VERDICTS "$@" >"$work/host.out" 2>&1 &
+  background+=("$!")
+  await "$work/host.out" 'The service runs'
+}
+stop_host() {
+  kill "${background[-1]}"
+  wait "${background[-1]}" || true
+  unset 'background[-1]'
+}
+
+# The value of a member of the last object that has it in a file of JSON lines.
+member() {
+  sed -nE "s/.*\"$2\":\"?([^\",}]*)[\",}].*/\1/p" "$1" | tail -n 1
+}
+
+# What explain says of the scanner's messages in a capture: their rules in order.
+rules_of() {
+  { "$build/quorin-scanner" explain --json "$1" || true; } |
+    sed -nE 's/.*"rule":"([a-z-]+)".*/\1/p' | xargs
+}
+
+# A case: the rules that explain must name, and what the PC must have answered (an x-status, perhaps
+# with a word; "nothing"; "closed").
+push_case() {
+  local name=$1 rules=$2 wanted=$3 verdict=good got
+  shift 3
+  : >"$work/output"
+  # The service takes a moment to see that the scanner before this one has gone.
+  "$build/quorin-scanner" push --to "$to" --json --pcap "$work/captures/$name.pcap" "$@" \
+    >"$work/output" 2>&1 || true
+  got=$(member "$work/output" xStatus)
+  [[ -z $(member "$work/output" statusOut) ]] || got+=" $(member "$work/output" statusOut)"
+  if [[ -z $got ]]; then
+    got=nothing
+    ! grep -qE 'closed the connection|connection broke|ended the connection' "$work/output" ||
+      got=closed
+  fi
+  [[ $got == "$wanted" ]] || verdict="the PC answered '$got', not '$wanted'"
+  check_rules "$name" "$rules" "$verdict"
+}
+
+search_case() {
+  local name=$1 rules=$2 wanted=$3 verdict=good got=nothing
+  shift 3
+  "$build/quorin-scanner" discover --to "$pc" --from "$scanner" --json --timeout 250 \
+    --pcap "$work/captures/$name.pcap" "$@" >"$work/output" 2>&1 || true
+  ! grep -q '"event":"pc"' "$work/output" || got=reply
+  [[ $got == "$wanted" ]] || verdict="the PC sent '$got', not '$wanted'"
+  check_rules "$name" "$rules" "$verdict"
+}
+
+check_rules() {
+  local named
+  cases+=("$1 $2")
+  named=$(rules_of "$work/captures/$1.pcap")
+  [[ $named == "$2" || $3 != good ]] || set -- "$1" "$2" "explain names '$named', not '$2'"
+  report "$1" "$3"
+}
+
+# Messages that no option makes.
+"$build/quorin-scanner" push --to "$pc" --pcap "$work/good.pcap" --timeout 100 >/dev/null 2>&1 || true
+crlf='s/$/\r/'
+head_of() {
+  printf '%s\n' 'POST /PushScan HTTP/1.0' 'x-protocol-name : Zorva Network Service Protocol' \
+    'x-protocol-version : 1.00' "x-uid : $1" "Content-Length : $2" ''
+}
+body=$(printf '<p:PushScan ><ProductNameIn>XS-200</ProductNameIn>')
+head_of lf 5 >"$work/lf-lines"
+printf 'wrong' >>"$work/lf-lines"
+{ head_of lf-body 20 && printf '<?xml version="1.0" ?>\r\n'; } >"$work/lf-head"
+head_of tokens 5 | sed -e 's/HTTP/ HTTP/' -e "$crlf" >"$work/start-line"
+head_of cut 5 | sed "$crlf" | head -c 60 >"$work/head-cut"
+{ head_of body 700 | sed "$crlf" && printf '%s' "$body"; } >"$work/body-cut"
+{ head_of answer 5 | sed -e 's/^POST.*/HTTP\/1.0 200 OK/' -e "$crlf" && printf 'wrong'; } >"$work/response"
+printf 'no document' >"$work/no-document"
+request='\x02\x06\x00\x00\x35\x20\x00\x00\x00\x00\x12\x34\x00\x02en\x00\x00\x00\x14service:Quorin-agent\x00\x07default\x00\x00\x00\x00'
+# shellcheck disable=SC2059 # the escapes are the datagram
+printf "${request/x35/x36}" >"$work/slp-header"
+# shellcheck disable=SC2059
+printf "${request/x06/x01}" >"$work/slp-function"
+# shellcheck disable=SC2059
+printf "${request/x07default/x77default}" >"$work/slp-body"
+
+# ---- A host that serves ----
+start_host "$build/quorin-host" --answer-for 'Quorin XS-300=PARAM_ERR' \
+  --answer-for 'Quorin XD-7500 Duplex=BUSY' --send ready
+quick=(--timeout 500)
+push_case accepted accepted '0001 OK'
+push_case version-2 accepted '0001 OK' --protocol 2
+push_case minor accepted '0002 OK' --version-text 1.5
+push_case pieces accepted '0001 OK' --cut 100 --pause 5
+push_case pair 'accepted response accepted' '0001 OK' --pair --hold 200
+push_case lf-lines lf-lines nothing --raw-file "$work/lf-lines" "${quick[@]}"
+push_case lf-head lf-lines nothing --raw-file "$work/lf-head" "${quick[@]}"
+push_case start-line start-line nothing --raw-file "$work/start-line" "${quick[@]}"
+push_case header-line header-line nothing --header 'x-empty:' "${quick[@]}"
+push_case head-too-long 'head-too-long start-line' nothing --header "x-filler: $(printf '%04090d' 0)" "${quick[@]}"
+push_case head-cut head-cut nothing --raw-file "$work/head-cut" "${quick[@]}"
+push_case negative-length negative-length nothing --header 'Content-Length: -5' "${quick[@]}"
+push_case negative-beyond no-body 1003 --header 'Content-Length: -5000'
+push_case body-cut body-cut nothing --raw-file "$work/body-cut" --timeout 150
+push_case body-stops field 2003 --raw-file "$work/body-cut" --timeout 20000
+push_case response response nothing --raw-file "$work/response" "${quick[@]}"
+push_case protocol-name protocol-name nothing --header 'x-protocol-name: Another' "${quick[@]}"
+push_case protocol-name-longer protocol-name nothing "${quick[@]}" \
+  --header 'x-protocol-name: Zorva Network Service Protocol 2'
+push_case uid-missing uid-missing nothing --without x-uid "${quick[@]}"
+push_case uid-too-long uid-too-long nothing --uid 12345678901234567890 "${quick[@]}"
+push_case uid-longest accepted '0001 OK' --uid 1234567890123456789
+push_case version-missing version-missing 1004 --without x-protocol-version
+push_case version version 1001 --version-text 2.01
+push_case subevent subevent 1004 --header 'x-subevent: STOP'
+push_case parent-missing parent-missing 1004 --header 'x-subevent: end'
+push_case parent parent 2002 --end --parent-uid none
+push_case no-body 'no-body start-line' 1003 --header 'Content-Length: 0'
+push_case no-length 'no-body start-line' 1003 --without Content-Length
+push_case no-document no-document 2003 --body-file "$work/no-document"
+push_case word field 2003 --unchecked --paper-type A9
+push_case number field 2003 --unchecked --scan-x -1
+push_case long-name field 2003 --unchecked --product "$(printf '%032d' 0)"
+push_case id field 2003 --unchecked --protocol 2 --id 4
+push_case empty-name no-driver '0001 TWAIN_NOT_INSTALL' --unchecked --protocol 2 --product ''
+push_case no-driver no-driver '0001 TWAIN_NOT_INSTALL' --product XX-1
+push_case host-refused host-refused '0001 PARAM_ERR' --product XS-300
+push_case host-busy host-busy 2001 --product XD-7500
+
+search_case answered answered reply --count 1
+search_case answered-product answered reply --count 1 --product XS-200
+search_case repeated 'answered repeated' reply --repeat 2 --interval 100
+search_case datagram-size datagram-size nothing --tags "$(printf '%01400d' 0)"
+search_case slp-header slp-header nothing --raw-file "$work/slp-header"
+search_case slp-function slp-function nothing --raw-file "$work/slp-function"
+search_case slp-body slp-body nothing --raw-file "$work/slp-body"
+search_case service-type service-type nothing --service-type service:printer
+search_case scope-list scope-list nothing --scope default,XS-200
+search_case scope-escape scope-list nothing --scope 'XS-200\'
+search_case scope-letters scope-list nothing --scope $'XS-\xC3'
+search_case previous-responder previous-responder nothing --previous "192.0.2.1,$pc"
+search_case language-tag language-tag nothing --language ''
+search_case scope-unserved scope-unserved nothing --product XX-1
+
+# The main connection is taken, so every other is an extra one.
+"$build/quorin-scanner" listen --to "$pc" --for 60 --pcap "$work/captures/listen.pcap" \
+  >"$work/listen.out" 2>&1 &
+background+=("$!")
+await "$work/listen.out" 'answer to the start'
+holder=${background[-1]}
+# The captures of these show one connection only, so whose turn it was is not to be seen in them.
+push_case busy-unseen host-busy 2001
+push_case extra-unseen version-missing closed --without x-protocol-version
+kill "$holder"
+wait "$holder" || true
+unset 'background[-1]'
+stop_host
+
+# ---- One that does not answer in time, one without a utility library, none ----
+start_host "$build/quorin-host" --delay 3000
+push_case no-answer no-answer nothing "${quick[@]}"
+stop_host
+start_host "$work/alone/quorin-host"
+push_case no-utility-library no-utility-library '0001 ERROR'
+search_case no-utility-scope scope-unserved nothing --product XS-200
+stop_host
+push_case not-listening not-listening nothing
+to=10.68.0.77
+push_case no-connection no-connection nothing "${quick[@]}"
+search_case no-reply no-reply nothing
+
+[[ $failed -eq 0 ]]
