@@ -73,6 +73,90 @@ same 'answer codes, header and docs/protocol.md' "$answers" \
 same 'answer codes, header and docs/host-guide.md' "$(cut -d' ' -f1 <<<"$answers")" \
   "$(sed -nE 's/^\| ([1-8]) `QRN_RESPONSE_[A-Z_]+`.*/\1/p' docs/host-guide.md)"
 
+# ---- One vocabulary: the library's, the tools', the documents', the dissector's ----
+readonly library_words=src/pushscan/vocabulary.cpp tool_words=tools/common/vocabulary.cpp
+readonly dissector=tools/wireshark/zvqrn.lua
+
+# The words of a table in the library or in the tools, with the names of their numbers.
+words_in() {
+  sed -n "/$2\[\]/,/;\$/p" "$1" | grep -oE '"[A-Za-z0-9_]+", QRN_[A-Z0-9_]+'
+}
+# The numbers that the header gives to names.
+numbered() {
+  local word name
+  while IFS=', ' read -r word name; do
+    printf '%s %s\n' "$(grep -oE "$name = [0-9]+" include/zvqrn/zvqrn.h | head -n 1 | grep -oE '[0-9]+$')" \
+      "${word//\"/}"
+  done
+}
+# The words of a list in the dissector.
+dissector_words() {
+  tr '\n' ' ' <"$dissector" | grep -oE "local $1 = \{[^}]*\}" | grep -oE '"[A-Za-z0-9_]+"' | tr -d '"'
+}
+# A column of the table of words in docs/protocol.md, with the numbers.
+documented_words() {
+  sed -n '/^| number | `ImageFormatIn`/,/^$/p' docs/protocol.md | cut -d'|' -f"2,$1" |
+    sed -nE 's/^ ([0-9]+) \| `([A-Za-z0-9_]+)` ?$/\1 \2/p'
+}
+column=3
+for table in IMAGE_FORMAT LOAD_PAPER PAPER_TYPE COLOR_TYPE RESPONSE_CODE; do
+  tool_table=${table/RESPONSE_CODE/ANSWER}
+  known=$(words_in "$library_words" "${table}_WORDS")
+  same "$table, library and tools" "$known" "$(words_in "$tool_words" "${tool_table}_WORDS")"
+  list=${table}S
+  known=$(numbered <<<"$known")
+  same "$table, library and dissector" "$(cut -d' ' -f2 <<<"$known")" \
+    "$(dissector_words "${list/RESPONSE_CODES/STATUS_OUT_WORDS}")"
+  case $table in
+    COLOR_TYPE)
+      same "$table, library and docs/protocol.md" "$known" \
+        "$(grep -oE '`(Color|Mono[a-z]+)`( is)? [0-9]+' docs/protocol.md | sed -E 's/`(.*)`( is)? ([0-9]+)/\3 \1/')"
+      ;;
+    RESPONSE_CODE) same "$table, library and header" "$known" "$answers" ;;
+    *)
+      same "$table, library and docs/protocol.md" "$known" "$(documented_words "$column")"
+      column=$((column + 1))
+      ;;
+  esac
+done
+
+# The texts of constants of one kind.
+constants() {
+  sed -nE "s/^constexpr char $2_[A-Z_0-9]+\[\] = \"([^\"]+)\";.*/\1/p" "$1" | sort
+}
+for kind in HEADER STATUS; do
+  same "$kind, library and tools" "$(constants src/eventproto/protocol.h "$kind")" \
+    "$(constants tools/common/vocabulary.h "$kind")"
+done
+headers=$(constants src/eventproto/protocol.h HEADER)
+same 'headers, library and docs/protocol.md' "$headers" \
+  "$(sed -n '/^| # | header |/,/^$/p' docs/protocol.md | sed -nE 's/^\| [1-9] \| `([A-Za-z-]+)` \|.*/\1/p'  | sort)"
+same 'headers, library and dissector' "$headers" \
+  "$(sed -n '/^local HEADERS/,/^}/s/^  {"\([A-Za-z-]*\)".*/\1/p' "$dissector" | sort)"
+same 'x-status, library and dissector' "$(constants src/eventproto/protocol.h STATUS)" \
+  "$(sed -n '/^local STATUS_CODES/,/^}/s/^  \["\([0-9]*\)"\].*/\1/p' "$dissector" | sort)"
+same 'meanings of x-status, tools and dissector' \
+  "$(tr -d '\n' <"$tool_words" | grep -oE '\{STATUS_[A-Z_]+, *"[^"]+"' | sed 's/.*, *"//; s/"//' | sort)" \
+  "$(sed -n '/^local STATUS_CODES/,/^}/s/.* = "\(.*\)",/\1/p' "$dissector" | sort)"
+
+elements=$(grep -rohE '"[A-Z][A-Za-z]+(In|Out)"' src/pushscan | tr -d '"' | sort -u)
+same 'elements, library and tools' "$elements" \
+  "$(grep -rohE '"[A-Z][A-Za-z]+(In|Out)"' tools/scanner/wire/document.cpp tools/scanner/explain | tr -d '"' | sort -u)"
+same 'elements, library and dissector' "$elements" \
+  "$(grep -ohE '"[A-Z][A-Za-z]+(In|Out)"' "$dissector" | tr -d '"' | sort -u)"
+while read -r element; do
+  grep -q "\`$element\`" docs/protocol.md || complain "docs/protocol.md lacks the element $element"
+done <<<"$elements"
+
+# ---- One table of rules ----
+rules=$("$tools/quorin-scanner" explain --rules)
+same 'rules, explain and docs/protocol.md' "$rules" \
+  "$(sed -nE '/^# The rules by name/,$s/^\| `([a-z-]+)` \| (.*) \| (.*) \|$/\1 | \2 | \3/p' docs/protocol.md)"
+same 'rules, explain and dissector' "$rules" \
+  "$(sed -n '/^local RULES/,/^}/p' "$dissector" | tr -d '\n' |
+    grep -oE '\{"[a-z-]+", "[a-z]+", "[0-9]*", *"[^"]*"\}' |
+    sed -E 's/\{"(.*)", "(.*)", "(.*)", *"(.*)"\}/\1 | \2 \3 | \4/; s/  \| / | /')"
+
 while read -r target; do
   grep -qE "^$target:" Makefile || complain "the documents use 'make $target', which the Makefile lacks"
 done < <(grep -ohE '(^    |`)make [a-z]+' "${documents[@]}" | sed 's/.*make //' | sort -u)
@@ -81,4 +165,4 @@ same 'commands, Makefile and its help' \
   "$(make -s help | sed -nE 's/^make ([a-z]+) .*/\1/p' | sort)"
 
 # A check that found nothing to look at proves nothing.
-[[ $compared -ge 15 && $broken -eq 0 ]]
+[[ $compared -ge 45 && $broken -eq 0 ]]

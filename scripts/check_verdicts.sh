@@ -195,7 +195,7 @@ search_case slp-function slp-function nothing --raw-file "$work/slp-function"
 search_case slp-body slp-body nothing --raw-file "$work/slp-body"
 search_case service-type service-type nothing --service-type service:printer
 search_case scope-list scope-list nothing --scope default,XS-200
-search_case scope-escape scope-list nothing --scope 'XS-200\'
+search_case scope-escape scope-list nothing --scope XS-200\\
 search_case scope-letters scope-list nothing --scope $'XS-\xC3'
 search_case previous-responder previous-responder nothing --previous "192.0.2.1,$pc"
 search_case language-tag language-tag nothing --language ''
@@ -227,5 +227,81 @@ push_case not-listening not-listening nothing
 to=10.68.0.77
 push_case no-connection no-connection nothing "${quick[@]}"
 search_case no-reply no-reply nothing
+
+# ---- Wireshark ----
+: >"$work/output"
+dissect() {
+  HOME=$work tshark -2 -r "$1" -X "lua_script:$here/../tools/wireshark/zvqrn.lua" "${@:2}" \
+    2>"$work/tshark.err"
+}
+# Frame and rules, a line a frame.
+dissected_rules() {
+  dissect "$1" -Y zvqrn.rule -T fields -e frame.number -e zvqrn.rule | tr '\t,' '  ' | sort -n
+}
+explained_rules() {
+  { "$build/quorin-scanner" explain --json "$1" || true; } |
+    sed -nE 's/.*"frame":([0-9]+),.*"rule":"([a-z-]+)".*/\1 \2/p' |
+    awk '{ rules[$1] = rules[$1] " " $2 } END { for (f in rules) print f rules[f] }' | sort -n
+}
+# Fails, and shows them, when the dissector stumbled.
+lua_errors() {
+  dissect "$1" -Y '_ws.expert.message contains "Lua Error"' -T fields -e frame.number \
+    -e _ws.expert.message >>"$work/output"
+  grep -i 'lua' "$work/tshark.err" >>"$work/output" || true
+  ! grep -qi lua "$work/output"
+}
+compare() {
+  local verdict=good
+  explained_rules "$2" >"$work/explained"
+  dissected_rules "$2" >"$work/dissected"
+  diff "$work/explained" "$work/dissected" >"$work/output" || verdict='explain (<) and tshark (>) differ'
+  [[ -s $work/explained ]] || verdict='nothing to compare'
+  lua_errors "$2" || verdict='Lua errors'
+  report "$1" "$verdict"
+}
+
+mergecap -F pcap -w "$work/all.pcap" "$work"/captures/*.pcap
+compare dissector "$work/all.pcap"
+
+# The same again and again, each time from another scanner and with some bytes changed.
+python3 - "$work/all.pcap" "$work/changed.pcap" <<'PYTHON'
+import random, struct, sys
+ROUNDS = 15
+data = open(sys.argv[1], "rb").read()
+packets, at = [], 24
+while at < len(data):
+    seconds, micros, size = struct.unpack_from("<III", data, at)
+    packets.append((seconds, micros, data[at + 16:at + 16 + size]))
+    at += 16 + size
+random.seed(2968)
+with open(sys.argv[2], "wb") as out:
+    out.write(data[:24])
+    for number in range(ROUNDS):
+        for seconds, micros, packet in packets:
+            packet = bytearray(packet)
+            is_tcp = packet[9] == 6
+            to_pc = struct.unpack_from(">H", packet, 22)[0] == 2968 and (is_tcp or packet[29] in (1, 6))
+            struct.pack_into("4B", packet, 12 if to_pc else 16, 10, 69, number, 3)
+            start = 40 if is_tcp else 28
+            for _ in range(random.choice((0, 1, 1, 2, 8)) if len(packet) > start else 0):
+                at = random.randrange(start, len(packet))
+                packet[at] = random.choice((packet[at] ^ 1 << random.randrange(8), 10, 13, 32, 0, 58))
+            out.write(struct.pack("<IIII", seconds + 60 * number, micros, len(packet), len(packet)) + packet)
+PYTHON
+compare changed-bytes "$work/changed.pcap"
+
+# What really went over the wire, with both sides of every connection of the demo.
+dumpcap -q -i any -f 'port 2968' -w "$work/demo.pcapng" >"$work/dumpcap.err" 2>&1 &
+background+=("$!")
+await "$work/dumpcap.err" 'File: '
+"$here/demo.sh" "$build" >"$work/output" 2>&1 || report demo 'it failed'
+sleep 1
+kill "${background[-1]}"
+wait "${background[-1]}" || true
+unset 'background[-1]'
+compare demo "$work/demo.pcapng"
+rules=$(cut -d' ' -f2- "$work/explained" | tr ' ' '\n' | sort | uniq -c | awk '{ print $2 "=" $1 }' | xargs)
+wanted='accepted=4 answered=1 host-busy=1 no-document=1 previous-responder=1 response=2 version=1'
+if [[ $rules == "$wanted" ]]; then report demo-rules good; else report demo-rules "'$rules', not '$wanted'"; fi
 
 [[ $failed -eq 0 ]]

@@ -25,7 +25,8 @@ gather() {
   shift 3
   cmake --install "build/$preset" --prefix "$root" "$@" >/dev/null
   cmake --install "build/$preset" --prefix "$root" --component stand-in "$@" >/dev/null
-  mkdir -p "$root/docs"
+  mkdir -p "$root/docs" "$root/wireshark"
+  cp tools/wireshark/zvqrn.lua "$root/wireshark/"
   cp -R examples CHANGELOG.md "$root/"
   cp docs/host-guide.md docs/network.md docs/protocol.md "$root/docs/"
   sed "s/@VERSION@/$version/g" "packaging/$readme" >"$root/README.md"
@@ -78,6 +79,7 @@ make_man_pages "$root/bin/quorin-scanner" 'find the PCs that take scans' discove
 make_man_pages "$root/bin/quorin-scanner" 'say why a PC does not show' doctor
 make_man_pages "$root/bin/quorin-scanner" 'send a push-scan request' push
 make_man_pages "$root/bin/quorin-scanner" 'show what a host sends back' listen
+make_man_pages "$root/bin/quorin-scanner" 'say why a message was dropped' explain
 make_man_pages "$root/bin/quorin-scanner" 'try a PC with scanners that misbehave' stress
 finish
 tar -C "$work" --sort=name --owner=0 --group=0 --numeric-owner --format=gnu -cf - "${root##*/}" |
