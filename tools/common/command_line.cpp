@@ -44,6 +44,12 @@ void NameWrongWord(const CommandLine& program) {
   RefuseCommandLine("'" + words.front() + "' is none of" + commands);
 }
 
+void AddTimeFlag(CommandLine* line) {
+  AddFlagAction(line,
+                {"--time", nullptr, "Begin each line with the time (in --json it is always there)"},
+                PrintTimes);
+}
+
 void Print(std::string text, void (*print)(const std::string&)) {
   if (!text.empty()) {
     text.pop_back();
@@ -146,6 +152,7 @@ CommandLine* AddCommand(CommandLine* program, const char* name, const char* desc
   CommandLine* command = program->add_subcommand(name, description);
   command->footer(footer);
   command->callback(onChosen);
+  AddTimeFlag(command);
   program->require_subcommand(1);
   return command;
 }
@@ -156,6 +163,9 @@ bool ReadCommandLine(std::vector<std::string> arguments, const ProgramHelp& help
   CommandLine program(help.description, help.name);
   program.footer(help.footer);
   addOptions(&program);
+  if (program.get_subcommands([](const CommandLine*) { return true; }).empty()) {
+    AddTimeFlag(&program);
+  }
   program.set_version_flag("--version", help.version, "Print the version and exit");
   std::reverse(arguments.begin(), arguments.end());
   try {

@@ -65,7 +65,9 @@ std::string JsonText(const std::string& bytes) {
 }
 
 void PrintJsonLine(const JsonObject& object) {
-  PrintLine(object.Text());
+  JsonObject line = object;
+  line["at"] = TimeText();
+  PrintBareLine(line.Text());
 }
 
 }  // namespace zvqrn::tools

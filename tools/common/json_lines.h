@@ -51,7 +51,8 @@ class JsonObject {
 // nothing is lost whatever the code page (encode as Latin-1 to get the bytes back).
 std::string JsonText(const std::string& bytes);
 
-// Prints one object as one line to standard output and flushes it at once.
+// Prints one object as one line to standard output and flushes it at once; its last member, "at",
+// is the time in UTC.
 void PrintJsonLine(const JsonObject& object);
 
 }  // namespace zvqrn::tools

@@ -2,9 +2,11 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 
 #if defined(_WIN32)
 #include "common/machine_text.h"
@@ -16,6 +18,11 @@ namespace zvqrn::tools {
 namespace {
 
 std::atomic<int> failure{0};  // the first errno
+std::atomic<bool> withTimes{false};
+
+std::string WithTime(const std::string& line) {
+  return withTimes ? TimeText() + "  " + line : line;
+}
 
 #if defined(_WIN32)
 
@@ -68,12 +75,37 @@ void PrepareOutput() {
 #endif
 }
 
+std::string TimeText() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+  const auto seconds = static_cast<std::time_t>(milliseconds / 1000);
+  std::tm parts{};
+#if defined(_WIN32)
+  gmtime_s(&parts, &seconds);
+#else
+  gmtime_r(&seconds, &parts);
+#endif
+  char text[32];
+  char fraction[8];
+  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
+  std::snprintf(fraction, sizeof fraction, ".%03dZ", static_cast<int>(milliseconds % 1000));
+  return std::string(text) + fraction;
+}
+
+void PrintTimes() {
+  withTimes = true;
+}
+
 void PrintLine(const std::string& line) {
-  Write(stdout, line + "\n");
+  Write(stdout, WithTime(line) + "\n");
 }
 
 void PrintError(const std::string& line) {
-  Write(stderr, line + "\n");
+  Write(stderr, WithTime(line) + "\n");
+}
+
+void PrintBareLine(const std::string& line) {
+  Write(stdout, line + "\n");
 }
 
 bool OutputFailed() {

@@ -10,11 +10,20 @@ namespace zvqrn::tools {
 // To be called first: a reader that has gone makes writing fail, and does not end the program.
 void PrepareOutput();
 
+// The time now, in UTC: "2026-11-22T22:44:17.773Z".
+std::string TimeText();
+
+// From now on each line printed begins with the time, but for those of JSON, which has it inside.
+void PrintTimes();
+
 // Prints one line to standard output and flushes it at once.
 void PrintLine(const std::string& line);
 
 // Prints one line to standard error.
 void PrintError(const std::string& line);
+
+// Prints one line to standard output as it is, whether or not others have the time.
+void PrintBareLine(const std::string& line);
 
 // True when something could not be written; what only prints may end then.
 bool OutputFailed();
