@@ -157,6 +157,12 @@ same 'rules, explain and dissector' "$rules" \
     grep -oE '\{"[a-z-]+", "[a-z]+", "[0-9]*", *"[^"]*"\}' |
     sed -E 's/\{"(.*)", "(.*)", "(.*)", *"(.*)"\}/\1 | \2 \3 | \4/; s/  \| / | /')"
 
+# Every place to which doctor's hints lead is there.
+while read -r cause; do
+  compared=$((compared + 1))
+  grep -q "<a id=\"$cause\">" docs/network.md || complain "docs/network.md has no place called $cause"
+done < <(grep -ohE '"[a-z]+(-[a-z]+)+"' tools/scanner/doctor/*_checks.cpp | tr -d '"' | sort -u)
+
 while read -r target; do
   grep -qE "^$target:" Makefile || complain "the documents use 'make $target', which the Makefile lacks"
 done < <(grep -ohE '(^    |`)make [a-z]+' "${documents[@]}" | sed 's/.*make //' | sort -u)

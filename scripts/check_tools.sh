@@ -101,6 +101,15 @@ check no-such-command 2 "'foo' is none of" quorin-scanner foo
 check command-help 2 "'help' is none of" quorin-scanner help
 check no-such-option 2 "'--josn' is none of" quorin-scanner --josn
 check no-such-host-option 2 'foo' quorin-host foo
+check no-such-host 2 'no host of this name is known' quorin-scanner push --to no-such-host.invalid
+check slip-of-the-pen 2 "'192.0.2.300' is no IPv4 address" quorin-scanner discover --to 192.0.2.300
+check host-name 3 'nothing listens at 127.0.0.1' quorin-scanner push --to localhost
+check times 3 'Z  quorin-scanner: nothing' quorin-scanner push --time
+check json-times 3 ',"at":"20' quorin-scanner push --json
+check foreign-source 1 'is no address of this machine' quorin-scanner push --bind 192.0.2.1
+check full-capture 1 "cannot write '/dev/full'" quorin-scanner push --pcap /dev/full
+check no-capture 1 "cannot read 'nothing'" quorin-scanner explain nothing
+check empty-file 3 '0 judged' quorin-scanner explain /dev/null
 check wrong-words 2 'not expected: --foo 1' quorin-scanner push --foo 1
 check scanner-version 0 "quorin-scanner $version" quorin-scanner --version
 check host-version 0 "library $version ($build/" quorin-host --version --library "$build/${files[2]}"

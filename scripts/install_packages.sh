@@ -21,7 +21,7 @@ case ${1:-} in
   test)
     # clang-tidy looks at the sources of the benchmarks too.
     packages+=("${for_packages[@]}" "${for_bench[@]}" "${for_fuzz[@]}" "${for_wine[@]}"
-      libgtest-dev clang-format clang-tidy shellcheck groff-base lld make mono-mcs mono-runtime
+      libgtest-dev clang-format clang-tidy shellcheck groff-base lld make mono-mcs mono-runtime nftables
       pkg-config python3 tshark unzip wireshark-common)
     ;;
   *)

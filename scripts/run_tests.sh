@@ -85,6 +85,7 @@ part check demo asan scripts/demo.sh build/asan
 part check soak demo scripts/soak.sh --seconds 20 --preset asan
 part tests tools compile-asan scripts/check_tools.sh build/asan
 part tests verdicts demo scripts/check_verdicts.sh build/asan
+part tests setups verdicts scripts/check_setups.sh build/asan
 part check documents compile-asan scripts/check_documents.sh build/asan
 part check exports compile-debug scripts/check_exports.sh build/debug/libZVQRN.so
 # Where no Wine can be had, what needs it says so and is left out, unless CI is set.

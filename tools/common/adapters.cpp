@@ -59,17 +59,18 @@ bool FetchTable(std::vector<ULONG_PTR>* room, ULONG tooSmall, const Ask& ask) {
   return result == NO_ERROR;
 }
 
-ULONG DefaultRouteInterface() {
-  std::vector<ULONG_PTR> room;
-  const bool fetched = FetchTable(&room, ERROR_INSUFFICIENT_BUFFER, [](void* table, ULONG* size) {
+const MIB_IPFORWARDTABLE* FetchRoutes(std::vector<ULONG_PTR>* room) {
+  const bool fetched = FetchTable(room, ERROR_INSUFFICIENT_BUFFER, [](void* table, ULONG* size) {
     return GetIpForwardTable(static_cast<MIB_IPFORWARDTABLE*>(table), size, FALSE);
   });
-  if (!fetched) {
-    return NO_INTERFACE;
-  }
-  const auto* table = reinterpret_cast<const MIB_IPFORWARDTABLE*>(room.data());
+  return fetched ? reinterpret_cast<const MIB_IPFORWARDTABLE*>(room->data()) : nullptr;
+}
+
+ULONG DefaultRouteInterface() {
+  std::vector<ULONG_PTR> room;
+  const MIB_IPFORWARDTABLE* table = FetchRoutes(&room);
   const MIB_IPFORWARDROW* best = nullptr;
-  for (DWORD i = 0; i < table->dwNumEntries; ++i) {
+  for (DWORD i = 0; table != nullptr && i < table->dwNumEntries; ++i) {
     const MIB_IPFORWARDROW* row = table->table + i;
     if (row->dwForwardDest == 0 && row->dwForwardMask == 0 &&
         (best == nullptr || row->dwForwardMetric1 < best->dwForwardMetric1)) {
@@ -79,6 +80,25 @@ ULONG DefaultRouteInterface() {
   return best == nullptr ? NO_INTERFACE : best->dwForwardIfIndex;
 }
 
+int PrefixLength(std::uint32_t mask) {
+  int length = 0;
+  for (; mask != 0; mask &= mask - 1) {
+    ++length;
+  }
+  return length;
+}
+
+bool ReadRoutes(std::vector<Route>* routes) {
+  std::vector<ULONG_PTR> room;
+  const MIB_IPFORWARDTABLE* table = FetchRoutes(&room);
+  for (DWORD i = 0; table != nullptr && i < table->dwNumEntries; ++i) {
+    const MIB_IPFORWARDROW& row = table->table[i];
+    routes->push_back({row.dwForwardDest, PrefixLength(row.dwForwardMask), row.dwForwardNextHop,
+                       std::to_string(row.dwForwardIfIndex), row.dwForwardMetric1});
+  }
+  return table != nullptr;
+}
+
 #else
 
 using SystemSocket = int;
@@ -86,31 +106,6 @@ using AddressSize = socklen_t;
 
 void CloseSystemSocket(SystemSocket socket) {
   close(socket);
-}
-
-// The kernel lists one route a line: interface, destination, gateway, flags, reference count, use,
-// metric, mask.
-std::string DefaultRouteInterface() {
-  std::ifstream routes("/proc/net/route");
-  std::string best;
-  unsigned long bestMetric = 0;
-  std::string line;
-  while (std::getline(routes, line)) {
-    std::istringstream columns(line);
-    std::string interface;
-    std::string destination;
-    std::string skipped;
-    unsigned long metric = 0;
-    std::string mask;
-    columns >> interface >> destination >> skipped >> skipped >> skipped >> skipped >> metric >>
-        mask;
-    if (columns && destination == "00000000" && mask == "00000000" &&
-        (best.empty() || metric < bestMetric)) {
-      best = interface;
-      bestMetric = metric;
-    }
-  }
-  return best;
 }
 
 std::uint32_t AddressOf(const sockaddr* name) {
@@ -125,6 +120,40 @@ int PrefixLength(std::uint32_t mask) {
     ++length;
   }
   return length;
+}
+
+// The kernel lists one route a line: interface, destination, gateway, flags, reference count, use,
+// metric, mask.
+bool ReadRoutes(std::vector<Route>* routes) {
+  std::ifstream file("/proc/net/route");
+  std::string line;
+  std::getline(file, line);
+  while (std::getline(file, line)) {
+    std::istringstream columns(line);
+    Route route;
+    std::string skipped;
+    std::uint32_t mask = 0;
+    columns >> route.adapter >> std::hex >> route.destination >> route.gateway >> skipped >>
+        skipped >> skipped >> std::dec >> route.metric >> std::hex >> mask;
+    if (columns) {
+      route.prefixLength = PrefixLength(mask);
+      routes->push_back(route);
+    }
+  }
+  return file.eof();
+}
+
+std::string DefaultRouteInterface() {
+  std::vector<Route> routes;
+  ReadRoutes(&routes);
+  const Route* best = nullptr;
+  for (const Route& route : routes) {
+    if (route.destination == 0 && route.prefixLength == 0 &&
+        (best == nullptr || route.metric < best->metric)) {
+      best = &route;
+    }
+  }
+  return best == nullptr ? std::string() : best->adapter;
 }
 
 bool IsListed(const std::vector<Adapter>& adapters, const char* name) {
@@ -229,6 +258,10 @@ bool SourceAddressTowards(std::uint32_t destination, std::uint32_t* source) {
   CloseSystemSocket(socket);
   *source = name.sin_addr.s_addr;
   return found;
+}
+
+bool ListRoutes(std::vector<Route>* routes) {
+  return ReadRoutes(routes);
 }
 
 bool ResolveHost(const std::string& name, std::uint32_t* address) {

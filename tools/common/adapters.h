@@ -30,6 +30,18 @@ bool ListAdapters(std::vector<Adapter>* adapters);
 // to it.  Sends nothing.
 bool SourceAddressTowards(std::uint32_t destination, std::uint32_t* source);
 
+// A way that packets take.
+struct Route {
+  std::uint32_t destination = 0;
+  int prefixLength = 0;
+  std::uint32_t gateway = 0;  // 0: straight
+  std::string adapter;        // its name, or its number under Windows
+  std::uint32_t metric = 0;
+};
+
+// Gives the ways that the system knows; false when it does not tell.
+bool ListRoutes(std::vector<Route>* routes);
+
 // Gives the IPv4 address of a host's name, or of an address's text; false when there is none.  May
 // wait for the network's name servers.
 bool ResolveHost(const std::string& name, std::uint32_t* address);

@@ -46,8 +46,9 @@ HeldLock LockState(HostState* state) {
 std::int32_t QRN_CALLBACK OnPeer(const PeerDescription* peer, FilterContext context) {
   auto* state = static_cast<HostState*>(context);
   const HeldLock lock = LockState(state);
-  LogPeer(state->options->json, *peer);
-  return 1;
+  const bool answers = !state->options->ignoresPeers;
+  LogPeer(state->options->json, *peer, answers);
+  return answers ? 1 : 0;
 }
 
 std::int32_t QRN_CALLBACK OnScanEvent(EventHeader* header, std::int32_t documentKind,

@@ -79,17 +79,19 @@ void LogSend(bool json, std::int32_t number, const EventHeader& header, const st
                                 : what + " not taken: the request is not open any more"));
 }
 
-void LogPeer(bool json, const PeerDescription& peer) {
+void LogPeer(bool json, const PeerDescription& peer, bool answered) {
   if (json) {
     tools::PrintJsonLine({{"event", "peer"},
                           {"driverName", tools::JsonText(peer.driverName)},
                           {"serviceType", tools::JsonText(peer.serviceType)},
                           {"scopeList", tools::JsonText(peer.scopeList)},
-                          {"tagList", tools::JsonText(peer.tagList)}});
+                          {"tagList", tools::JsonText(peer.tagList)},
+                          {"answered", answered}});
     return;
   }
   tools::PrintLine("a scanner looks for this PC: scope " + Quoted(peer.scopeList) + ", driver " +
-                   Quoted(peer.driverName) + ", tags " + Quoted(peer.tagList) + "; answered");
+                   Quoted(peer.driverName) + ", tags " + Quoted(peer.tagList) +
+                   (answered ? "; answered" : "; declined"));
 }
 
 void LogStatus(bool json, std::int32_t statusClass, std::int32_t statusCode,

@@ -25,7 +25,7 @@ void LogSend(bool json, std::int32_t number, const EventHeader& header, const st
              const std::string& bytes, std::int32_t result);
 
 // A scanner looks for this PC by its own name.
-void LogPeer(bool json, const PeerDescription& peer);
+void LogPeer(bool json, const PeerDescription& peer, bool answered);
 
 // The library tells of a condition of the service.
 void LogStatus(bool json, std::int32_t statusClass, std::int32_t statusCode,

@@ -142,6 +142,10 @@ CLI::Option* AddOptions(tools::CommandLine* line, HostOptions* options) {
   CLI::Option* name = tools::AddText(
       line, {"--name", "NAME", "Name under which scanners list this PC"}, &options->pcName);
   tools::AddFlag(line, {"--json", nullptr, "Print one JSON object a line"}, &options->json);
+  tools::AddFlag(
+      line,
+      {"--ignore-scanners", nullptr, "Decline every scanner that looks for this PC by its product"},
+      &options->ignoresPeers);
   AddAnswerOptions(line, options);
   AddSendOptions(line, options);
   tools::AddNumber(line, {"--requests", "N", "End after this many requests were answered"},

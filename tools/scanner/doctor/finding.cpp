@@ -1,6 +1,6 @@
 #include "scanner/doctor/finding.h"
 
-#include <cstdio>
+#include <algorithm>
 
 #include "common/json_lines.h"
 #include "common/output.h"
@@ -10,10 +10,32 @@ namespace zvqrn::scanner {
 
 namespace {
 
-constexpr const char* VERDICT_WORDS[] = {"ok", "warning", "problem"};
+constexpr const char* VERDICT_WORDS[] = {"ok", "note", "warning", "problem"};
 
 std::string Column(const std::string& text, std::size_t width) {
   return text.size() < width ? text + std::string(width - text.size(), ' ') : text + " ";
+}
+
+constexpr char DOCUMENT[] = "docs/network.md#";
+
+void Print(Account* account, const std::string& line) {
+  account->log += line + "\n";
+  if (!account->quiet) {
+    tools::PrintLine(line);
+  }
+}
+
+tools::JsonObject FindingObject(const Finding& finding, const std::string& advice) {
+  return {{"event", "finding"},
+          {"topic", finding.topic},
+          {"verdict", VERDICT_WORDS[finding.verdict]},
+          {"cause", finding.cause},
+          {"text", finding.text},
+          {"advice", advice}};
+}
+
+std::string FindingLine(const Finding& finding) {
+  return Column(VERDICT_WORDS[finding.verdict], 9) + Column(finding.topic, 12) + finding.text;
 }
 
 // "1 problem", "2 problems".
@@ -23,19 +45,8 @@ std::string Count(int number, const std::string& noun) {
 
 }  // namespace
 
-void PrintAdapter(const Account& account, const tools::Adapter& adapter) {
+void PrintAdapter(Account* account, const tools::Adapter& adapter) {
   const std::string address = adapter.address == 0 ? "" : tools::AddressText(adapter.address);
-  if (account.json) {
-    tools::PrintJsonLine({{"event", "adapter"},
-                          {"name", adapter.name},
-                          {"address", address},
-                          {"prefixLength", adapter.prefixLength},
-                          {"up", adapter.up},
-                          {"loopback", adapter.loopback},
-                          {"multicast", adapter.multicast},
-                          {"defaultRoute", adapter.defaultRoute}});
-    return;
-  }
   const std::string place =
       address.empty() ? "no IPv4 address" : address + "/" + std::to_string(adapter.prefixLength);
   std::string text = "adapter  " + Column(tools::EscapeUtf8(adapter.name), 12) + Column(place, 19) +
@@ -47,39 +58,80 @@ void PrintAdapter(const Account& account, const tools::Adapter& adapter) {
   if (adapter.defaultRoute) {
     text += ", default route";
   }
-  tools::PrintLine(text);
+  if (!account->json) {
+    Print(account, text);
+    return;
+  }
+  account->log += text + "\n";
+  if (!account->quiet) {
+    tools::PrintJsonLine({{"event", "adapter"},
+                          {"name", adapter.name},
+                          {"address", address},
+                          {"prefixLength", adapter.prefixLength},
+                          {"up", adapter.up},
+                          {"loopback", adapter.loopback},
+                          {"multicast", adapter.multicast},
+                          {"defaultRoute", adapter.defaultRoute}});
+  }
 }
 
 void Report(Account* account, const std::string& topic, Verdict verdict, const std::string& text,
-            const std::string& advice) {
+            const std::string& cause, const std::string& advice) {
   account->warnings += verdict == VERDICT_WARNING ? 1 : 0;
   account->problems += verdict == VERDICT_PROBLEM ? 1 : 0;
-  if (account->json) {
-    tools::PrintJsonLine({{"event", "finding"},
-                          {"topic", topic},
-                          {"verdict", VERDICT_WORDS[verdict]},
-                          {"text", text},
-                          {"advice", advice}});
+  const Finding finding{topic, verdict, cause, text};
+  account->findings.push_back(finding);
+  const std::string place = cause.empty() ? "" : " (" + (DOCUMENT + cause) + ")";
+  const std::string hint = advice.empty() ? "" : std::string(21, ' ') + "-> " + advice + place;
+  if (!account->json) {
+    Print(account, FindingLine(finding));
+    if (!hint.empty()) {
+      Print(account, hint);
+    }
     return;
   }
-  tools::PrintLine(Column(VERDICT_WORDS[verdict], 9) + Column(topic, 12) + text);
-  if (!advice.empty()) {
-    tools::PrintLine(std::string(21, ' ') + "-> " + advice);
+  account->log += FindingLine(finding) + "\n" + hint + (hint.empty() ? "" : "\n");
+  if (!account->quiet) {
+    tools::PrintJsonLine(FindingObject(finding, advice));
   }
 }
 
-void PrintSummary(const Account& account, int exitCode) {
-  if (account.json) {
-    tools::PrintJsonLine({{"event", "summary"},
-                          {"problems", account.problems},
-                          {"warnings", account.warnings},
-                          {"answered", account.answered},
-                          {"exitCode", exitCode}});
+void PrintSummary(Account* account, int exitCode) {
+  const std::string text = Count(account->problems, "problem") + ", " +
+                           Count(account->warnings, "warning") + "; the service on this PC " +
+                           (account->answered ? "answers." : "does not answer.");
+  if (!account->json) {
+    Print(account, text);
     return;
   }
-  tools::PrintLine(Count(account.problems, "problem") + ", " + Count(account.warnings, "warning") +
-                   "; the service on this PC " +
-                   (account.answered ? "answers." : "does not answer."));
+  account->log += text + "\n";
+  if (!account->quiet) {
+    tools::PrintJsonLine({{"event", "summary"},
+                          {"problems", account->problems},
+                          {"warnings", account->warnings},
+                          {"answered", account->answered},
+                          {"exitCode", exitCode}});
+  }
+}
+
+void PrintChanges(const Account& before, const Account& now) {
+  for (const Finding& finding : now.findings) {
+    const bool known =
+        std::any_of(before.findings.begin(), before.findings.end(), [&](const Finding& earlier) {
+          return earlier.topic == finding.topic && earlier.verdict == finding.verdict &&
+                 earlier.cause == finding.cause;
+        });
+    if (known) {
+      continue;
+    }
+    if (now.json) {
+      tools::JsonObject object = FindingObject(finding, {});
+      object["event"] = "change";
+      tools::PrintJsonLine(object);
+    } else {
+      tools::PrintLine("now      " + FindingLine(finding));
+    }
+  }
 }
 
 }  // namespace zvqrn::scanner

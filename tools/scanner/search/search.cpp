@@ -25,9 +25,14 @@ constexpr std::size_t LISTED_MALFORMED = 200;
 
 void Trace(const Search& search, const std::string& what, const std::string& bytes,
            const platform::Endpoint& place) {
+  const std::string text = what + " " + tools::AddressText(place.address) + " port " +
+                           std::to_string(place.port) + ": " + std::to_string(bytes.size()) +
+                           " bytes";
+  if (search.record != nullptr) {
+    *search.record += tools::TimeText() + "  " + text + "\n" + tools::HexDump(bytes, "  ");
+  }
   if (search.trace) {
-    tools::PrintError(what + " " + tools::AddressText(place.address) + " port " +
-                      std::to_string(place.port) + ": " + std::to_string(bytes.size()) + " bytes");
+    tools::PrintError(text);
     if (!bytes.empty()) {
       const std::string dump = tools::HexDump(bytes, "  ");
       tools::PrintError(dump.substr(0, dump.size() - 1));

@@ -25,8 +25,9 @@ struct Search {
   std::int32_t repeat = 1;  // how often the same request is sent
   std::int32_t intervalMs = 500;
   std::int32_t timeoutMs = 2500;  // from the last request
-  std::string rawBytes;  // sent instead of the request, unless empty
+  std::string rawBytes;           // sent instead of the request, unless empty
   bool trace = false;
+  std::string* record = nullptr;         // gets the trace too
   std::shared_ptr<CaptureFile> capture;  // null: none is kept
 };
 

@@ -16,8 +16,12 @@ constexpr std::int32_t RECEIVE_SIZE = 65536;
 constexpr std::size_t SHOWN_OF_FOREIGN_BYTES = 60;
 
 void Trace(const Connection& connection, const char* direction, const std::string& bytes) {
+  const std::string text = std::string(direction) + " " + std::to_string(bytes.size()) + " bytes";
+  if (connection.link.record != nullptr) {
+    *connection.link.record += tools::TimeText() + "  " + text + "\n" + tools::HexDump(bytes, "  ");
+  }
   if (connection.link.trace) {
-    tools::PrintError(std::string(direction) + " " + std::to_string(bytes.size()) + " bytes");
+    tools::PrintError(text);
     const std::string dump = tools::HexDump(bytes, "  ");
     tools::PrintError(dump.substr(0, dump.size() - 1));
   }

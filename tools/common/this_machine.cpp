@@ -1,0 +1,129 @@
+#include "common/this_machine.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include "common/machine_text.h"
+#include "common/text.h"
+
+#if defined(_WIN32)
+#include "platform/windows/windows_headers.h"
+// After the header above.
+#include <tlhelp32.h>
+#else
+#include <sys/utsname.h>
+#endif
+
+namespace zvqrn::tools {
+
+namespace {
+
+constexpr std::size_t OUTPUT_LIMIT = 1024 * 1024;
+
+#if defined(_WIN32)
+
+std::FILE* OpenPipe(const char* command) {
+  return _popen((std::string(command) + " 2>nul").c_str(), "rb");
+}
+
+int ClosePipe(std::FILE* pipe) {
+  return _pclose(pipe);
+}
+
+#else
+
+std::FILE* OpenPipe(const char* command) {
+  return popen((std::string(command) + " 2>/dev/null").c_str(), "r");
+}
+
+int ClosePipe(std::FILE* pipe) {
+  return pclose(pipe);
+}
+
+#endif
+
+}  // namespace
+
+#if defined(_WIN32)
+
+std::string SystemText() {
+  // GetVersionEx says what the program was built for; the kernel's own library has the truth.
+  using GetVersionFunction = LONG(WINAPI*)(OSVERSIONINFOW*);
+  const auto getVersion = reinterpret_cast<GetVersionFunction>(reinterpret_cast<void (*)()>(
+      GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "RtlGetVersion")));
+  OSVERSIONINFOW version{};
+  version.dwOSVersionInfoSize = sizeof version;
+  if (getVersion == nullptr || getVersion(&version) != 0) {
+    return "Windows";
+  }
+  return "Windows " + std::to_string(version.dwMajorVersion) + "." +
+         std::to_string(version.dwMinorVersion) + "." + std::to_string(version.dwBuildNumber);
+}
+
+bool ListModules(std::uint32_t processId, std::vector<std::string>* paths) {
+  HANDLE list = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE | TH32CS_SNAPMODULE32, processId);
+  if (list == INVALID_HANDLE_VALUE) {
+    return false;
+  }
+  MODULEENTRY32W entry{};
+  entry.dwSize = sizeof entry;
+  for (BOOL more = Module32FirstW(list, &entry); more != FALSE;
+       more = Module32NextW(list, &entry)) {
+    paths->push_back(NarrowText(entry.szExePath));
+  }
+  CloseHandle(list);
+  return !paths->empty();
+}
+
+#else
+
+std::string SystemText() {
+  utsname names{};
+  if (uname(&names) != 0) {
+    return "unknown";
+  }
+  return std::string(names.sysname) + " " + names.release + " " + names.machine;
+}
+
+bool ListModules(std::uint32_t processId, std::vector<std::string>* paths) {
+  std::ifstream maps("/proc/" + std::to_string(processId) + "/maps");
+  std::string line;
+  while (std::getline(maps, line)) {
+    const std::size_t path = line.find('/');
+    if (path != std::string::npos &&
+        std::find(paths->begin(), paths->end(), line.substr(path)) == paths->end()) {
+      paths->push_back(line.substr(path));
+    }
+  }
+  return !paths->empty();
+}
+
+#endif
+
+std::string FindModulePath(const std::vector<std::string>& paths, const std::string& file) {
+  for (const std::string& path : paths) {
+    const std::string name = TextOf(PathOf(path).filename());
+    if (EqualsIgnoringCase(name, file) ||
+        EqualsIgnoringCase(name.substr(0, file.size() + 1), file + ".")) {
+      return path;
+    }
+  }
+  return {};
+}
+
+bool RunCommand(const char* command, std::string* output) {
+  std::FILE* pipe = OpenPipe(command);
+  if (pipe == nullptr) {
+    return false;
+  }
+  char block[4096];
+  for (std::size_t count = 1; count > 0 && output->size() < OUTPUT_LIMIT;) {
+    count = std::fread(block, 1, sizeof block, pipe);
+    output->append(block, count);
+  }
+  return ClosePipe(pipe) == 0;
+}
+
+}  // namespace zvqrn::tools

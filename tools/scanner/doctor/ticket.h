@@ -1,0 +1,13 @@
+// The file that doctor writes for a ticket: all that it has found out, in one text.
+#pragma once
+
+#include <string>
+
+#include "scanner/doctor/checks.h"
+
+namespace zvqrn::scanner {
+
+// Writes the file; throws a Failure when it cannot be written.
+void WriteTicket(const std::string& path, const Account& account, const Patient& patient);
+
+}  // namespace zvqrn::scanner
