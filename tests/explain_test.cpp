@@ -145,10 +145,10 @@ TEST(Explain, JudgesChangedSearchesAsTheLibraryDoes) {
            std::string("\x20\0\0\0\0\x12\x34", 7) + body;
   };
   const std::string good[] = {search("default"), search("XS-200"), search("a\\,b"),
-                              search("B\xC3\xBCro,")};
+                              search("B\xC3\xBCro,"), search("\xF8\x80\x80\x80\x80")};
   int answered = 0;
   for (int i = 0; i < 30000; ++i) {
-    std::string bytes = i < 4 ? good[i] : Changed(good[i % 4], &random);
+    std::string bytes = i < 5 ? good[i] : Changed(good[i % 5], &random);
     // Most changes of the size would be seen for nothing else.
     if (bytes.size() > 4 && i % 8 != 7) {
       bytes[4] = static_cast<char>(bytes.size());
