@@ -9,7 +9,7 @@
 #include "common/text.h"
 #include "common/utf8.h"
 #include "scanner/command/commands.h"
-#include "scanner/exchange/report.h"
+#include "scanner/command/exit_code.h"
 #include "scanner/search/search.h"
 
 namespace zvqrn::scanner {

@@ -28,7 +28,7 @@ struct Link {
   std::int32_t pieceSize = 0;
   std::int32_t pauseMs = 0;
   bool trace = false;
-  std::string* record = nullptr;  // gets the trace too
+  std::string* record = nullptr;         // gets the trace too
   std::shared_ptr<CaptureFile> capture;  // null: none is kept
 };
 
