@@ -151,6 +151,12 @@ if [[ -n $suffix ]]; then # a Windows program has no signals
   [[ $failed -eq 0 ]]
   exit
 fi
+check report 0 'The report is in' quorin-scanner doctor --local --report "$work/ticket.txt"
+cp "$work/ticket.txt" "$work/output"
+for text in "$work/libZVQRN.so" 'UDP 2968: quorin-host' 'via 10.68.0.1' 'entPort=2968'; do
+  if grep -qF -- "$text" "$work/ticket.txt"; then continue; fi
+  report report-text "it lacks '$text'"
+done
 kill -HUP "$host_pid"
 host_code=0
 wait "$host_pid" || host_code=$?
@@ -160,5 +166,24 @@ if [[ $host_code -eq 0 ]] && grep -q 'The service has ended' "$work/output"; the
   report hang-up good
 else
   report hang-up "exit code $host_code"
+fi
+
+# Doctor watches until the host is there.
+"$work/quorin-scanner" doctor --local --watch --timeout 500 >"$work/watch.out" 2>&1 &
+other_scanner=$!
+for ((tries = 0; tries < 100; ++tries)); do
+  ! grep -q 'does not answer' "$work/watch.out" || break
+  sleep 0.1
+done
+"$work/quorin-host" >"$work/host.out" 2>&1 &
+host_pid=$!
+watch_code=0
+wait "$other_scanner" || watch_code=$?
+other_scanner=
+cp "$work/watch.out" "$work/output"
+if [[ $watch_code -eq 0 ]] && grep -q '^now  *ok  *request' "$work/watch.out"; then
+  report watch good
+else
+  report watch "exit code $watch_code, or no change told of"
 fi
 [[ $failed -eq 0 ]]
