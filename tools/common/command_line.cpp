@@ -162,6 +162,8 @@ bool ReadCommandLine(std::vector<std::string> arguments, const ProgramHelp& help
                      const std::function<void()>& check, int* exitCode) {
   CommandLine program(help.description, help.name);
   program.footer(help.footer);
+  // A file's name may begin with a slash on every system.
+  program.allow_windows_style_options(false);
   addOptions(&program);
   if (program.get_subcommands([](const CommandLine*) { return true; }).empty()) {
     AddTimeFlag(&program);

@@ -20,7 +20,7 @@ namespace zvqrn::tools {
 
 namespace {
 
-constexpr std::size_t OUTPUT_LIMIT = 1024 * 1024;
+constexpr std::size_t OUTPUT_LIMIT = std::size_t{1024} * 1024;
 
 #if defined(_WIN32)
 

@@ -1,7 +1,7 @@
 #include "scanner/doctor/firewall.h"
 
 #include <algorithm>
-#include <cstdlib>
+#include <cstdint>
 #include <sstream>
 #include <vector>
 
@@ -12,7 +12,7 @@ namespace zvqrn::scanner {
 
 namespace {
 
-constexpr int PORT = 2968;
+constexpr std::int32_t PORT = 2968;
 
 using Tokens = std::vector<std::string>;
 
@@ -30,9 +30,11 @@ bool HoldsPort(const std::string& text) {
   std::istringstream stream(text);
   for (std::string item; std::getline(stream, item, ',');) {
     const std::size_t dash = item.find('-');
-    const int first = std::atoi(item.c_str());
-    const int last = dash == std::string::npos ? first : std::atoi(item.substr(dash + 1).c_str());
-    if (first <= PORT && PORT <= last) {
+    std::int32_t first = 0;
+    std::int32_t last = 0;
+    if (tools::ParseNumber(item.substr(0, dash), &first) &&
+        tools::ParseNumber(dash == std::string::npos ? item : item.substr(dash + 1), &last) &&
+        first <= PORT && PORT <= last) {
       return true;
     }
   }
