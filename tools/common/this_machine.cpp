@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 
 #include "common/machine_text.h"
 #include "common/text.h"
@@ -13,7 +14,9 @@
 // After the header above.
 #include <tlhelp32.h>
 #else
+#include <sys/stat.h>
 #include <sys/utsname.h>
+#include <unistd.h>
 #endif
 
 namespace zvqrn::tools {
@@ -77,7 +80,53 @@ bool ListModules(std::uint32_t processId, std::vector<std::string>* paths) {
   return !paths->empty();
 }
 
+namespace {
+
+// Owns a handle of the system's.
+struct CloseHandleOf {
+  void operator()(void* handle) const { CloseHandle(handle); }
+};
+using OwnedHandle = std::unique_ptr<void, CloseHandleOf>;
+
+// The user of a process and whether it has an administrator's rights; empty when the system does
+// not tell.
+std::string RightsOf(HANDLE process) {
+  HANDLE opened = nullptr;
+  if (OpenProcessToken(process, TOKEN_QUERY, &opened) == FALSE) {
+    return {};
+  }
+  const OwnedHandle token(opened);
+  DWORD size = 0;
+  GetTokenInformation(opened, TokenUser, nullptr, 0, &size);
+  std::vector<ULONG_PTR> room(size / sizeof(ULONG_PTR) + 1);
+  TOKEN_ELEVATION elevation{};
+  DWORD elevationSize = sizeof elevation;
+  if (GetTokenInformation(opened, TokenUser, room.data(),
+                          static_cast<DWORD>(room.size() * sizeof(ULONG_PTR)), &size) == FALSE ||
+      GetTokenInformation(opened, TokenElevation, &elevation, sizeof elevation, &elevationSize) ==
+          FALSE) {
+    return {};
+  }
+  PSID user = reinterpret_cast<const TOKEN_USER*>(room.data())->User.Sid;
+  return std::string(static_cast<const char*>(user), GetLengthSid(user)) +
+         (elevation.TokenIsElevated != 0 ? "+" : "-");
+}
+
+}  // namespace
+
+bool IsOwnProcess(std::uint32_t processId) {
+  const OwnedHandle process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId));
+  const std::string rights = process == nullptr ? std::string() : RightsOf(process.get());
+  return !rights.empty() && rights == RightsOf(GetCurrentProcess());
+}
+
 #else
+
+bool IsOwnProcess(std::uint32_t processId) {
+  struct stat entry {};
+  return stat(("/proc/" + std::to_string(processId)).c_str(), &entry) == 0 &&
+         entry.st_uid == geteuid();
+}
 
 std::string SystemText() {
   utsname names{};

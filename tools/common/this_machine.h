@@ -16,6 +16,10 @@ std::string SystemText();
 // another user's processes.
 bool ListModules(std::uint32_t processId, std::vector<std::string>* paths);
 
+// True for a process of the user who runs this one, with the same rights: what it has loaded may be
+// loaded here too.
+bool IsOwnProcess(std::uint32_t processId);
+
 // The first of the paths whose file has this name, in whatever case, or begins with it and a dot;
 // empty when there is none.
 std::string FindModulePath(const std::vector<std::string>& paths, const std::string& file);

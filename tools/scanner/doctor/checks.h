@@ -21,6 +21,7 @@ struct Patient {
   std::vector<tools::PortOwner> tcpOwners;
   bool modulesKnown = false;    // what libraries the holder of the ports has loaded
   std::string libraryPath;      // of the service; empty: it has none, or is not known
+  bool mayLoad = false;         // they are of this user, so their code may run here
   std::string utilityPath;      // of the utility library
   std::uint16_t eventPort = 0;  // learnt from a reply; 0: none
 };

@@ -72,7 +72,8 @@ bool IsFoundByProduct(Account* account, const ServiceChecks& checks, const std::
 void ReportNotFound(Account* account, const std::string& product, const Patient& patient) {
   const std::string topic = "product";
   const std::string text = "a search by '" + tools::EscapeUtf8(product) + "' is not answered";
-  const int known = AskUtilityLibrary(patient.utilityPath, product);
+  // Another user's library could do anything here.
+  const int known = patient.mayLoad ? AskUtilityLibrary(patient.utilityPath, product) : -1;
   const std::string library = tools::EscapeUtf8(patient.utilityPath);
   if (patient.modulesKnown && !patient.libraryPath.empty() && patient.utilityPath.empty()) {
     Report(account, topic, VERDICT_PROBLEM, text + ": the host has loaded no utility library",

@@ -129,6 +129,7 @@ void FindLibraries(const std::vector<tools::PortOwner>& owners, Patient* patient
     const std::string library = tools::FindModulePath(modules, tools::SERVICE_LIBRARY_FILE);
     if (!library.empty()) {
       patient->libraryPath = library;
+      patient->mayLoad = tools::IsOwnProcess(owner.processId);
       patient->utilityPath = tools::FindModulePath(modules, UTILITY_FILE);
       return;
     }

@@ -1,5 +1,6 @@
 #include "scanner/explain/capture.h"
 
+#include <cmath>
 #include <cstring>
 #include <string_view>
 
@@ -191,7 +192,7 @@ std::int64_t Microseconds(std::uint64_t ticks, std::int64_t ticksPerSecond) {
   const auto rate = static_cast<std::uint64_t>(ticksPerSecond);
   const auto whole = static_cast<std::int64_t>(ticks / rate);
   const double part = static_cast<double>(ticks % rate) / static_cast<double>(rate);
-  return whole % (SECOND_US * SECOND_US) * SECOND_US + static_cast<std::int64_t>(part * 1e6 + 0.5);
+  return whole % (SECOND_US * SECOND_US) * SECOND_US + std::llround(part * 1e6);
 }
 
 void TakeBlock(std::uint32_t type, const Bytes& block, std::vector<Interface>* interfaces,

@@ -12,7 +12,7 @@ namespace {
 
 // The library's limits: of a message in memory, of silence inside a head and inside a body, and of
 // one body altogether.
-constexpr std::size_t MESSAGE_LIMIT = 1024 * 1024;
+constexpr std::size_t MESSAGE_LIMIT = std::size_t{1024} * 1024;
 constexpr std::int64_t HEAD_SILENCE_US = 10'000'000;
 constexpr std::int64_t BODY_PAUSE_US = 300'000;
 constexpr std::int64_t BODY_TIME_US = 30'000'000;
@@ -144,7 +144,7 @@ void DropHeld(ConnectionAccount* connection, RuleId rule, const Head& head,
 
 // Why what is held is no whole head yet.
 RuleId WhyUnfinished(const std::string& held) {
-  const bool bare = held.find("\r\n") == std::string::npos && held.find("\n") != std::string::npos;
+  const bool bare = held.find("\r\n") == std::string::npos && held.find('\n') != std::string::npos;
   return bare ? RULE_LF_LINES : RULE_HEAD_CUT;
 }
 

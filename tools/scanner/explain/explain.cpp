@@ -35,7 +35,8 @@ constexpr char EXAMPLES[] =
     "served, which STARTs were open, where a pause cut a message, what the PC answered and how soon.\n"
     "What a file of bytes cannot tell is taken for good.\n"
     "\n"
-    "Every capture format is read without help of libpcap.  Pieces of IP packets are not put together.\n"
+    "Captures are read by this program itself, without libpcap, on every system.  Pieces of IP packets\n"
+    "are not put together.\n"
     "\n"
     "Examples:\n"
     "  quorin-scanner explain scan.pcapng\n"
@@ -158,8 +159,9 @@ std::string FieldLines(const Item& item) {
     if (value.size() > SHOWN_OF_A_VALUE) {
       value = value.substr(0, SHOWN_OF_A_VALUE) + "...";
     }
-    text += "\n    " + Hex(item.offset + field.offset) + "  " + name +
-            std::string(name.size() < 24 ? 24 - name.size() : 1, ' ') + value;
+    text += "\n    " + Hex(item.offset + field.offset) + "  ";
+    text += name + std::string(name.size() < 24 ? 24 - name.size() : 1, ' ');
+    text += value;
   }
   return text;
 }

@@ -133,7 +133,7 @@ Judgement JudgeMessage(const Head& head, std::string_view body, const Connection
   if (!BeginsWithOneAndDot(*version) && *version != tools::VERSION_2) {
     return {RULE_VERSION, *version};
   }
-  const Judgement subevent = JudgeSubevent(head, view);
+  Judgement subevent = JudgeSubevent(head, view);
   if (subevent.rule != RULE_ACCEPTED) {
     return subevent;
   }

@@ -32,7 +32,9 @@ std::string Elements(const std::vector<Element>& elements, const PushScanFields&
   std::string text;
   for (const Element& element : elements) {
     const std::string tag = element.name;
-    text += "      <" + tag + ">" + fields.*element.text + "</" + tag + ">\r\n";
+    text += "      <" + tag + ">";
+    text += fields.*element.text + "</";
+    text += tag + ">\r\n";
   }
   return text;
 }
