@@ -223,12 +223,12 @@ zvqrn.experts = experts
 
 -- ---- What has been seen ----------------------------------------------------------------------------
 
-local connections, latest, main_of, items_of_frame, connection_of_frame, searches, announced, searches_of_frame,
+local latest, main_of, others_of, items_of_frame, connection_of_frame, searches, announced, searches_of_frame,
   datagram_of_frame, last_sent
 
 local function forget()
-  connections = {}        -- in their order
   latest = {}             -- by both ends: the last connection between them
+  others_of = {}          -- by the PC's address: the others, that may be open
   main_of = {}            -- by the PC's address: its main connection
   items_of_frame = {}     -- by frame: lists of messages
   connection_of_frame = {}
@@ -470,6 +470,22 @@ local function new_side()
   return {held = "", early = {}, last_frame = 0, last_time = 0, first_time = 0}
 end
 
+-- How many connections beside the main one are open, as far as that matters; forgets the others.
+local function count_others(pc)
+  others_of[pc] = others_of[pc] or {}
+  local others = others_of[pc]
+  local open = 0
+  while open < #others and open < EXTRA_PLACES do
+    if is_open(others[open + 1]) then
+      open = open + 1
+    else
+      others[open + 1] = others[#others]
+      table.remove(others)
+    end
+  end
+  return open
+end
+
 local function begin_connection(segment)
   local connection = {
     is_main = true, pc = segment.pc, opened_in = segment.frame, opening = segment.sequence,
@@ -480,15 +496,11 @@ local function begin_connection(segment)
   if main and is_open(main) then
     connection.is_main = false
     connection.main_since = main.opened_in
-    for _, other in ipairs(connections) do
-      if other.pc == connection.pc and not other.is_main and is_open(other) then
-        connection.others_open = connection.others_open + 1
-      end
-    end
+    connection.others_open = count_others(connection.pc)
+    table.insert(others_of[connection.pc], connection)
   else
     main_of[connection.pc] = connection
   end
-  table.insert(connections, connection)
   latest[segment.ends] = connection
   return connection
 end
@@ -1176,8 +1188,10 @@ local function take_reply(pinfo, slp)
   end
   for at = #searches, 1, -1 do
     local asked = searches[at]
-    if asked.xid == slp.xid and asked.from == tostring(pinfo.dst) and asked.rule ~= "repeated" and
-        pinfo.abs_ts - asked.time <= REPLY_PATIENCE then
+    if pinfo.abs_ts - asked.time > REPLY_PATIENCE then
+      return
+    end
+    if asked.xid == slp.xid and asked.from == tostring(pinfo.dst) and asked.rule ~= "repeated" then
       table.insert(asked.replies, slp)
       slp.request = asked
       return
@@ -1191,10 +1205,14 @@ local function take_search(pinfo, slp)
   slp.to = tostring(pinfo.dst)
   slp.detail = ""
   if rules[slp.rule].outcome == "accepted" then
-    for _, earlier in ipairs(searches) do
+    for at = #searches, 1, -1 do
+      local earlier = searches[at]
+      if slp.time - earlier.time >= REPLY_TIME then
+        break
+      end
       if earlier.xid == slp.xid and earlier.from == slp.from and
           (is_group(earlier.to) or is_group(slp.to) or earlier.to == slp.to) and
-          rules[earlier.rule].outcome == "accepted" and slp.time - earlier.time < REPLY_TIME then
+          rules[earlier.rule].outcome == "accepted" then
         slp.rule = "repeated"
         slp.detail = "first seen in frame " .. earlier.frame
         break

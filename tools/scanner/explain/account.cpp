@@ -39,7 +39,23 @@ struct Connections {
   std::vector<ConnectionAccount> all;
   std::map<std::pair<Place, Place>, std::size_t> latest;  // by scanner and PC
   std::map<Place, std::size_t> mainOf;                    // by PC
+  std::map<Place, std::vector<std::size_t>> othersOf;     // by PC, those that may be open
 };
+
+// How many connections beside the main one are open, as far as that matters; forgets the others.
+std::size_t CountOthers(Connections* connections, const Place& pc) {
+  std::vector<std::size_t>& others = connections->othersOf[pc];
+  std::size_t open = 0;
+  while (open < others.size() && open < EXTRA_PLACES) {
+    if (IsOpen(connections->all[others[open]])) {
+      ++open;
+    } else {
+      others[open] = others.back();
+      others.pop_back();
+    }
+  }
+  return open;
+}
 
 ConnectionAccount* Begin(Connections* connections, const Packet& packet, bool fromScanner) {
   ConnectionAccount connection;
@@ -51,10 +67,8 @@ ConnectionAccount* Begin(Connections* connections, const Packet& packet, bool fr
   if (main != connections->mainOf.end() && IsOpen(connections->all[main->second])) {
     connection.isMain = false;
     connection.mainSince = connections->all[main->second].opening.frame;
-    for (const ConnectionAccount& other : connections->all) {
-      connection.othersOpen +=
-          PlaceOf(other.pc) == pc && !other.isMain && IsOpen(other) ? std::size_t{1} : 0;
-    }
+    connection.othersOpen = CountOthers(connections, pc);
+    connections->othersOf[pc].push_back(connections->all.size());
   } else {
     connections->mainOf[pc] = connections->all.size();
   }
@@ -122,15 +136,17 @@ void TakeReply(Searches* searches, const Packet& packet, const SlpDatagram& data
   } else {
     item.detail = problem;
   }
-  auto& all = searches->all;
-  const auto asked = std::find_if(all.rbegin(), all.rend(), [&](const OpenSearch& search) {
-    const Item& known = (*items)[search.item];
-    return search.xid == datagram.xid && known.from.address == packet.to.address &&
-           known.rule != RULE_REPEATED && packet.timeUs - known.timeUs <= REPLY_PATIENCE_US;
-  });
-  if (asked != all.rend()) {
-    item.partner = asked->item;
-    (*items)[asked->item].others.push_back(items->size());
+  for (auto search = searches->all.rbegin(); search != searches->all.rend(); ++search) {
+    Item* known = &(*items)[search->item];
+    if (packet.timeUs - known->timeUs > REPLY_PATIENCE_US) {
+      break;
+    }
+    if (search->xid == datagram.xid && known->from.address == packet.to.address &&
+        known->rule != RULE_REPEATED) {
+      item.partner = search->item;
+      known->others.push_back(items->size());
+      break;
+    }
   }
   items->push_back(item);
 }
@@ -143,13 +159,17 @@ void TakeSearch(Searches* searches, const Packet& packet, const SlpDatagram& dat
   item.hasRule = true;
   item.rule = datagram.judgement.rule;
   item.detail = datagram.judgement.detail;
-  for (const OpenSearch& earlier : searches->all) {
-    const Item& known = (*items)[earlier.item];
-    if (RuleOf(item.rule).outcome == OUTCOME_ACCEPTED && earlier.xid == datagram.xid &&
-        known.from.address == packet.from.address &&
+  const bool inOrder = RuleOf(item.rule).outcome == OUTCOME_ACCEPTED;
+  for (auto earlier = searches->all.rbegin(); inOrder && earlier != searches->all.rend();
+       ++earlier) {
+    const Item& known = (*items)[earlier->item];
+    if (packet.timeUs - known.timeUs >= REPLY_US) {
+      break;
+    }
+    if (earlier->xid == datagram.xid && known.from.address == packet.from.address &&
         (IsGroup(known.to.address) || IsGroup(packet.to.address) ||
          known.to.address == packet.to.address) &&
-        RuleOf(known.rule).outcome == OUTCOME_ACCEPTED && packet.timeUs - known.timeUs < REPLY_US) {
+        RuleOf(known.rule).outcome == OUTCOME_ACCEPTED) {
       item.rule = RULE_REPEATED;
       item.detail = "first seen in frame " + std::to_string(known.frame);
       break;

@@ -16,7 +16,6 @@ constexpr std::size_t MESSAGE_LIMIT = std::size_t{1024} * 1024;
 constexpr std::int64_t HEAD_SILENCE_US = 10'000'000;
 constexpr std::int64_t BODY_PAUSE_US = 300'000;
 constexpr std::int64_t BODY_TIME_US = 30'000'000;
-constexpr std::size_t EXTRA_PLACES = 5;
 constexpr std::size_t EARLY_LIMIT = 64;  // packets; then the missing one will not come any more
 constexpr char STATUS_OUT[] = "StatusOut";
 

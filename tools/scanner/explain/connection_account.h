@@ -10,6 +10,9 @@
 
 namespace zvqrn::scanner {
 
+// Connections beside the main one that the library serves at a time.
+constexpr std::size_t EXTRA_PLACES = 5;
+
 // A piece of one side's stream, in its order.
 struct Piece {
   std::size_t frame = 0;
