@@ -223,8 +223,8 @@ zvqrn.experts = experts
 
 -- ---- What has been seen ----------------------------------------------------------------------------
 
-local latest, main_of, others_of, items_of_frame, connection_of_frame, searches, announced, searches_of_frame,
-  datagram_of_frame, last_sent
+local latest, main_of, others_of, items_of_frame, connection_of_frame, last_search, search_in_order,
+  announced, searches_of_frame, datagram_of_frame, last_sent
 
 local function forget()
   latest = {}             -- by both ends: the last connection between them
@@ -232,7 +232,8 @@ local function forget()
   main_of = {}            -- by the PC's address: its main connection
   items_of_frame = {}     -- by frame: lists of messages
   connection_of_frame = {}
-  searches = {}           -- in their order
+  last_search = {}        -- by sender and XID: the last that is no repeat
+  search_in_order = {}    -- by sender, XID and "any", "group" or a PC's address: the last in order
   announced = {}          -- addresses of PCs
   searches_of_frame = {}  -- by frame: a search or a reply
   datagram_of_frame = {}  -- what came to the port, until it is taken
@@ -467,7 +468,7 @@ local function is_open(connection)
 end
 
 local function new_side()
-  return {held = "", early = {}, last_frame = 0, last_time = 0, first_time = 0}
+  return {held = "", pieces = {}, lacks = 0, early = {}, last_frame = 0, last_time = 0, first_time = 0}
 end
 
 -- How many connections beside the main one are open, as far as that matters; forgets the others.
@@ -540,7 +541,12 @@ local function take_message(connection, head, message)
   local parent_is_open = true
   if subevent_of(head) == "END" then
     parent = find_open_job(connection, header(head, "x-parent-uid") or "")
-    parent_is_open = parent ~= nil and (parent.answered or not connection.from_pc.next)
+    -- The START may lie before the capture.
+    if parent then
+      parent_is_open = parent.answered or not connection.from_pc.next
+    else
+      parent_is_open = not connection.begun
+    end
   end
   local rule, detail = judge_message(head, body, connection.is_main, parent_is_open)
   local item = add_item(side.last_frame, {
@@ -577,6 +583,11 @@ local function drop_held(connection, rule, head)
   side.held = ""
 end
 
+-- The bytes of a message that the library takes together.
+local function size_of(head)
+  return math.min(head.length + head.content_length, MESSAGE_LIMIT)
+end
+
 local function cut_messages(connection, last)
   local side = connection.from_scanner
   while side.held ~= "" do
@@ -596,7 +607,7 @@ local function cut_messages(connection, last)
       drop_held(connection, "negative-length", head)
       return
     end
-    local wanted = total < 0 and #side.held or math.min(total, MESSAGE_LIMIT)
+    local wanted = total < 0 and #side.held or size_of(head)
     if #side.held < wanted and not last then
       return
     end
@@ -651,11 +662,9 @@ local function take_scanner_bytes(connection, piece)
     if side.held == "" then
       side.first_time = piece.time
     end
-    local room = #piece.bytes
-    if read_head(side.held).state ~= "complete" then
-      room = HEAD_LIMIT - #side.held
-    end
-    local taken = piece.bytes:sub(at, at + room - 1)
+    local head = read_head(side.held)
+    local most = head.state == "complete" and size_of(head) or HEAD_LIMIT
+    local taken = piece.bytes:sub(at, at + most - #side.held - 1)
     at = at + #taken
     side.held = side.held .. taken
     cut_messages(connection, false)
@@ -718,9 +727,10 @@ local function tie_answer(connection, answer)
   answer.request = request
   if request.rule == "accepted" then
     request.rule = rule_of_answer(answer)
-    if answer.status == "2002" and request.start then
+    if answer.status == "2002" then
       request.rule = "parent"
-      request.detail = "the library itself had answered that START"
+      request.detail = request.start and "the library itself had answered that START" or
+        "its START is not in the capture"
     end
   elseif rules[request.rule].status ~= answer.status then
     request.detail = "by the rule " .. request.rule .. " another answer was due; " .. request.detail
@@ -752,14 +762,23 @@ end
 local function take_pc_bytes(connection, piece)
   local side = connection.from_pc
   note_piece(side, piece)
-  side.held = side.held .. piece.bytes
+  -- Data of the host may be long: its pieces are joined when all are there.
+  table.insert(side.pieces, piece.bytes)
+  side.lacks = side.lacks - #piece.bytes
+  if side.lacks > 0 then
+    return
+  end
+  side.held = side.held .. table.concat(side.pieces)
+  side.pieces = {}
+  side.lacks = 0
   while side.held ~= "" do
     local head = read_head(side.held)
-    if head.state == "malformed" then
+    if head.state == "malformed" or head.state == "unfinished" and #side.held >= HEAD_LIMIT then
       side.held = ""
     end
     local total = (head.length or 0) + math.max(head.content_length or 0, 0)
     if head.state ~= "complete" or #side.held < total then
+      side.lacks = math.max(total - #side.held, 0)
       return
     end
     take_pc_message(connection, head, side.held:sub(1, total))
@@ -843,6 +862,7 @@ local function take_segment(segment)
     take_bytes(connection, side, segment)
   end
   if segment.fin or segment.reset then
+    connection.ended_by = connection.ended_by or segment.from_scanner and "the scanner" or "the PC"
     side.ended = true
     if segment.from_scanner and side.held ~= "" then
       local head = read_head(side.held)
@@ -911,7 +931,8 @@ local function final_rule(item, all_seen)
   local outcome = item.rule and rules[item.rule].outcome
   local waits = all_seen and item.connection and not item.answer
   if waits and outcome == "accepted" and item.connection.from_pc.next then
-    return "no-answer", item.detail
+    local by = item.connection.ended_by
+    return "no-answer", by and by .. " ended the connection first" or item.detail
   end
   if waits and (outcome == "accepted" or outcome == "refused") then
     return item.rule, item.detail .. (item.detail == "" and "" or "; ") ..
@@ -1181,21 +1202,19 @@ local function is_group(address)
   return first ~= nil and first >= 224 and first <= 239
 end
 
+local function search_name(address, slp)
+  return tostring(address) .. " " .. slp.xid
+end
+
 local function take_reply(pinfo, slp)
   local address = slp.attributes:match("%(IPAddress=([%d.]+)%)")
   if address then
     announced[address] = true
   end
-  for at = #searches, 1, -1 do
-    local asked = searches[at]
-    if pinfo.abs_ts - asked.time > REPLY_PATIENCE then
-      return
-    end
-    if asked.xid == slp.xid and asked.from == tostring(pinfo.dst) and asked.rule ~= "repeated" then
-      table.insert(asked.replies, slp)
-      slp.request = asked
-      return
-    end
+  local asked = last_search[search_name(pinfo.dst, slp)]
+  if asked and pinfo.abs_ts - asked.time <= REPLY_PATIENCE then
+    table.insert(asked.replies, slp)
+    slp.request = asked
   end
 end
 
@@ -1204,22 +1223,25 @@ local function take_search(pinfo, slp)
   slp.from = tostring(pinfo.src)
   slp.to = tostring(pinfo.dst)
   slp.detail = ""
+  local name = search_name(pinfo.src, slp)
   if rules[slp.rule].outcome == "accepted" then
-    for at = #searches, 1, -1 do
-      local earlier = searches[at]
-      if slp.time - earlier.time >= REPLY_TIME then
-        break
-      end
-      if earlier.xid == slp.xid and earlier.from == slp.from and
-          (is_group(earlier.to) or is_group(slp.to) or earlier.to == slp.to) and
-          rules[earlier.rule].outcome == "accepted" then
-        slp.rule = "repeated"
-        slp.detail = "first seen in frame " .. earlier.frame
-        break
-      end
+    local place = is_group(slp.to) and "group" or slp.to
+    local earlier = search_in_order[name .. " " .. (place == "group" and "any" or place)]
+    local to_group = search_in_order[name .. " group"]
+    if to_group and (not earlier or to_group.frame > earlier.frame) then
+      earlier = to_group
     end
+    if earlier and slp.time - earlier.time < REPLY_TIME then
+      slp.repeats = earlier
+      slp.own_rule = slp.rule
+      slp.rule = "repeated"
+      slp.detail = "first seen in frame " .. earlier.frame
+      return
+    end
+    search_in_order[name .. " " .. place] = slp
+    search_in_order[name .. " any"] = slp
   end
-  table.insert(searches, slp)
+  last_search[name] = slp
 end
 
 local function known_responder(slp)
@@ -1236,7 +1258,11 @@ local function known_responder(slp)
 end
 
 local function final_search_rule(slp, all_seen)
-  local in_order = rules[slp.rule].outcome == "accepted"
+  local own = slp.rule
+  if slp.repeats and all_seen and #slp.repeats.replies == 0 then
+    own = slp.own_rule
+  end
+  local in_order = rules[own].outcome == "accepted"
   if #slp.replies > 0 then
     return in_order and "answered" or "unexpected",
       in_order and "" or "the rule " .. slp.rule .. " forbids it"
@@ -1248,7 +1274,7 @@ local function final_search_rule(slp, all_seen)
   if responder then
     return "previous-responder", responder
   end
-  return slp.rule == "scope-asked" and "scope-unserved" or "no-reply", ""
+  return own == "scope-asked" and "scope-unserved" or "no-reply", ""
 end
 
 -- Wireshark's own, by the port that SLP has elsewhere.
@@ -1276,10 +1302,16 @@ local function is_second_sight(pinfo, frame, bytes)
   return way and way ~= SENT and datagram == last_sent
 end
 
+-- The library hears IPv4; and a message about an error quotes a datagram, which did not come again.
+local function carries_datagram(pinfo, frame)
+  local ip = ip_offset(pinfo, frame)
+  return ip and frame:byte(ip + 9) == 17
+end
+
 local function take_datagram(pinfo, frame)
   local bytes = datagram_of_frame[pinfo.number]
   datagram_of_frame[pinfo.number] = nil
-  if not bytes or is_second_sight(pinfo, frame, bytes) then
+  if not bytes or not carries_datagram(pinfo, frame) or is_second_sight(pinfo, frame, bytes) then
     return
   end
   local slp = read_slp(bytes)

@@ -98,13 +98,23 @@ void TakeTcp(Connections* connections, const Packet& packet, std::uint16_t port,
 // What is remembered of a search while replies to it may come.
 struct OpenSearch {
   std::size_t item;
-  std::uint32_t xid;
   SlpDatagram datagram;
+  std::size_t repeats = NO_ITEM;  // the search whose reply may be in progress
 };
+
+// Sender and XID.
+using SearchName = std::pair<std::uint32_t, std::uint32_t>;
+
+// Where a search went, beside the addresses of PCs.
+constexpr std::uint32_t ANYWHERE = 0;
+constexpr std::uint32_t GROUP = 0xFFFFFFFF;
 
 struct Searches {
   std::vector<OpenSearch> all;
-  std::set<std::string> pcs;  // addresses that have been announced
+  std::set<std::string> pcs;                 // addresses that have been announced
+  std::map<SearchName, std::size_t> latest;  // the last one that is no repeat, as item
+  // The last one in order, by where it went: a PC, the group, or anywhere.
+  std::map<std::pair<SearchName, std::uint32_t>, std::size_t> inOrder;
 };
 
 Item MakeDatagramItem(ItemKind kind, const Packet& packet, const SlpDatagram& datagram) {
@@ -136,19 +146,25 @@ void TakeReply(Searches* searches, const Packet& packet, const SlpDatagram& data
   } else {
     item.detail = problem;
   }
-  for (auto search = searches->all.rbegin(); search != searches->all.rend(); ++search) {
-    Item* known = &(*items)[search->item];
-    if (packet.timeUs - known->timeUs > REPLY_PATIENCE_US) {
-      break;
-    }
-    if (search->xid == datagram.xid && known->from.address == packet.to.address &&
-        known->rule != RULE_REPEATED) {
-      item.partner = search->item;
-      known->others.push_back(items->size());
-      break;
-    }
+  const auto search = searches->latest.find({packet.to.address, datagram.xid});
+  if (search != searches->latest.end() &&
+      packet.timeUs - (*items)[search->second].timeUs <= REPLY_PATIENCE_US) {
+    item.partner = search->second;
+    (*items)[search->second].others.push_back(items->size());
   }
   items->push_back(item);
+}
+
+// The last search in order of this name that could have reached the same PC; NO_ITEM for none.
+std::size_t EarlierSearch(const Searches& searches, const SearchName& name, std::uint32_t to) {
+  std::size_t latest = NO_ITEM;
+  for (const std::uint32_t place : {IsGroup(to) ? ANYWHERE : to, GROUP}) {
+    const auto found = searches.inOrder.find({name, place});
+    if (found != searches.inOrder.end() && (latest == NO_ITEM || found->second > latest)) {
+      latest = found->second;
+    }
+  }
+  return latest;
 }
 
 void TakeSearch(Searches* searches, const Packet& packet, const SlpDatagram& datagram,
@@ -159,23 +175,24 @@ void TakeSearch(Searches* searches, const Packet& packet, const SlpDatagram& dat
   item.hasRule = true;
   item.rule = datagram.judgement.rule;
   item.detail = datagram.judgement.detail;
-  const bool inOrder = RuleOf(item.rule).outcome == OUTCOME_ACCEPTED;
-  for (auto earlier = searches->all.rbegin(); inOrder && earlier != searches->all.rend();
-       ++earlier) {
-    const Item& known = (*items)[earlier->item];
-    if (packet.timeUs - known.timeUs >= REPLY_US) {
-      break;
-    }
-    if (earlier->xid == datagram.xid && known.from.address == packet.from.address &&
-        (IsGroup(known.to.address) || IsGroup(packet.to.address) ||
-         known.to.address == packet.to.address) &&
-        RuleOf(known.rule).outcome == OUTCOME_ACCEPTED) {
+  const SearchName name{packet.from.address, datagram.xid};
+  OpenSearch search{items->size(), datagram};
+  if (RuleOf(item.rule).outcome == OUTCOME_ACCEPTED) {
+    const std::size_t earlier = EarlierSearch(*searches, name, packet.to.address);
+    if (earlier != NO_ITEM && packet.timeUs - (*items)[earlier].timeUs < REPLY_US) {
+      search.repeats = earlier;
       item.rule = RULE_REPEATED;
-      item.detail = "first seen in frame " + std::to_string(known.frame);
-      break;
+      item.detail = "first seen in frame " + std::to_string((*items)[earlier].frame);
+    } else {
+      const bool isGroup = IsGroup(packet.to.address);
+      searches->inOrder[{name, isGroup ? GROUP : packet.to.address}] = items->size();
+      searches->inOrder[{name, ANYWHERE}] = items->size();
     }
   }
-  searches->all.push_back({items->size(), datagram.xid, datagram});
+  if (search.repeats == NO_ITEM) {
+    searches->latest[name] = items->size();
+  }
+  searches->all.push_back(search);
   items->push_back(item);
 }
 
@@ -195,10 +212,12 @@ void TakeUdp(Searches* searches, const Packet& packet, std::uint16_t port,
 // The PCs among the previous responders of a search: those that were asked or have announced
 // themselves.
 std::string KnownResponder(const Searches& searches, const OpenSearch& search, const Item& item,
-                           const std::string& pcAddress) {
+                           std::uint32_t pcAddress) {
   std::set<std::string> pcs = searches.pcs;
-  pcs.insert(pcAddress);
-  if (!IsGroup(item.to.address)) {
+  if (pcAddress != 0) {
+    pcs.insert(tools::AddressText(pcAddress));
+  }
+  if (item.to.address != 0 && !IsGroup(item.to.address)) {
     pcs = {tools::AddressText(item.to.address)};
   }
   for (const std::string& pc : pcs) {
@@ -220,11 +239,15 @@ void SettleSearch(const Searches& searches, const OpenSearch& search, bool fromC
     item->rule = inOrder ? RULE_ANSWERED : RULE_UNEXPECTED;
     return;
   }
+  if (search.repeats != NO_ITEM && (*items)[search.repeats].others.empty()) {
+    // No reply to the first was in progress: whatever kept the PC from it met this one too.
+    item->rule = search.datagram.judgement.rule;
+    item->detail = search.datagram.judgement.detail;
+  }
   if (RuleOf(item->rule).outcome != OUTCOME_ACCEPTED) {
     return;
   }
-  const std::string responder =
-      KnownResponder(searches, search, *item, tools::AddressText(surroundings.pcAddress));
+  const std::string responder = KnownResponder(searches, search, *item, surroundings.pcAddress);
   if (!responder.empty()) {
     item->rule = RULE_PREVIOUS_RESPONDER;
     item->detail = responder;
@@ -248,6 +271,9 @@ void SettleUnanswered(const Connections& connections, std::vector<Item>* items) 
       const Rule& rule = RuleOf(item->rule);
       if (rule.outcome == OUTCOME_ACCEPTED && connection.fromPc.known) {
         item->rule = RULE_NO_ANSWER;
+        if (connection.endedBy != nullptr) {
+          item->detail = std::string(connection.endedBy) + " ended the connection first";
+        }
       } else if (rule.outcome == OUTCOME_ACCEPTED || rule.outcome == OUTCOME_REFUSED) {
         item->detail += std::string(item->detail.empty() ? "" : "; ") +
                         (connection.fromPc.known ? "no answer was seen"

@@ -103,8 +103,10 @@ void TakeMessage(ConnectionAccount* connection, const Head& head, const std::str
   const Job* parent = nullptr;
   if (IsWord(head, tools::SUBEVENT_END_WORD)) {
     parent = FindOpenJob(connection, HeaderText(head, tools::HEADER_PARENT_UID));
-    // What only one side of a connection was captured of, the answers say nothing.
-    view.parentIsOpen = parent != nullptr && (parent->answered || !connection->fromPc.known);
+    // The START may lie before what was captured; and of a connection that only one side was
+    // captured of, the answers say nothing.
+    view.parentIsOpen = parent == nullptr ? !connection->begun
+                                          : parent->answered || !connection->fromPc.known;
   }
   const Judgement judgement = JudgeMessage(head, body, view);
   item.hasRule = true;
@@ -147,6 +149,11 @@ RuleId WhyUnfinished(const std::string& held) {
   return bare ? RULE_LF_LINES : RULE_HEAD_CUT;
 }
 
+// The bytes of a message that the library takes together; its Content-Length is not negative.
+std::size_t SizeOf(const Head& head) {
+  return std::min(head.length + static_cast<std::size_t>(head.contentLength), MESSAGE_LIMIT);
+}
+
 // Makes messages of what is held, as far as they are whole; `last` takes an unfinished body as it
 // stands.
 void CutMessages(ConnectionAccount* connection, bool last, std::vector<Item>* items) {
@@ -168,8 +175,7 @@ void CutMessages(ConnectionAccount* connection, bool last, std::vector<Item>* it
       DropHeld(connection, RULE_NEGATIVE_LENGTH, head, items);
       return;
     }
-    const std::size_t wanted =
-        total < 0 ? held->size() : std::min(static_cast<std::size_t>(total), MESSAGE_LIMIT);
+    const std::size_t wanted = total < 0 ? held->size() : SizeOf(head);
     if (held->size() < wanted && !last) {
       return;
     }
@@ -225,10 +231,10 @@ void TakeScannerBytes(ConnectionAccount* connection, const Piece& piece, std::ve
   NotePiece(side, piece);
   for (std::size_t at = 0; at < piece.bytes.size();) {
     side->firstUs = side->held.empty() ? piece.timeUs : side->firstUs;
-    // The library takes in no more at once than a head may have.
-    const bool inHead = ReadHead(side->held).state != HEAD_COMPLETE;
-    const std::size_t room = inHead ? HEAD_LIMIT - side->held.size() : std::string::npos;
-    const std::string taken = piece.bytes.substr(at, room);
+    // The library takes in no more at once than a head may have, or than a body lacks.
+    const Head head = ReadHead(side->held);
+    const std::size_t most = head.state == HEAD_COMPLETE ? SizeOf(head) : HEAD_LIMIT;
+    const std::string taken = piece.bytes.substr(at, most - side->held.size());
     at += taken.size();
     side->held += taken;
     CutMessages(connection, false, items);
@@ -315,9 +321,10 @@ void TieAnswer(ConnectionAccount* connection, std::size_t answer, std::vector<It
   if (asked.rule == RULE_ACCEPTED) {
     asked.rule = RuleOfAnswer(given);
     // The library keeps no START that it answered itself; whether it did, the END's answer tells.
-    if (given.status == tools::STATUS_BAD_PARENT && asked.start != NO_ITEM) {
+    if (given.status == tools::STATUS_BAD_PARENT) {
       asked.rule = RULE_PARENT;
-      asked.detail = "the library itself had answered that START";
+      asked.detail = asked.start != NO_ITEM ? "the library itself had answered that START"
+                                            : "its START is not in the capture";
     }
   } else if (predicted != given.status) {
     const bool isBusy = given.status == tools::STATUS_BUSY;
@@ -375,7 +382,8 @@ void TakePcBytes(ConnectionAccount* connection, const Piece& piece, std::vector<
     const Head head = ReadHead(side->held);
     const std::size_t total =
         head.length + static_cast<std::size_t>(std::max(head.contentLength, 0));
-    if (head.state == HEAD_MALFORMED) {
+    if (head.state == HEAD_MALFORMED ||
+        (head.state == HEAD_UNFINISHED && side->held.size() >= HEAD_LIMIT)) {
       side->held.clear();
     }
     if (head.state != HEAD_COMPLETE || side->held.size() < total) {
@@ -488,6 +496,9 @@ void TakePacket(ConnectionAccount* connection, const Packet& packet, std::vector
     }
   }
   if (packet.ends || packet.resets) {
+    if (connection->endedBy == nullptr) {
+      connection->endedBy = fromScanner ? "the scanner" : "the PC";
+    }
     side->ended = true;
     if (fromScanner) {
       NoteEnd(connection, packet, items);

@@ -52,6 +52,7 @@ struct ConnectionAccount {
   bool begun = false;     // its first packet asked for the connection
   bool accepted = false;  // the PC took it
   bool refused = false;
+  const char* endedBy = nullptr;  // by whom first
   bool judgedOnce = false;  // a connection that is not the main one gets a single answer
   Side fromScanner;
   Side fromPc;
