@@ -240,6 +240,15 @@ TEST(Explain, FollowsAConnection) {
          scene->Add(305, true, 1, 1000 + s - 300, "rest\n");
          scene->Add(306, false, 1, 5000, AnswerTo("17", "2003", "\r\n"));
        }},
+      {"a malformed head behind a long body, dropped with 4096 bytes",
+       "accepted start-line accepted",
+       [](Scene* scene, const std::string& r, std::uint32_t) {
+         const std::string padded = test::Request(test::Identity("1.00", "16"),
+                                                  test::DOCUMENT_V1 + std::string(5000, ' '));
+         const std::string wrong = "wrong\r\n\r\n";
+         scene->Add(1, true, 1, 1000, padded + wrong + std::string(4096 - wrong.size(), 'x') + r);
+         scene->Add(2, false, 1, 5000, Ok("16") + Ok("17"));
+       }},
       {"no pause yet", "accepted",
        [](Scene* scene, const std::string& r, std::uint32_t s) {
          scene->Add(1, true, 1, 1000, r.substr(0, s - 300));
@@ -307,6 +316,62 @@ TEST(Explain, FollowsAConnection) {
   pair.Add(5, false, 1, used, Ok("19"));
   pair.Add(6, true, 1, next(2), end);
   EXPECT_EQ(pair.Rules(), "accepted parent accepted parent");
+
+  // An END whose START came before the capture: the answer tells, and without one it is no fault.
+  for (const auto& [answer, rule] :
+       {std::pair{Ok("19"), "accepted"}, std::pair{AnswerTo("19", "2002", "\r\n"), "parent"}}) {
+    Scene late;
+    late.Add(1, true, 1, 1000, end);
+    late.Add(2, false, 1, 5000, answer);
+    EXPECT_EQ(late.Rules(), rule);
+  }
+  const auto alone = scanner::ExplainBytes(end, {});
+  EXPECT_EQ(alone[0].rule, scanner::RULE_ACCEPTED);
+}
+
+// A search, or a reply to it.
+std::string Slp(char function, const std::string& body) {
+  const std::string rest = std::string("\x20\0\0\0\0\x12\x34\0\2en", 11) + body;
+  return std::string("\2", 1) + function + std::string("\0\0", 2) +
+         static_cast<char>(5 + rest.size()) + rest;
+}
+std::string Search(const std::string& responders) {
+  return Slp(6, std::string(1, '\0') + static_cast<char>(responders.size()) + responders +
+                    std::string("\0\24service:Quorin-agent\0\7default\0\0\0\0", 35));
+}
+
+TEST(Explain, FollowsSearches) {
+  const std::string reply = Slp(7, std::string("\0\0\0\26(IPAddress=10.68.0.2)\0", 27));
+  constexpr std::uint32_t GROUP = 0xFDFFFFEFU;
+  const struct {
+    const char* name;
+    std::vector<std::pair<std::int64_t, bool>> datagrams;  // when; a search or a reply
+    std::string rules;
+  } cases[] = {
+      {"a repeat while the reply is in progress, and one after it",
+       {{0, true}, {10, false}, {1400, true}, {1600, true}, {1610, false}},
+       "answered repeated answered"},
+      {"a repeat of what nobody replies to", {{0, true}, {500, true}}, "no-reply no-reply"},
+      {"a reply to the repeat of what met none",
+       {{0, true}, {2000, true}, {2010, false}},
+       "no-reply answered"},
+  };
+  for (const auto& c : cases) {
+    Scene scene;
+    for (const auto& [ms, isSearch] : c.datagrams) {
+      scanner::Packet& packet = scene.Add(ms, isSearch, 2968, 0, isSearch ? Search("") : reply);
+      packet.isTcp = false;
+      packet.to.address = isSearch ? GROUP : SCANNER;
+    }
+    EXPECT_EQ(scene.Rules(), c.rules) << c.name;
+  }
+  // A datagram alone, and a PC's address from the command line.
+  scanner::Surroundings surroundings;
+  EXPECT_EQ(scanner::ExplainBytes(Search("0.0.0.0"), surroundings)[0].rule,
+            scanner::RULE_ANSWERABLE);
+  surroundings.pcAddress = PC;
+  EXPECT_EQ(scanner::ExplainBytes(Search("10.68.0.2"), surroundings)[0].rule,
+            scanner::RULE_PREVIOUS_RESPONDER);
 }
 
 // ---- Files ---------------------------------------------------------------------------------------

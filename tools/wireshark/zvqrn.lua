@@ -512,26 +512,27 @@ end
 
 -- The oldest job under this uid; nil when there is none, or one of them is an END.
 local function find_open_job(connection, uid)
-  local oldest
-  for _, job in ipairs(connection.jobs) do
-    if job.uid == uid then
-      if job.is_end then
-        return nil
-      end
-      oldest = oldest or job
+  local jobs = connection.jobs[uid]
+  for _, job in ipairs(jobs or {}) do
+    if job.is_end then
+      return nil
     end
   end
-  return oldest
+  return jobs and jobs[1]
 end
 
-local function remove_jobs(connection, is_meant)
-  local left = {}
-  for _, job in ipairs(connection.jobs) do
-    if not is_meant(job) then
-      table.insert(left, job)
-    end
+-- Adds to a list of a table of lists, and takes from it.
+local function add_to(lists, key, value)
+  lists[key] = lists[key] or {}
+  table.insert(lists[key], value)
+end
+
+local function take_from(lists, key, at)
+  local value = table.remove(lists[key], at)
+  if #lists[key] == 0 then
+    lists[key] = nil
   end
-  connection.jobs = left
+  return value
 end
 
 local function take_message(connection, head, message)
@@ -559,12 +560,11 @@ local function take_message(connection, head, message)
   end
   table.insert(connection.requests, item)
   if not head.is_response then
-    table.insert(connection.waiting, item)
+    add_to(connection.waiting, item.uid, item)
   end
   if rule == "accepted" then
-    table.insert(connection.jobs, {
-      item = item, uid = item.uid, is_start = subevent_of(head) == "START",
-      is_end = subevent_of(head) == "END",
+    add_to(connection.jobs, item.uid, {
+      item = item, is_start = subevent_of(head) == "START", is_end = subevent_of(head) == "END",
     })
   end
 end
@@ -687,16 +687,16 @@ local function rule_of_answer(answer)
 end
 
 local function settle_job(connection, request)
-  for _, job in ipairs(connection.jobs) do
+  for at, job in ipairs(connection.jobs[request.uid] or {}) do
     if job.item == request then
       if job.is_start then
         job.answered = true
         return
       end
-      local parent = request.start and request.start.uid
-      remove_jobs(connection, function(other)
-        return other.item == request or (parent and other.uid == parent)
-      end)
+      take_from(connection.jobs, request.uid, at)
+      if request.start then
+        connection.jobs[request.start.uid] = nil
+      end
       return
     end
   end
@@ -704,18 +704,19 @@ end
 
 -- Takes the request that an answer is for from those that wait.
 local function take_waiting(connection, uid)
-  local found
-  for at, item in ipairs(connection.waiting) do
-    if item.uid == uid then
-      local outcome = rules[item.rule].outcome
-      if outcome == "accepted" or outcome == "refused" then
-        found = at
-        break
-      end
-      found = found or at
+  local waiting = connection.waiting[uid]
+  if not waiting then
+    return nil
+  end
+  local found = 1
+  for at, item in ipairs(waiting) do
+    local outcome = rules[item.rule].outcome
+    if outcome == "accepted" or outcome == "refused" then
+      found = at
+      break
     end
   end
-  return found and table.remove(connection.waiting, found)
+  return take_from(connection.waiting, uid, found)
 end
 
 local function tie_answer(connection, answer)

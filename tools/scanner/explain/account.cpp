@@ -263,23 +263,18 @@ void SettleSearches(const Searches& searches, bool fromCapture, const Surroundin
   }
 }
 
-// Requests that nothing was wrong with and that nobody answered.
-void SettleUnanswered(const Connections& connections, std::vector<Item>* items) {
-  for (const ConnectionAccount& connection : connections.all) {
-    for (const std::size_t request : connection.waiting) {
-      Item* item = &(*items)[request];
-      const Rule& rule = RuleOf(item->rule);
-      if (rule.outcome == OUTCOME_ACCEPTED && connection.fromPc.known) {
-        item->rule = RULE_NO_ANSWER;
-        if (connection.endedBy != nullptr) {
-          item->detail = std::string(connection.endedBy) + " ended the connection first";
-        }
-      } else if (rule.outcome == OUTCOME_ACCEPTED || rule.outcome == OUTCOME_REFUSED) {
-        item->detail += std::string(item->detail.empty() ? "" : "; ") +
-                        (connection.fromPc.known ? "no answer was seen"
-                                                 : "nothing that the PC sent is in the capture");
-      }
+// A request that nobody answered.
+void SettleUnanswered(const ConnectionAccount& connection, Item* item) {
+  const Outcome outcome = RuleOf(item->rule).outcome;
+  if (outcome == OUTCOME_ACCEPTED && connection.fromPc.known) {
+    item->rule = RULE_NO_ANSWER;
+    if (connection.endedBy != nullptr) {
+      item->detail = std::string(connection.endedBy) + " ended the connection first";
     }
+  } else if (outcome == OUTCOME_ACCEPTED || outcome == OUTCOME_REFUSED) {
+    item->detail += std::string(item->detail.empty() ? "" : "; ") +
+                    (connection.fromPc.known ? "no answer was seen"
+                                             : "nothing that the PC sent is in the capture");
   }
 }
 
@@ -300,7 +295,13 @@ std::vector<Item> ExplainCapture(const Capture& capture, const Surroundings& sur
   for (ConnectionAccount& connection : connections.all) {
     EndConnection(&connection, &items);
   }
-  SettleUnanswered(connections, &items);
+  for (const ConnectionAccount& connection : connections.all) {
+    for (const auto& [uid, waiting] : connection.waiting) {
+      for (const std::size_t request : waiting) {
+        SettleUnanswered(connection, &items[request]);
+      }
+    }
+  }
   SettleSearches(searches, true, surroundings, &items);
   return items;
 }

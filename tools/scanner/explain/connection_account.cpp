@@ -1,7 +1,6 @@
 #include "scanner/explain/connection_account.h"
 
 #include <algorithm>
-#include <functional>
 
 #include "common/text.h"
 #include "common/vocabulary.h"
@@ -60,27 +59,20 @@ bool IsWord(const Head& head, const char* word) {
 
 // The oldest job under this uid; null when there is none, or one of them is an END.
 Job* FindOpenJob(ConnectionAccount* connection, const std::string& uid) {
-  Job* oldest = nullptr;
-  for (Job& job : connection->jobs) {
-    if (job.uid == uid) {
-      if (job.isEnd) {
-        return nullptr;
-      }
-      oldest = oldest == nullptr ? &job : oldest;
-    }
+  const auto found = connection->jobs.find(uid);
+  if (found == connection->jobs.end()) {
+    return nullptr;
   }
-  return oldest;
-}
-
-void RemoveJobs(ConnectionAccount* connection, const std::function<bool(const Job&)>& isMeant) {
-  auto& jobs = connection->jobs;
-  jobs.erase(std::remove_if(jobs.begin(), jobs.end(), isMeant), jobs.end());
+  std::vector<Job>& jobs = found->second;
+  const bool anyEnd =
+      std::any_of(jobs.begin(), jobs.end(), [](const Job& job) { return job.isEnd; });
+  return anyEnd ? nullptr : &jobs.front();
 }
 
 void NoteJob(ConnectionAccount* connection, const Head& head, std::size_t item) {
-  const std::string uid = HeaderText(head, tools::HEADER_UID);
-  connection->jobs.push_back({item, uid, IsWord(head, tools::SUBEVENT_START_WORD),
-                              IsWord(head, tools::SUBEVENT_END_WORD), false});
+  connection->jobs[HeaderText(head, tools::HEADER_UID)].push_back(
+      {item, IsWord(head, tools::SUBEVENT_START_WORD), IsWord(head, tools::SUBEVENT_END_WORD),
+       false});
 }
 
 // Judges one message of the scanner; `message` is as much of it as there is.
@@ -91,10 +83,10 @@ void TakeMessage(ConnectionAccount* connection, const Head& head, const std::str
   const std::string_view body = std::string_view(message).substr(head.length);
   item.title = RequestTitle(head, body);
   connection->requests.push_back(items->size());
-  if (!head.isResponse) {
-    connection->waiting.push_back(items->size());
-  }
   item.uid = HeaderText(head, tools::HEADER_UID);
+  if (!head.isResponse) {
+    connection->waiting[item.uid].push_back(items->size());
+  }
   item.size = message.size();
   item.fields = head.fields;
   ListElements(body, head.length, &item.fields);
@@ -105,8 +97,8 @@ void TakeMessage(ConnectionAccount* connection, const Head& head, const std::str
     parent = FindOpenJob(connection, HeaderText(head, tools::HEADER_PARENT_UID));
     // The START may lie before what was captured; and of a connection that only one side was
     // captured of, the answers say nothing.
-    view.parentIsOpen = parent == nullptr ? !connection->begun
-                                          : parent->answered || !connection->fromPc.known;
+    view.parentIsOpen =
+        parent == nullptr ? !connection->begun : parent->answered || !connection->fromPc.known;
   }
   const Judgement judgement = JudgeMessage(head, body, view);
   item.hasRule = true;
@@ -267,44 +259,47 @@ RuleId RuleOfAnswer(const Item& answer) {
 
 // Settles the job of a request as the library does with its answer.
 void SettleJob(ConnectionAccount* connection, std::size_t request, const std::vector<Item>& items) {
-  const auto job = std::find_if(connection->jobs.begin(), connection->jobs.end(),
+  const auto list = connection->jobs.find(items[request].uid);
+  if (list == connection->jobs.end()) {
+    return;
+  }
+  const auto job = std::find_if(list->second.begin(), list->second.end(),
                                 [&](const Job& known) { return known.item == request; });
-  if (job == connection->jobs.end()) {
+  if (job == list->second.end()) {
     return;
   }
   if (job->isStart) {
     job->answered = true;
     return;
   }
-  const std::string parent =
-      items[request].start == NO_ITEM ? std::string() : items[items[request].start].uid;
-  RemoveJobs(connection, [&](const Job& other) {
-    return other.item == request || (!parent.empty() && other.uid == parent);
-  });
+  list->second.erase(job);
+  if (list->second.empty()) {
+    connection->jobs.erase(list);
+  }
+  if (items[request].start != NO_ITEM) {
+    connection->jobs.erase(items[items[request].start].uid);
+  }
 }
 
 // Takes the request that an answer is for from those that wait: the oldest of this uid that is due
 // an answer, or else one that is due none.
 std::size_t TakeWaiting(ConnectionAccount* connection, const std::string& uid,
                         const std::vector<Item>& items) {
-  auto& waiting = connection->waiting;
-  auto found = waiting.end();
-  for (auto at = waiting.begin(); at != waiting.end(); ++at) {
-    if (items[*at].uid != uid) {
-      continue;
-    }
-    const Outcome outcome = RuleOf(items[*at].rule).outcome;
-    if (outcome == OUTCOME_ACCEPTED || outcome == OUTCOME_REFUSED) {
-      found = at;
-      break;
-    }
-    found = found == waiting.end() ? at : found;
-  }
-  if (found == waiting.end()) {
+  const auto list = connection->waiting.find(uid);
+  if (list == connection->waiting.end()) {
     return NO_ITEM;
   }
+  std::vector<std::size_t>& waiting = list->second;
+  auto found = std::find_if(waiting.begin(), waiting.end(), [&](std::size_t request) {
+    const Outcome outcome = RuleOf(items[request].rule).outcome;
+    return outcome == OUTCOME_ACCEPTED || outcome == OUTCOME_REFUSED;
+  });
+  found = found == waiting.end() ? waiting.begin() : found;
   const std::size_t request = *found;
   waiting.erase(found);
+  if (waiting.empty()) {
+    connection->waiting.erase(list);
+  }
   return request;
 }
 

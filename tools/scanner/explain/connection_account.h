@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -35,7 +36,6 @@ struct Side {
 // A request that the library has taken on, until its connection forgets it.
 struct Job {
   std::size_t item;
-  std::string uid;
   bool isStart;
   bool isEnd;
   bool answered;
@@ -53,12 +53,12 @@ struct ConnectionAccount {
   bool accepted = false;  // the PC took it
   bool refused = false;
   const char* endedBy = nullptr;  // by whom first
-  bool judgedOnce = false;  // a connection that is not the main one gets a single answer
+  bool judgedOnce = false;        // a connection that is not the main one gets a single answer
   Side fromScanner;
   Side fromPc;
-  std::vector<Job> jobs;
-  std::vector<std::size_t> requests;  // all of them, as items
-  std::vector<std::size_t> waiting;   // those that no answer has come to
+  std::map<std::string, std::vector<Job>> jobs;             // by uid, oldest first
+  std::vector<std::size_t> requests;                        // all of them, as items
+  std::map<std::string, std::vector<std::size_t>> waiting;  // by uid, those without an answer
 };
 
 // Takes the next packet of the connection.
