@@ -459,6 +459,7 @@ TEST(Explain, ReadsEveryFormOfCapture) {
     EXPECT_EQ(capture.packets[0].bytes, std::string("\2\6", 2)) << c.name;
     EXPECT_EQ(capture.packets[0].from.address, SCANNER) << c.name;
     EXPECT_FALSE(capture.cutShort) << c.name;
+    EXPECT_EQ(capture.partial, 0U) << c.name;
     // A file that ends early, or is none any more, is read as far as it goes.
     std::mt19937 random(1);
     for (std::size_t size = 4; size < c.file.size(); ++size) {
@@ -467,8 +468,15 @@ TEST(Explain, ReadsEveryFormOfCapture) {
       scanner::Capture changed;
       scanner::ReadCapture(Changed(c.file, &random), &changed, &why);
       EXPECT_EQ(rest.packets.empty(), true) << c.name << ", " << size << " bytes";
+      EXPECT_TRUE(rest.cutShort || size >= 24) << c.name << ", " << size << " bytes";
     }
   }
+  std::string partial = Pcap(0xA1B2C3D4, false, 101, packet, 5);
+  ++partial[36];
+  scanner::Capture capture;
+  std::string why;
+  ASSERT_TRUE(scanner::ReadCapture(partial, &capture, &why));
+  EXPECT_EQ(capture.partial, 1U);
 }
 
 TEST(Firewall, FindsTheRuleThatDecides) {

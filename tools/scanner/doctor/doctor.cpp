@@ -134,6 +134,9 @@ ExitCode Watch(const DoctorOptions& options, ExitCode exitCode, Account* account
 
 ExitCode RunDoctor(const DoctorOptions& options) {
   const SocketUse use;
+  if (!options.reportFile.empty()) {
+    CheckTicket(options.reportFile);
+  }
   Account account;
   Patient patient;
   account.json = options.json;
@@ -165,7 +168,10 @@ void AddDoctor(tools::CommandLine* program, Command* chosen) {
                  {"--scanner", "HOST", "Does this scanner reach the address that is announced?"},
                  &options->scanner);
   tools::AddText(command, {"--report", "FILE", "Write everything to this file, for a ticket"},
-                 &options->reportFile);
+                 &options->reportFile, [](const std::string& text) {
+                   return text.empty() ? std::string("the name of a file is missing")
+                                       : std::string();
+                 });
   tools::AddFlag(command, {"--watch", nullptr, "Look again until the PC is found; print changes"},
                  &options->watch);
   tools::AddFlag(command,

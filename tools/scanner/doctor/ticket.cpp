@@ -67,6 +67,12 @@ std::string Holders(const char* protocol, const std::vector<tools::PortOwner>& o
 
 }  // namespace
 
+void CheckTicket(const std::string& path) {
+  if (!std::ofstream(tools::PathOf(path), std::ios::binary | std::ios::app)) {
+    throw Failure(EXIT_LOCAL_TROUBLE, "cannot write '" + path + "'");
+  }
+}
+
 void WriteTicket(const std::string& path, const Account& account, const Patient& patient) {
   std::ofstream file(tools::PathOf(path), std::ios::binary | std::ios::trunc);
   file << CONTENTS << Section("Date", tools::TimeText() + "\n")

@@ -7,6 +7,9 @@
 
 namespace zvqrn::scanner {
 
+// Throws a Failure when the file cannot be written, before there is anything to write.
+void CheckTicket(const std::string& path);
+
 // Writes the file; throws a Failure when it cannot be written.
 void WriteTicket(const std::string& path, const Account& account, const Patient& patient);
 

@@ -138,8 +138,11 @@ void TakeFrame(std::uint32_t link, std::string_view bytes, Packet* made, Capture
   TakeIp(frame.From(at), made, capture);
 }
 
-void TakeRecord(std::uint32_t link, std::int64_t timeUs, std::string_view bytes, Capture* capture) {
+// `size` is how long the frame was before it was captured.
+void TakeRecord(std::uint32_t link, std::int64_t timeUs, std::string_view bytes, std::size_t size,
+                Capture* capture) {
   Packet made;
+  capture->partial += bytes.size() < size ? 1U : 0U;
   made.frame = ++capture->frames;
   made.timeUs = timeUs;
   TakeFrame(link, bytes, &made, capture);
@@ -151,6 +154,7 @@ bool ReadPcap(const Bytes& file, bool nanoseconds, Capture* capture) {
   constexpr std::size_t FILE_HEADER = 24;
   constexpr std::size_t RECORD_HEADER = 16;
   const std::uint32_t link = file.Number32(20) & 0x0FFFFFFFU;
+  capture->cutShort = file.text.size() < FILE_HEADER;
   for (std::size_t at = FILE_HEADER; at < file.text.size();) {
     const std::uint32_t size = file.Number32(at + 8);
     const std::size_t start = at + RECORD_HEADER;
@@ -160,7 +164,7 @@ bool ReadPcap(const Bytes& file, bool nanoseconds, Capture* capture) {
     }
     const std::int64_t fraction = file.Number32(at + 4);
     TakeRecord(link, file.Number32(at) * SECOND_US + (nanoseconds ? fraction / 1000 : fraction),
-               file.From(start, size), capture);
+               file.From(start, size), file.Number32(at + 12), capture);
     at = start + size;
   }
   return true;
@@ -204,9 +208,10 @@ void TakeBlock(std::uint32_t type, const Bytes& block, std::vector<Interface>* i
     const std::uint64_t ticks =
         static_cast<std::uint64_t>(block.Number32(12)) << 32U | block.Number32(16);
     TakeRecord(interface.link, Microseconds(ticks, interface.ticksPerSecond),
-               block.From(28, block.Number32(20)), capture);
+               block.From(28, block.Number32(20)), block.Number32(24), capture);
   } else if (type == PCAPNG_SIMPLE_PACKET && !interfaces->empty()) {
-    TakeRecord(interfaces->front().link, 0, block.From(12, block.Number32(8)), capture);
+    TakeRecord(interfaces->front().link, 0, block.From(12, block.Number32(8)), block.Number32(8),
+               capture);
   }
 }
 

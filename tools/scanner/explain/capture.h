@@ -28,6 +28,7 @@ struct Capture {
   std::vector<Packet> packets;
   std::size_t frames = 0;
   std::size_t fragments = 0;  // pieces of IP packets, which are not put together
+  std::size_t partial = 0;    // frames of which only the beginning was captured
   bool cutShort = false;      // the file ends inside a frame
   std::string lastSent;       // by the machine that captured, to know it when it comes to itself
 };

@@ -237,6 +237,7 @@ void PrintSummary(const ExplainOptions& options, const std::vector<Item>& items,
     tools::PrintJsonLine({{"event", "summary"},
                           {"frames", capture.frames},
                           {"fragments", capture.fragments},
+                          {"partial", capture.partial},
                           {"cutShort", capture.cutShort},
                           {"judged", totals.judged},
                           {"wrong", totals.wrong},
@@ -250,6 +251,10 @@ void PrintSummary(const ExplainOptions& options, const std::vector<Item>& items,
                      " unanswered; " + std::to_string(totals.unexpected) + " unexpected";
   if (capture.fragments > 0) {
     text += "; " + std::to_string(capture.fragments) + " pieces of IP packets were left out";
+  }
+  if (capture.partial > 0) {
+    text += "; of " + std::to_string(capture.partial) +
+            " frames only the beginning was captured, so do not trust what is said of them";
   }
   text += capture.cutShort ? "; the file ends inside a frame" : "";
   tools::PrintLine(text);
