@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <map>
 #include <sstream>
 #include <vector>
 
@@ -41,7 +42,26 @@ bool HoldsPort(const std::string& text) {
   return false;
 }
 
-// What a rule does with a packet to the port: "drop", "accept", or nothing that it decides alone.
+// True when the rule has a word that decides, or that leads to one.
+bool Decides(const Tokens& words) {
+  return std::any_of(words.begin(), words.end(), [](const std::string& word) {
+    return word == "drop" || word == "reject" || word == "accept" || word == "queue" ||
+           word == "jump" || word == "goto" || word == "vmap";
+  });
+}
+
+// True for conditions that a scanner's first packet from outside does not meet.
+bool IsForOthers(const std::string& word, const std::string& next, const std::string& protocol) {
+  const bool isLoopback =
+      (word == "iif" || word == "iifname") && (next == "\"lo\"" || next == "lo");
+  const bool isOther = word == "tcp" || word == "udp" || word.rfind("icmp", 0) == 0 ||
+                       word == "ip6" || word == "ct" || word == "igmp";
+  return isLoopback || (isOther && word != protocol) ||
+         ((word == "l4proto" || word == "protocol") && next != protocol);
+}
+
+// What a rule does with a packet to the port: "drop", "accept", "jump" or "goto" with the chain,
+// "?" when that hangs on more than the port, nothing when it is for others.
 std::string DecisionOf(const std::string& line, const std::string& protocol) {
   const Tokens words = Split(line);
   std::string decision;
@@ -66,8 +86,9 @@ std::string DecisionOf(const std::string& line, const std::string& protocol) {
           break;
         }
       }
-      if (!HoldsPort(ports)) {
-        return {};
+      const bool isPlain = ports.find_first_not_of("0123456789,-") == std::string::npos;
+      if (!isPlain || !HoldsPort(ports)) {
+        return isPlain ? "" : "?";
       }
     } else if ((word == "protocol" || word == "l4proto") && (next == protocol)) {
       ++i;
@@ -75,25 +96,60 @@ std::string DecisionOf(const std::string& line, const std::string& protocol) {
       return "drop";
     } else if (word == "accept") {
       return "accept";
-    } else if (word != "ip" && word != "meta") {
+    } else if (word == "jump" || word == "goto") {
+      return word + " " + next;
+    } else if (IsForOthers(word, next, protocol)) {
       return {};
+    } else if (word != "ip" && word != "meta") {
+      const std::string other = protocol == "udp" ? "tcp" : "udp";
+      const bool isOthers = std::find(words.begin(), words.end(), other) != words.end();
+      return Decides(words) && !isOthers ? "?" : "";
     }
   }
   return decision;
 }
 
 struct Chain {
-  std::string name;
   bool arriving = false;
   bool policyDrops = false;
-  FirewallFinding finding{FIREWALL_NONE, {}};
+  std::vector<std::string> rules;
 };
+using Chains = std::map<std::string, Chain>;  // by "family table chain name"
 
-FirewallFinding JudgeChain(const Chain& chain) {
-  if (chain.finding.verdict == FIREWALL_NONE && chain.policyDrops) {
-    return {FIREWALL_DROPS, chain.name + ": policy drop, and no rule lets the port in"};
+// The first rule that decides, here or in a chain that a rule leads to.
+FirewallFinding JudgeRules(const Chains& chains, const std::string& name,
+                           const std::string& protocol, int depth) {
+  constexpr int DEEPEST = 16;
+  const auto chain = chains.find(name);
+  if (chain == chains.end() || depth > DEEPEST) {
+    return {FIREWALL_NONE, {}};
   }
-  return chain.finding;
+  for (const std::string& rule : chain->second.rules) {
+    const std::string decision = DecisionOf(rule, protocol);
+    const std::string place = name + ": " + rule;
+    if (decision == "drop" || decision == "accept") {
+      return {decision == "drop" ? FIREWALL_DROPS : FIREWALL_ALLOWS, place};
+    }
+    if (decision == "?") {
+      return {FIREWALL_UNREADABLE, place};
+    }
+    if (!decision.empty()) {
+      const std::string other = name.substr(0, name.rfind(' ') + 1) + decision.substr(5);
+      const FirewallFinding finding = JudgeRules(chains, other, protocol, depth + 1);
+      if (finding.verdict != FIREWALL_NONE || decision.rfind("goto", 0) == 0) {
+        return finding;
+      }
+    }
+  }
+  return {FIREWALL_NONE, {}};
+}
+
+// How much a finding of one chain counts beside another's.
+int Weight(FirewallVerdict verdict) {
+  return verdict == FIREWALL_DROPS        ? 3
+         : verdict == FIREWALL_UNREADABLE ? 2
+         : verdict == FIREWALL_ALLOWS     ? 1
+                                          : 0;
 }
 
 std::string Trim(const std::string& line) {
@@ -134,33 +190,36 @@ FirewallFinding ReadWindowsFirewall(const std::string& protocol) {
 
 FirewallFinding JudgeNftables(const std::string& ruleset, const std::string& protocol) {
   std::istringstream lines(ruleset);
-  Chain chain;
-  FirewallFinding worst{FIREWALL_NONE, {}};
+  Chains chains;
+  Chain* chain = nullptr;
   std::string table;
   for (std::string line; std::getline(lines, line);) {
     const std::string text = Trim(line);
     const Tokens words = Split(text);
     if (words.size() >= 3 && words[0] == "table") {
-      table = words[1] + " " + words[2];
-    } else if (words.size() >= 2 && words[0] == "chain") {
-      chain = Chain();
-      chain.name = table + " chain " + words[1];
-    } else if (text.rfind("type filter hook input", 0) == 0) {
-      chain.arriving = true;
-      chain.policyDrops = text.find("policy drop") != std::string::npos;
-    } else if (text == "}" && chain.arriving) {
-      const FirewallFinding finding = JudgeChain(chain);
-      if (finding.verdict == FIREWALL_DROPS || worst.verdict == FIREWALL_NONE) {
-        worst = finding;
-      }
-      chain = Chain();
-    } else if (chain.arriving && chain.finding.verdict == FIREWALL_NONE) {
-      const std::string decision = DecisionOf(text, protocol);
-      if (!decision.empty()) {
-        chain.finding = {decision == "drop" ? FIREWALL_DROPS : FIREWALL_ALLOWS,
-                         chain.name + ": " + text};
-      }
+      // The service is IPv4 only, and bridges are another matter.
+      table = words[1] == "ip" || words[1] == "inet" ? words[1] + " " + words[2] : std::string();
+    } else if (words.size() >= 2 && words[0] == "chain" && !table.empty()) {
+      chain = &chains[table + " chain " + words[1]];
+    } else if (text == "}") {
+      chain = nullptr;
+    } else if (chain != nullptr && text.rfind("type ", 0) == 0) {
+      chain->arriving = text.rfind("type filter hook input", 0) == 0;
+      chain->policyDrops = text.find("policy drop") != std::string::npos;
+    } else if (chain != nullptr) {
+      chain->rules.push_back(text);
     }
+  }
+  FirewallFinding worst{FIREWALL_NONE, {}};
+  for (const auto& [name, judged] : chains) {
+    FirewallFinding finding{FIREWALL_NONE, {}};
+    if (judged.arriving) {
+      finding = JudgeRules(chains, name, protocol, 0);
+    }
+    if (finding.verdict == FIREWALL_NONE && judged.arriving && judged.policyDrops) {
+      finding = {FIREWALL_DROPS, name + ": policy drop, and no rule lets the port in"};
+    }
+    worst = Weight(finding.verdict) > Weight(worst.verdict) ? finding : worst;
   }
   return worst;
 }

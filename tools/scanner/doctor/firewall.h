@@ -21,8 +21,8 @@ struct FirewallFinding {
 FirewallFinding ReadFirewall(const std::string& protocol);
 
 // Judges a rule set as nft prints it: the first rule of each chain for arriving packets that
-// decides on the port counts, then the chain's policy.  Rules with further conditions (addresses,
-// adapters, states) are left out, as are the chains that a rule jumps to.
+// decides on the port counts, then the chain's policy.  FIREWALL_UNREADABLE, and the rule, where
+// that hangs on more than the port (addresses, adapters, named sets).
 FirewallFinding JudgeNftables(const std::string& ruleset, const std::string& protocol);
 
 }  // namespace zvqrn::scanner

@@ -278,7 +278,9 @@ void CheckFirewall(Account* account) {
         Report(account, topic, VERDICT_OK, "no rule stands against port 2968");
         break;
       default:
-        Report(account, topic, VERDICT_NOTE, "not to be read by this user, or of an unknown kind",
+        Report(account, topic, VERDICT_NOTE,
+               why.empty() ? "not to be read by this user, or of an unknown kind"
+                           : "not to be told by the port alone: " + why,
                "firewall-" + protocol, FIREWALL_COMMAND);
         break;
     }
