@@ -70,7 +70,11 @@ void TakeTransport(const Bytes& packet, std::size_t headerSize, Packet* made, Ca
     made->resets = (flags & 0x04U) != 0;
     made->bytes = std::string(segment.From((segment.Byte(12) >> 4U) * std::size_t{4}));
   } else {
-    made->bytes = std::string(segment.From(UDP_HEADER));
+    const std::size_t length = segment.Big16(4);
+    if (length < UDP_HEADER) {
+      return;
+    }
+    made->bytes = std::string(segment.From(UDP_HEADER, length - UDP_HEADER));
   }
   capture->packets.push_back(*made);
 }
