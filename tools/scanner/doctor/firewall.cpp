@@ -97,7 +97,7 @@ std::string DecisionOf(const std::string& line, const std::string& protocol) {
     } else if (word == "accept") {
       return "accept";
     } else if (word == "jump" || word == "goto") {
-      return word + " " + next;
+      return std::string(word).append(" ").append(next);
     } else if (IsForOthers(word, next, protocol)) {
       return {};
     } else if (word != "ip" && word != "meta") {
@@ -126,7 +126,7 @@ FirewallFinding JudgeRules(const Chains& chains, const std::string& name,
   }
   for (const std::string& rule : chain->second.rules) {
     const std::string decision = DecisionOf(rule, protocol);
-    const std::string place = name + ": " + rule;
+    const std::string place = std::string(name).append(": ").append(rule);
     if (decision == "drop" || decision == "accept") {
       return {decision == "drop" ? FIREWALL_DROPS : FIREWALL_ALLOWS, place};
     }
@@ -135,7 +135,7 @@ FirewallFinding JudgeRules(const Chains& chains, const std::string& name,
     }
     if (!decision.empty()) {
       const std::string other = name.substr(0, name.rfind(' ') + 1) + decision.substr(5);
-      const FirewallFinding finding = JudgeRules(chains, other, protocol, depth + 1);
+      FirewallFinding finding = JudgeRules(chains, other, protocol, depth + 1);
       if (finding.verdict != FIREWALL_NONE || decision.rfind("goto", 0) == 0) {
         return finding;
       }
