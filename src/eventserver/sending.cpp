@@ -4,6 +4,7 @@
 #include "base/service_state.h"
 #include "eventproto/message_reader.h"
 #include "eventproto/message_writer.h"
+#include "eventproto/outgoing_message.h"
 #include "platform/clock.h"
 #include "platform/thread.h"
 
@@ -23,8 +24,8 @@ bool MustGiveUp(std::int64_t stalledSince) {
 }
 
 // Sends bytes as one blocking send would: goes on until the system has taken all of them.  Gives
-// their count; 0 when the system took none without saying that there is no room; negative when
-// sending failed or had to be given up.
+// their count, or less when the system took none without saying that there is no room; negative
+// when sending failed or had to be given up.
 std::int32_t SendWhole(platform::SocketHandle socket, const char* bytes, std::int32_t size) {
   std::int32_t sent = 0;
   std::int64_t stalledSince = platform::MonotonicMilliseconds();
@@ -58,10 +59,15 @@ bool SendMessageBytes(platform::SocketHandle socket, const OutgoingMessage& mess
     return false;
   }
   const OwnedBlock<char> bytes(made);
+  std::int32_t sent = 0;
   for (;;) {
-    const std::int32_t sent = SendWhole(socket, bytes.get(), size);
-    if (sent != 0) {
-      return sent > 0;
+    const std::int32_t count = SendWhole(socket, bytes.get() + sent, size - sent);
+    if (count < 0) {
+      return false;
+    }
+    sent += count;
+    if (sent == size) {
+      return true;
     }
     (*emptySends)++;
     if (*emptySends >= EMPTY_SEND_LIMIT) {
@@ -71,50 +77,38 @@ bool SendMessageBytes(platform::SocketHandle socket, const OutgoingMessage& mess
   }
 }
 
-// The first and the last node of the queue; false when the queue cannot be used.
-bool LookIntoQueue(const ListNode** first, const ListNode** last) {
-  const LockScope scope(&service.sendQueueLock);
-  if (!scope.Held()) {
-    return false;
-  }
-  *first = service.sendQueue.head;
-  *last = service.sendQueue.tail;
-  return true;
-}
-
-// Removes the head, which is what was last sent, and gives the new one.
-const ListNode* RemoveHead() {
-  const LockScope scope(&service.sendQueueLock);
-  if (!scope.Held()) {
-    return nullptr;
-  }
-  ListRemove(&service.sendQueue, service.sendQueue.head);
-  return service.sendQueue.head;
-}
-
 }  // namespace
 
 FlushResult FlushSendQueue(platform::SocketHandle socket) {
-  const ListNode* node = nullptr;
-  const ListNode* last = nullptr;
-  if (socket <= platform::NO_SOCKET || !LookIntoQueue(&node, &last)) {
+  if (socket <= platform::NO_SOCKET) {
     return FLUSH_FAILED;
   }
-  if (node == nullptr) {
-    return FLUSH_EMPTY;
-  }
-  // Messages queued meanwhile wait for the next flush, so that a busy host cannot keep this thread
-  // from reading.
   std::int32_t emptySends = 0;
-  bool sent = true;
-  bool more = true;
-  while (sent && more) {
-    sent = SendMessageBytes(socket, *static_cast<const OutgoingMessage*>(node->item), &emptySends);
-    more = node != last;
-    node = RemoveHead();
-    more = more && node != nullptr;
+  FlushResult result = FLUSH_EMPTY;
+  const ListNode* last = nullptr;
+  for (bool more = true; more; result = FLUSH_SENT) {
+    OwnedOutgoingMessage message;
+    {
+      const LockScope scope(&service.sendQueueLock);
+      if (!scope.Held()) {
+        return FLUSH_FAILED;
+      }
+      ListNode* head = service.sendQueue.head;
+      if (head == nullptr) {
+        return result;
+      }
+      // Messages queued from now on wait for the next flush, so that a busy host cannot keep this
+      // thread from reading.
+      last = last == nullptr ? service.sendQueue.tail : last;
+      more = head != last;
+      // Taken before it is sent: one that could not be taken afterwards would be sent again.
+      message.reset(static_cast<OutgoingMessage*>(ListTake(&service.sendQueue, head)));
+    }
+    if (!SendMessageBytes(socket, *message, &emptySends)) {
+      return FLUSH_FAILED;
+    }
   }
-  return sent ? FLUSH_SENT : FLUSH_FAILED;
+  return result;
 }
 
 }  // namespace zvqrn

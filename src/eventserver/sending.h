@@ -24,7 +24,7 @@ enum FlushResult : std::int32_t {
 };
 
 // Sends the messages that are in the queue when it is called, oldest first, and removes each, sent
-// or not.  sendQueueLock is held only to look into the queue: while bytes wait for a slow scanner,
+// or not.  sendQueueLock is held only to take one off: while bytes wait for a slow scanner,
 // the host and the delivery threads go on queueing.
 FlushResult FlushSendQueue(platform::SocketHandle socket);
 
