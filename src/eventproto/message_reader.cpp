@@ -117,18 +117,24 @@ ReadResult ReceiveWithTimeout(platform::SocketHandle socket, char* buffer, std::
   // The bytes are mostly there already, and a wait would tell no more than that.
   std::int32_t count = platform::ReceiveBytes(socket, buffer, length);
   if (count == platform::RECEIVE_NOTHING) {
-    const platform::SocketWait wait = platform::WaitReadable(socket, RECEIVE_TIMEOUT_MS);
-    if (wait != platform::SOCKET_READY) {
-      return wait == platform::SOCKET_TIMED_OUT ? READ_TIMED_OUT : READ_FAILED;
+    // A wait can be woken for bytes that turn out not to be there: then it goes on.
+    const std::int64_t deadline = platform::MonotonicMilliseconds() + RECEIVE_TIMEOUT_MS;
+    for (std::int64_t left = RECEIVE_TIMEOUT_MS; count == platform::RECEIVE_NOTHING;
+         left = deadline - platform::MonotonicMilliseconds()) {
+      const platform::SocketWait wait =
+          left > 0 ? platform::WaitReadable(socket, static_cast<std::int32_t>(left))
+                   : platform::SOCKET_TIMED_OUT;
+      if (wait != platform::SOCKET_READY) {
+        return wait == platform::SOCKET_TIMED_OUT ? READ_TIMED_OUT : READ_FAILED;
+      }
+      count = platform::ReceiveBytes(socket, buffer, length);
     }
-    count = platform::ReceiveBytes(socket, buffer, length);
   }
   if (count == 0) {
     return READ_CLOSED;
   }
   if (count < 0) {
-    // A wait can be woken for bytes that turn out not to be there.
-    return count == platform::RECEIVE_NOTHING ? READ_TIMED_OUT : READ_FAILED;
+    return READ_FAILED;
   }
   *received = count;
   return READ_DONE;
