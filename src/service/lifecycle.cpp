@@ -109,9 +109,10 @@ bool BringUp() {
   return true;
 }
 
-// A service that waits for an address has a watcher, or one whose restart has failed.
+// Of a service that does not run: one that waits for an address has a watcher, or one whose restart
+// has failed.
 bool Waits() {
-  return IsServiceRunning() == 0 && service.watcherStopEvent != nullptr;
+  return service.watcherStopEvent != nullptr;
 }
 
 // What remains of a run when its threads have been told to end.
@@ -160,11 +161,12 @@ std::int32_t StopService() {
   if (!turn.Taken()) {
     return 0;
   }
-  const bool runs = IsServiceRunning() == 1;
-  if (runs || Waits()) {
+  // Asked once: a flag that could be read a moment ago may be unreadable now.
+  const std::int32_t running = IsServiceRunning();
+  if (running == 1 || (running == 0 && Waits())) {
     EndRun();
   }
-  return runs ? 1 : 0;
+  return running == 1 ? 1 : 0;
 }
 
 }  // namespace zvqrn
