@@ -1,11 +1,12 @@
 # The commands of this repository.  Each installs the Debian packages that it needs if they are
 # missing (as root, or with sudo).
 
-.PHONY: help demo test bench fuzz soak windows package format lint clean
+.PHONY: help demo test simulate simulate-mutants simulate-coverage bench fuzz soak windows package format lint clean
 
 help:
 	@echo 'make demo     build, and show a scanner and a host talking through the library'
 	@echo 'make test     build and run every test'
+	@echo 'make simulate lives of the service on a simulated machine: SEEDS=n, or SEED=n for one with its diary'
 	@echo 'make bench    measure the library beside others, and print a table'
 	@echo 'make fuzz     fuzz for SECONDS=300, all targets or TARGETS="..."'
 	@echo 'make soak     ten minutes of everything at once (MINUTES=n), watched for what grows'
@@ -23,6 +24,20 @@ demo:
 test:
 	@scripts/install_packages.sh test
 	@scripts/run_tests.sh
+
+SEEDS = 100000
+simulate:
+	@scripts/install_packages.sh build
+	@scripts/build.sh simulation
+	@build/simulation/simulate $(if $(SEED),--seed $(SEED),--kept simulation/seeds/kept.txt --seeds $(SEEDS))
+
+simulate-mutants:
+	@scripts/install_packages.sh build
+	@scripts/simulate_mutants.sh $(MUTANTS)
+
+simulate-coverage:
+	@scripts/install_packages.sh fuzz
+	@scripts/simulate_coverage.sh $(SEEDS)
 
 bench:
 	@scripts/install_packages.sh bench
@@ -49,7 +64,7 @@ package:
 
 format:
 	@scripts/install_packages.sh test
-	@find src include tools tests bench fuzz examples packaging -name '*.c' -o -name '*.cpp' -o -name '*.h' | xargs clang-format -i
+	@find src include tools tests bench fuzz simulation examples packaging -name '*.c' -o -name '*.cpp' -o -name '*.h' | xargs clang-format -i
 
 lint:
 	@scripts/install_packages.sh test

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Checks the layout of every source file, the library's, the tools' and the benchmarks' code with
-# clang-tidy, the scripts, and that the floors of src/ include downwards only.  Needs the preset debug
+# Checks the layout of every source file, the library's, the tools', the benchmarks' and the simulated
+# machine's code with clang-tidy, the scripts, and that the floors of src/ include downwards only.  Needs the preset debug
 # configured.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-mapfile -t sources < <(find src include tools tests bench fuzz examples packaging \
+mapfile -t sources < <(find src include tools tests bench fuzz simulation examples packaging \
   -name '*.c' -o -name '*.cpp' -o -name '*.h' | sort)
 clang-format --dry-run --Werror "${sources[@]}"
 shellcheck scripts/*.sh .ci/run
@@ -61,3 +61,5 @@ tidy() {
 cmake --preset bench >/dev/null
 tidy debug src tools
 tidy bench bench
+cmake --preset simulation >/dev/null
+tidy simulation simulation

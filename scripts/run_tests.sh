@@ -73,7 +73,9 @@ last=compile-asan
 compile_for_windows x64
 [[ $way == emulated ]] || compile_for_windows x86
 part compile compile-tsan "$last" compile tsan test_programs
-part compile compile-release compile-tsan compile release
+part compile compile-simulation compile-tsan compile simulation
+part compile compile-simulation-asan compile-simulation compile simulation-asan
+part compile compile-release compile-simulation-asan compile release
 part compile compile-fuzz compile-release compile fuzz fuzz
 
 # The checks of sources compute all the time: they fill what the others leave.
@@ -81,6 +83,7 @@ part check lint compile-debug lint
 part tests debug compile-debug test_natively debug
 part tests asan compile-asan test_natively asan
 part tests tsan compile-tsan test_natively tsan
+part tests simulation compile-simulation-asan scripts/simulate_tests.sh
 part check demo asan scripts/demo.sh build/asan
 part check soak demo scripts/soak.sh --seconds 20 --preset asan
 part tests tools compile-asan scripts/check_tools.sh build/asan

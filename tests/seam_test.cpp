@@ -1,4 +1,5 @@
 // The service with single calls of the platform replaced: long waits, and refusals of the system.
+// Built for the simulated machine too, so that what it does is what the real ones do.
 
 #include <gtest/gtest.h>
 
@@ -6,7 +7,6 @@
 #include <cstring>
 #include <memory>
 #include <string>
-#include <thread>
 
 #include "base/service_state.h"
 #include "discovery/attribute_list.h"
@@ -15,6 +15,7 @@
 #include "platform/sync.h"
 #include "platform/thread.h"
 #include "support/host.h"
+#include "support/host_thread.h"
 #include "support/messages.h"
 #include "support/patience.h"
 #include "support/process.h"
@@ -52,7 +53,7 @@ std::int32_t QRN_EXPORT NeedsMuchStack(const char* product, char* driver) {
 class Seam : public testing::Test {
  protected:
   void SetUp() override {
-    isTestThread = true;
+    testThread = platform::CurrentThreadId();
     longestWait = 0;
     ASSERT_TRUE(platform::OnLibraryLoad());
     service.getTwainName = &KnowsEveryScanner;
@@ -252,7 +253,7 @@ TEST_F(Seam, AnswersLateRequestsForAQuarterOfASecond) {
   for (std::int32_t i = 0; i < MANY; i++) {
     scanner.Send(late);
   }
-  std::thread stopper([this] { EXPECT_EQ(host.Stop(), 1); });
+  HostThread stopper([this] { EXPECT_EQ(host.Stop(), 1); });
   EXPECT_NE(scanner.Receive().find("x-status : 0001\r\n"), std::string::npos);
   std::int32_t answers = 0;
   while (scanner.Receive().find("x-status : 2001\r\n") != std::string::npos) {
@@ -300,7 +301,7 @@ TEST_F(Seam, GivesUpASendThatStalls) {
   for (const bool reads : {false, true}) {
     Scanner scanner;
     stall(&scanner);
-    std::thread stopper([this] { EXPECT_EQ(host.Stop(), 1); });
+    HostThread stopper([this] { EXPECT_EQ(host.Stop(), 1); });
     EXPECT_TRUE(Eventually([] { return StopRequested(); }));
     LetTheConnectionLook();
     stoppedClock += 1999;

@@ -27,7 +27,7 @@ std::atomic<bool> resolvesToNothing{false};
 std::atomic<std::int32_t> refusedJoins{0};
 std::atomic<std::uintptr_t> askingThread{0};
 std::atomic<bool> completesInstead{false};
-thread_local bool isTestThread = false;
+std::atomic<std::uintptr_t> testThread{0};
 
 namespace {
 
@@ -36,9 +36,13 @@ constexpr std::int32_t ENDLESS_MS = 60000;
 
 std::atomic<platform::SocketHandle> acceptedLast{platform::NO_SOCKET};
 
+bool OnTestThread() {
+  return platform::CurrentThreadId() == testThread.load();
+}
+
 // Notes a wait of the library for a socket and gives how long it really lasts.
 std::int32_t NoteWait(platform::SocketHandle socket, std::int32_t milliseconds) {
-  if (isTestThread) {
+  if (OnTestThread()) {
     return milliseconds;
   }
   if (milliseconds > longestWait.load()) {
@@ -63,7 +67,7 @@ using zvqrn::platform::StackKind;
 using zvqrn::platform::ThreadProcedure;
 using zvqrn::platform::Waker;
 using zvqrn::platform::WakerWait;
-using zvqrn::test::isTestThread;
+using zvqrn::test::OnTestThread;
 
 #define REAL_ADDRESS __real__ZN5zvqrn8platform16FirstHostAddressEPKcPj
 #define WRAP_ADDRESS __wrap__ZN5zvqrn8platform16FirstHostAddressEPKcPj
@@ -113,7 +117,7 @@ bool WRAP(9JoinGroupE, jPNS0_15GroupMembershipE)(SocketHandle socket, std::uint3
 std::int64_t REAL_CLOCK();
 std::int64_t WRAP_CLOCK() {
   const std::int64_t stopped = zvqrn::test::stoppedClock.load();
-  return isTestThread || stopped == 0 ? REAL_CLOCK() : stopped;
+  return OnTestThread() || stopped == 0 ? REAL_CLOCK() : stopped;
 }
 
 SocketWait REAL(12WaitReadableE, i)(SocketHandle socket, std::int32_t milliseconds);
@@ -165,10 +169,10 @@ std::uintptr_t WRAP_START(ThreadProcedure procedure, void* argument, StackKind s
 
 std::int32_t REAL(9SendBytesE, PKvi)(SocketHandle socket, const void* bytes, std::int32_t size);
 std::int32_t WRAP(9SendBytesE, PKvi)(SocketHandle socket, const void* bytes, std::int32_t size) {
-  if (void (*const act)() = isTestThread ? nullptr : zvqrn::test::beforeSend.load()) {
+  if (void (*const act)() = OnTestThread() ? nullptr : zvqrn::test::beforeSend.load()) {
     act();
   }
-  if (!isTestThread && zvqrn::test::emptySends.load() > 0) {
+  if (!OnTestThread() && zvqrn::test::emptySends.load() > 0) {
     zvqrn::test::emptySends--;
     return 0;
   }

@@ -60,7 +60,7 @@ void TellOfAddressChange();
 extern std::atomic<std::uintptr_t> askingThread;
 extern std::atomic<bool> completesInstead;
 
-// True on threads of the test itself, whose calls are left alone.
-extern thread_local bool isTestThread;
+// The test's own thread, whose calls are left alone.
+extern std::atomic<std::uintptr_t> testThread;
 
 }  // namespace zvqrn::test

@@ -72,6 +72,8 @@ Scanner::Filled Scanner::Fill(std::int64_t deadline) {
         ended_ = true;
         return count == 0 ? ENDED : BROKEN_OFF;
       }
+    } else if (left == 0) {
+      return TIMED_OUT;
     }
   }
 }
