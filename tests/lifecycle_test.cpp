@@ -15,7 +15,6 @@
 #include <set>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "platform/clock.h"
 #include "platform/socket.h"
@@ -318,74 +317,6 @@ TEST(Lifecycle, GoesOnAfterASignal) {
 }
 
 #endif
-
-// Threads of the host call every export while connections and the service itself come and go.
-TEST(Lifecycle, SurvivesExportsAtAnyMoment) {
-  Host host(LibraryPath());
-  std::atomic<bool> done{false};
-  std::atomic<std::int32_t> sent{0};
-  host.verdict = [&](EventHeader* header) {
-    EventHeader copy = *header;
-    sent += host.library.sendData(&copy, "data", 4);
-    return QRN_RESPONSE_OK;
-  };
-  std::vector<std::thread> callers;
-  callers.emplace_back([&] {
-    while (!done.load()) {
-      char name[15];
-      std::int32_t length = 15;
-      host.library.getPcName(name, &length);
-      host.library.setPcName("SOMEBODY", 8);
-    }
-  });
-  callers.emplace_back([&] {
-    EventHeader header{};
-    header.uid[0] = '1';
-    while (!done.load()) {
-      EventHeader copy = header;
-      sent += host.library.sendData(&copy, "more", 4);
-    }
-  });
-  std::atomic<std::int32_t> running{0};
-  for (std::int32_t i = 0; i < 3; i++) {
-    callers.emplace_back([&] {
-      while (!done.load()) {
-        running += host.Start();
-        platform::SleepMilliseconds(700);
-        running -= host.Stop();
-      }
-    });
-  }
-  const std::int64_t begin = platform::MonotonicMilliseconds();
-  std::int32_t answered = 0;
-  const auto goesOn = [&](std::int64_t now) {
-    return now < begin + 5000 || (now < begin + PATIENCE_MS && (answered == 0 || sent == 0));
-  };
-  for (std::int32_t patience = 0; goesOn(platform::MonotonicMilliseconds());
-       patience = (patience + 50) % 500) {
-    const platform::SocketHandle socket = platform::OpenTcpSocket();
-    std::uint32_t address = 0;
-    platform::TextToAddress("127.0.0.1", &address);
-    if (platform::ConnectTo(socket, address, 2968, 100) == platform::CONNECT_DONE) {
-      const std::string request =
-          Request(Identity("2.00", "1") + "x-subevent : START\r\n", DOCUMENT_V2);
-      platform::SendBytes(socket, request.data(), static_cast<std::int32_t>(request.size()));
-      char bytes[4096];
-      answered += platform::WaitReadable(socket, patience) == platform::SOCKET_READY &&
-                          platform::ReceiveBytes(socket, bytes, sizeof bytes) > 0
-                      ? 1
-                      : 0;
-    }
-    platform::CloseSocket(socket);
-  }
-  done = true;
-  for (std::thread& caller : callers) {
-    caller.join();
-  }
-  EXPECT_EQ(running.load(), host.Stop()) << "each start that succeeds has its stop";
-  EXPECT_GT(answered, 0);
-  EXPECT_GT(sent.load(), 0);
-}
 
 // What start, stop, the name's two and the data's function give, a digit each.
 std::int32_t ResultsOfExports(Host* host, EventHeader request) {
