@@ -179,7 +179,9 @@ void RunLives(const char* program, std::uint64_t first, std::int64_t count, std:
       PrintProgress(count, told - begin);
     }
   }
-  PrintProgress(count, Now() - begin);
+  if (count > 1) {
+    PrintProgress(count, Now() - begin);
+  }
   close(turn[0]);
   close(turn[1]);
 }

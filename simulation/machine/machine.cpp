@@ -51,7 +51,7 @@ constexpr std::int64_t CALLS_WITHOUT_TIME = 400000;
 constexpr std::int64_t YIELDS_ALONE = 64;
 
 // No life lasts that long.
-constexpr Micros LIFE_LIMIT = 4 * 3600 * SECOND;
+constexpr Micros LIFE_LIMIT = 14400 * SECOND;
 
 // How many of a life's calls are likely places for a priority to drop.
 constexpr std::int64_t PRIORITY_CALLS = 5000;

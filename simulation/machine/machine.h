@@ -126,7 +126,7 @@ void RunLife(std::uint64_t seed, const Temper& temper, const std::function<void(
 bool InLife();
 
 // Starts a thread of an actor's or a host's; without a name it is called by its number.
-constexpr std::size_t LARGE_STACK = 1024 * 1024;
+constexpr std::size_t LARGE_STACK = std::size_t{1024} * 1024;
 Thread* Begin(const std::string& name, std::int32_t onMachine, std::function<void()> run,
               std::size_t stackBytes = LARGE_STACK);
 

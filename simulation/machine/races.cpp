@@ -201,6 +201,8 @@ void __tsan_write_range(void* at, std::size_t size) {
   LookAtAll(at, size, true);
 }
 
+// A type cannot stand in parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define ATOMICS(bits, Type)                                                                        \
   Type __tsan_atomic##bits##_load(const volatile Type* at, int order);                             \
   Type __tsan_atomic##bits##_load(const volatile Type* at, int /*order*/) {                        \
@@ -250,6 +252,7 @@ void __tsan_write_range(void* at, std::size_t size) {
   }
 ATOMICS(32, std::uint32_t)
 ATOMICS(64, std::uint64_t)
+// NOLINTEND(bugprone-macro-parentheses)
 
 }  // extern "C"
 

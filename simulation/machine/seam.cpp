@@ -257,7 +257,7 @@ std::uintptr_t StartThread(ThreadProcedure procedure, void* argument, StackKind 
   if (machine.retired || Fails(CALL_START_THREAD)) {
     return 0;
   }
-  constexpr std::size_t SMALL_STACK = 256 * 1024;
+  constexpr std::size_t SMALL_STACK = std::size_t{256} * 1024;
   Thread* thread = Begin(
       "", PC, [=] { procedure(argument); }, stack == STACK_FOR_LIBRARY ? SMALL_STACK : LARGE_STACK);
   thread->ofLibrary = true;
