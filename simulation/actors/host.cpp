@@ -333,10 +333,11 @@ void CallExports(Dice dice, Micros until, bool lifecycle) {
         break;
       }
       case 1: {
-        const std::string wanted(static_cast<std::size_t>(length),
-                                 static_cast<char>('A' + dice.Below(26)));
+        // The second is one character on a page with such, the fifth the half of one.
+        const char* const names[] = {"A", "\x83\\", "\xB1", "(,)", "\x83", "sixteen bytes..."};
+        const std::string wanted = dice.Of(names) + std::string(dice.OneIn(2) ? "" : "B");
         book.names.push_back(wanted);
-        QRNSetPCName(wanted.data(), length);
+        QRNSetPCName(wanted.data(), static_cast<std::int32_t>(wanted.size()));
         break;
       }
       case 2: {
