@@ -13,7 +13,7 @@ namespace {
 constexpr Micros PATIENCE = 4 * SECOND;
 
 // A connection that takes so much for sending takes all answers at once.
-constexpr std::int64_t FITS_EVERYTHING = 16 * 1024;
+constexpr std::int64_t FITS_EVERYTHING = 16384;
 
 const char* Name(const Request& request) {
   return request.uid.c_str();

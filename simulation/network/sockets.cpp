@@ -502,6 +502,7 @@ void AddressToText(std::uint32_t address, char (&text)[ADDRESS_TEXT_SIZE]) {
 bool TextToAddress(const char* text, std::uint32_t* address) {
   unsigned part[4] = {};
   char rest = 0;
+  // NOLINTNEXTLINE(cert-err34-c)  three digits fit
   if (std::sscanf(text, "%3u.%3u.%3u.%3u%c", &part[0], &part[1], &part[2], &part[3], &rest) != 4 ||
       std::any_of(part, part + 4, [](unsigned value) { return value > 255; })) {
     return false;
