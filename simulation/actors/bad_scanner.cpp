@@ -1,8 +1,5 @@
 // Scanners that do not keep to the protocol, and those that wait for the library's limits.
 
-#include <algorithm>
-#include <cstdlib>
-
 #include "actors/line.h"
 #include "platform/clock.h"
 
@@ -257,13 +254,13 @@ void StopReading(Line* line, Dice* dice) {
 
 }  // namespace
 
-// Whether another connection ended, or seemed to, when this one was accepted.
+// Whether another connection was ending, or seemed to be, when this one was accepted.
 static bool OthersEndAround(const Socket& server) {
-  constexpr Micros AROUND = 10 * SECOND;
+  constexpr Micros LOOKS = 20 * MS;
   for (const Socket& other : network.sockets) {
-    const Micros ended = std::min(other.peerGoneAt, other.closedAt);
     if (&other != &server && other.machine == PC && other.kind == Socket::STREAM &&
-        (machine.temper.likeWindows || std::abs(ended - server.acceptedAt) < AROUND)) {
+        other.closedAt >= server.acceptedAt &&
+        (machine.temper.likeWindows || other.peerGoneAt <= server.acceptedAt + LOOKS)) {
       return true;
     }
   }
