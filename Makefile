@@ -7,6 +7,8 @@ help:
 	@echo 'make demo     build, and show a scanner and a host talking through the library'
 	@echo 'make test     build and run every test'
 	@echo 'make simulate lives of the service on a simulated machine: SEEDS=n, or SEED=n for one with its diary'
+	@echo 'make simulate-mutants   plant faults into copies of the rooms, and count the lives that find each'
+	@echo 'make simulate-coverage  the branches that lives reach'
 	@echo 'make bench    measure the library beside others, and print a table'
 	@echo 'make fuzz     fuzz for SECONDS=300, all targets or TARGETS="..."'
 	@echo 'make soak     ten minutes of everything at once (MINUTES=n), watched for what grows'

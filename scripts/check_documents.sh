@@ -168,7 +168,7 @@ while read -r target; do
 done < <(grep -ohE '(^    |`)make [a-z]+' "${documents[@]}" | sed 's/.*make //' | sort -u)
 same 'commands, Makefile and its help' \
   "$(sed -n 's/^\.PHONY: help //p' Makefile | tr ' ' '\n' | sort)" \
-  "$(make -s help | sed -nE 's/^make ([a-z]+) .*/\1/p' | sort)"
+  "$(make -s help | sed -nE 's/^make ([a-z-]+) .*/\1/p' | sort)"
 
 # A check that found nothing to look at proves nothing.
 [[ $compared -ge 45 && $broken -eq 0 ]]
