@@ -12,8 +12,8 @@
 #            with ": N tests" behind the name of several.  One that ends badly without saying why,
 #            or has no case, is a failure of its own; exit code 3 says that it cannot run here.
 #
-# run_parts runs them all.  It tells of each when it has ended, with how long that took and with
-# whatever is not a passed case; on a terminal also what is running, and how far.
+# run_parts runs them all.  It tells of each when it has ended, with how long that took, how much of
+# the processors, and with whatever is not a passed case; on a terminal also what is running, and how far.
 
 parts=()
 declare -A part_kind part_after part_command part_state part_begun part_of_pid
@@ -52,7 +52,10 @@ begin_parts() {
       tell "$name: FAILED, not begun without $other"
     elif [[ $state == running ]]; then
       part_begun[$name]=$SECONDS
-      (eval "${part_command[$name]}") >"$LOGS/$name.log" 2>"$LOGS/$name.err" &
+      (
+        TIMEFORMAT='%U %S'
+        time { (eval "${part_command[$name]}") >"$LOGS/$name.log" 2>"$LOGS/$name.err"; }
+      ) 2>"$LOGS/$name.times" &
       part_of_pid[$!]=$name
       [[ -t 1 ]] || tell "$name ..."
     fi
@@ -62,6 +65,11 @@ begin_parts() {
 # How many of the cases in a log begin with a word.
 count_cases() {
   awk -v word="$1" '$1 == word { n += $NF == "tests" ? $(NF - 1) : 1 } END { print n + 0 }' "$2"
+}
+
+# The seconds of the processor that a part has taken, with what it started and waited for.
+processor_seconds() {
+  awk '{ sum += $1 + $2 } END { printf "%.0f", sum }' "$LOGS/$1.times"
 }
 
 # Counts a part that has ended, and tells of it.
@@ -85,7 +93,7 @@ end_part() {
   [[ ${part_kind[$name]} != compile ]] || verdict="done"
   [[ $bad -eq 0 ]] || verdict+=", $bad FAILED"
   [[ $left -eq 0 ]] || verdict+=", $left skipped"
-  tell "$name: $verdict, $((SECONDS - part_begun[$name])) s"
+  tell "$name: $verdict, $((SECONDS - part_begun[$name])) s, processor $(processor_seconds "$name") s"
   if [[ ${part_kind[$name]} == tests ]]; then
     grep -vE '^passed  |^[0-9]+ passed, [0-9]+ failed(, [0-9]+ skipped)?$' "$log" | sed 's/^/        /' || true
   elif [[ $bad -gt 0 ]]; then
