@@ -35,6 +35,10 @@ std::int32_t Obey(const std::string& order, const std::string& path,
     }
     return loaded ? 1 : 0;
   }
+  if (library->module == nullptr) {
+    std::fputs("bench_host: nothing is loaded\n", stderr);
+    return 0;
+  }
   if (order == "start") {
     return library->startService(OnFilter, OnEvent, OnStatus, nullptr, nullptr, nullptr);
   }
