@@ -79,7 +79,7 @@ part compile compile-release compile-simulation-asan compile release
 part compile compile-fuzz compile-release compile fuzz fuzz
 
 # The checks of sources compute all the time: they fill what the others leave.
-part check lint compile-debug lint
+part check lint compile-asan lint
 part tests debug compile-debug test_natively debug
 part tests asan compile-asan test_natively asan
 part tests tsan compile-tsan test_natively tsan

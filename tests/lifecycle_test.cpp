@@ -29,7 +29,7 @@
 namespace zvqrn::test {
 namespace {
 
-const std::string START = "x-subevent : START\r\n";
+const std::string START_LINE = "x-subevent : START\r\n";
 
 std::int32_t QRN_CALLBACK NoFilter(const PeerDescription*, void*) {
   return 0;
@@ -401,7 +401,7 @@ TEST(MisbehavingHost, GetsTheResultsOfEachCallback) {
   };
   ASSERT_EQ(host.Start(), 1);
   Scanner scanner;
-  scanner.Send(Request(Identity("2.00", "1") + START, DOCUMENT_V2));
+  scanner.Send(Request(Identity("2.00", "1") + START_LINE, DOCUMENT_V2));
   EXPECT_FALSE(scanner.Receive().empty() || scanner.Receive().empty()) << "the data, the answer";
   EXPECT_EQ(inEvent.load(), 111);
   SlpScanner searching;
@@ -420,7 +420,7 @@ TEST(MisbehavingHost, GetsTheResultsOfEachCallback) {
 
 // A request shares its uid with a START, whose END comes while the host still has the request.
 TEST(MisbehavingHost, KeepsARequestThatLosesItsUid) {
-  for (const std::string& subevent : {std::string(), START}) {
+  for (const std::string& subevent : {std::string(), START_LINE}) {
     Host host(LibraryPath());
     std::atomic<bool> release{false};
     std::atomic<int> calls{0};
@@ -435,7 +435,7 @@ TEST(MisbehavingHost, KeepsARequestThatLosesItsUid) {
     };
     ASSERT_EQ(host.Start(), 1);
     Scanner scanner;
-    scanner.Send(Request(Identity("2.00", "same") + START, DOCUMENT_V2));
+    scanner.Send(Request(Identity("2.00", "same") + START_LINE, DOCUMENT_V2));
     EXPECT_NE(scanner.Receive(), "");
     scanner.Send(Request(Identity("2.00", "same") + subevent, DOCUMENT_V2));
     EXPECT_TRUE(host.WaitForDeliveries(2));

@@ -51,6 +51,10 @@ std::string EscapeBytes(const std::string& bytes) {
   return text;
 }
 
+std::string QuoteBytes(const std::string& bytes) {
+  return "\"" + EscapeBytes(bytes) + "\"";
+}
+
 std::string HexDump(const std::string& bytes, const std::string& indent) {
   std::string dump;
   for (std::size_t row = 0; row < bytes.size(); row += BYTES_A_ROW) {

@@ -11,6 +11,8 @@ namespace zvqrn::tools {
 // Gives `bytes` as printable ASCII: a backslash becomes \\, other bytes \r, \n, \t or \xHH, so that
 // no text can move the cursor or pass for another line.
 std::string EscapeBytes(const std::string& bytes);
+// The same between double quotes.
+std::string QuoteBytes(const std::string& bytes);
 
 // Gives a dump of `bytes`: offset, sixteen bytes in hex, the printable ones as characters; each
 // line begins with `indent` and ends in a line feed.

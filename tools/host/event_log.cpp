@@ -16,10 +16,6 @@ std::string Uid(const EventHeader& header) {
   return tools::FieldText(header.uid, sizeof header.uid);
 }
 
-std::string Quoted(const std::string& bytes) {
-  return "\"" + tools::EscapeBytes(bytes) + "\"";
-}
-
 }  // namespace
 
 void LogStarted(bool json, const std::string& pcName, bool waiting) {
@@ -75,7 +71,7 @@ void LogSend(bool json, std::int32_t number, const EventHeader& header, const st
   }
   const std::string what = std::to_string(bytes.size()) + " bytes";
   tools::PrintLine("data for request " + std::to_string(number) + ": " +
-                   (result == 1 ? what + " on their way under uid " + Quoted(newUid)
+                   (result == 1 ? what + " on their way under uid " + tools::QuoteBytes(newUid)
                                 : what + " not taken: the request is not open any more"));
 }
 
@@ -89,9 +85,9 @@ void LogPeer(bool json, const PeerDescription& peer, bool answered) {
                           {"answered", answered}});
     return;
   }
-  tools::PrintLine("a scanner looks for this PC: scope " + Quoted(peer.scopeList) + ", driver " +
-                   Quoted(peer.driverName) + ", tags " + Quoted(peer.tagList) +
-                   (answered ? "; answered" : "; declined"));
+  tools::PrintLine("a scanner looks for this PC: scope " + tools::QuoteBytes(peer.scopeList) +
+                   ", driver " + tools::QuoteBytes(peer.driverName) + ", tags " +
+                   tools::QuoteBytes(peer.tagList) + (answered ? "; answered" : "; declined"));
 }
 
 void LogStatus(bool json, std::int32_t statusClass, std::int32_t statusCode,

@@ -35,10 +35,6 @@ bool ReadV2(std::int32_t kind, const void* data, std::int32_t size, PushScanIdRe
   return true;
 }
 
-std::string Quoted(const std::string& bytes) {
-  return "\"" + tools::EscapeBytes(bytes) + "\"";
-}
-
 // The driver's name of a version 1 record runs on into the field behind productName.
 std::string DriverOfV1(const PushScanRequestRecord& record) {
   char name[DRIVER_NAME_SIZE] = {};
@@ -105,12 +101,12 @@ std::string DescribeRequest(const EventHeader& header, std::int32_t documentKind
   const std::string version =
       tools::FieldText(header.protocolVersion, sizeof header.protocolVersion);
   std::string text = ExchangeWord(header) + ", protocol version " + tools::EscapeBytes(version) +
-                     ", uid " + Quoted(uid);
+                     ", uid " + tools::QuoteBytes(uid);
   PushScanRequestRecord v1 = {};
   PushScanIdRecord v2 = {};
   if (ReadV1(documentKind, requestData, size, &v1)) {
-    text += "\n    driver " + Quoted(DriverOfV1(v1)) + ", scanner at " +
-            Quoted(tools::FieldText(v1.ipAddress, sizeof v1.ipAddress)) + "\n    " +
+    text += "\n    driver " + tools::QuoteBytes(DriverOfV1(v1)) + ", scanner at " +
+            tools::QuoteBytes(tools::FieldText(v1.ipAddress, sizeof v1.ipAddress)) + "\n    " +
             WordOf(tools::IMAGE_FORMATS, v1.imageFormat) + ", " +
             WordOf(tools::COLOR_TYPES, v1.colorType) + ", paper from " +
             WordOf(tools::LOAD_PAPERS, v1.loadPaper) + ", size " +
@@ -118,9 +114,11 @@ std::string DescribeRequest(const EventHeader& header, std::int32_t documentKind
             " x " + std::to_string(v1.paperHeight) + "), from " + std::to_string(v1.scanX) + ", " +
             std::to_string(v1.scanY);
   } else if (ReadV2(documentKind, requestData, size, &v2)) {
-    text += "\n    product " + Quoted(tools::FieldText(v2.productName, sizeof v2.productName)) +
-            ", driver " + Quoted(tools::FieldText(v2.driverName, sizeof v2.driverName)) +
-            ", scanner at " + Quoted(tools::FieldText(v2.ipAddress, sizeof v2.ipAddress)) +
+    text += "\n    product " +
+            tools::QuoteBytes(tools::FieldText(v2.productName, sizeof v2.productName)) +
+            ", driver " + tools::QuoteBytes(tools::FieldText(v2.driverName, sizeof v2.driverName)) +
+            ", scanner at " +
+            tools::QuoteBytes(tools::FieldText(v2.ipAddress, sizeof v2.ipAddress)) +
             "\n    push-scan ID " + std::to_string(v2.pushScanId);
   } else {
     text += "\n    a document of kind " + std::to_string(documentKind) + " with " +

@@ -19,7 +19,7 @@ using Clock = std::chrono::steady_clock;
 using Moment = Clock::time_point;
 
 // As large as a datagram can be, so that one that is too large for a reply is seen for what it is.
-constexpr std::int32_t RECEIVE_SIZE = 65536;
+constexpr std::int32_t DATAGRAM_SIZE = 65536;
 // A flood of rubbish must not eat the time in which good replies come.
 constexpr std::size_t LISTED_MALFORMED = 200;
 
@@ -84,9 +84,9 @@ void NotePc(SearchResult* result, std::uint32_t sender, const PcDescription& des
 // Takes one datagram in; false when none had come.
 bool TakeReply(const Search& search, platform::SocketHandle socket, Moment start,
                SearchResult* result) {
-  std::string bytes(RECEIVE_SIZE, '\0');
+  std::string bytes(DATAGRAM_SIZE, '\0');
   platform::Endpoint sender{};
-  const std::int32_t size = platform::ReceiveDatagram(socket, bytes.data(), RECEIVE_SIZE, &sender);
+  const std::int32_t size = platform::ReceiveDatagram(socket, bytes.data(), DATAGRAM_SIZE, &sender);
   // An error here is the echo of an earlier send that found nobody.
   if (size < 0) {
     return false;

@@ -12,7 +12,7 @@ namespace zvqrn::scanner {
 
 namespace {
 
-constexpr std::int32_t RECEIVE_SIZE = 65536;
+constexpr std::int32_t READ_SIZE = 65536;
 constexpr std::int32_t LOOK_EVERY_MS = 20;
 
 std::string HeaderOf(const Message& message, const char* name) {
@@ -99,8 +99,8 @@ void BadPeer::Read(std::int32_t milliseconds) {
   while (IsOpen() && leftMs >= 0 && !attack_->stop) {
     const auto waitMs = static_cast<std::int32_t>(std::min<std::int64_t>(leftMs, LOOK_EVERY_MS));
     if (platform::WaitReadable(socket_, waitMs) == platform::SOCKET_READY) {
-      std::string bytes(RECEIVE_SIZE, '\0');
-      const std::int32_t count = platform::ReceiveBytes(socket_, bytes.data(), RECEIVE_SIZE);
+      std::string bytes(READ_SIZE, '\0');
+      const std::int32_t count = platform::ReceiveBytes(socket_, bytes.data(), READ_SIZE);
       if (count > 0) {
         received_.append(bytes, 0, static_cast<std::size_t>(count));
         Judge();

@@ -27,7 +27,7 @@ void Trace(const Connection& connection, const char* direction, const std::strin
   }
 }
 
-std::string Place(const Link& link) {
+std::string PlaceOfPeer(const Link& link) {
   return link.address + " port " + std::to_string(link.port);
 }
 
@@ -166,11 +166,11 @@ OpenConnection Connect(const Link& link) {
     case platform::CONNECT_DONE:
       return connection;
     case platform::CONNECT_REFUSED:
-      throw Failure(EXIT_NOTHING_THERE, "nothing listens at " + Place(link));
+      throw Failure(EXIT_NOTHING_THERE, "nothing listens at " + PlaceOfPeer(link));
     case platform::CONNECT_TIMED_OUT:
-      throw Failure(EXIT_TIMED_OUT, "no connection to " + Place(link) + " in time");
+      throw Failure(EXIT_TIMED_OUT, "no connection to " + PlaceOfPeer(link) + " in time");
     default:
-      throw Failure(EXIT_NOTHING_THERE, "there is no way to " + Place(link));
+      throw Failure(EXIT_NOTHING_THERE, "there is no way to " + PlaceOfPeer(link));
   }
 }
 

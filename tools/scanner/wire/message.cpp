@@ -11,7 +11,7 @@ namespace {
 
 constexpr char LINE_END[] = "\r\n";
 constexpr char HEAD_END[] = "\r\n\r\n";
-constexpr std::size_t HEAD_LIMIT = 65536;
+constexpr std::size_t ANSWER_HEAD_LIMIT = 65536;
 constexpr std::int32_t BODY_LIMIT = 256 * 1024 * 1024;
 
 bool ReadContentLength(const Headers& headers, std::size_t* length, std::string* why) {
@@ -92,7 +92,7 @@ const std::string* FindHeader(const Headers& headers, const std::string& name) {
 ReadResult TakeMessage(std::string* bytes, Message* message, std::string* why) {
   const std::size_t headLength = bytes->find(HEAD_END);
   if (headLength == std::string::npos) {
-    if (bytes->size() > HEAD_LIMIT) {
+    if (bytes->size() > ANSWER_HEAD_LIMIT) {
       *why = "a message head that does not end";
       return READ_BAD;
     }
