@@ -17,10 +17,10 @@ if [[ ${1:-} == --inside ]]; then
   printf 'Measuring the rooms ...\n'
   "$PROGRAMS/room_bench" --benchmark_out="$OUT/rooms.json" --benchmark_out_format=json \
     --benchmark_min_time=0.2 --benchmark_repetitions="$repetitions" \
-    --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true \
+    --benchmark_enable_random_interleaving=true \
     >"$OUT/rooms.txt" 2>&1 || { cat "$OUT/rooms.txt" >&2; exit 1; }
-  "$PROGRAMS/allocation_bench" "$OUT/allocations.json" >/dev/null
-  exec "$PROGRAMS/system_bench" --folder "$PROGRAMS" --results "$OUT/system.json" "$@"
+  "$PROGRAMS/allocation_bench" "$OUT/allocations.txt" >/dev/null
+  exec "$PROGRAMS/system_bench" --folder "$PROGRAMS" --results "$OUT/system.txt" "$@"
 fi
 
 options=()
@@ -57,8 +57,7 @@ for machine in x64 x86; do
   folder=build/windows-$machine
   options+=("--library-$machine" "$folder/ZVQRN.dll")
   if why=$("wine_for_$machine" 2>&1); then
-    options+=("--host-$machine" scripts/under_wine.sh "$machine" "$folder/bench/bench_host.exe"
-      "$folder/bench/ZVQRN.dll")
+    options+=("--host-$machine" "$folder/bench")
   else
     options+=("--no-host-$machine" "${why##*$'\n'}")
   fi

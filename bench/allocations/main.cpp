@@ -1,8 +1,10 @@
 // allocation_bench RESULTS: how often the library asks the heap, and how many bytes it copies, for
 // one single request from the socket to the host and back.  The library is linked into the program.
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <stdexcept>
+#include <thread>
 
 #include "allocations/counted_calls.h"
 #include "common/event_client.h"
@@ -14,6 +16,7 @@ namespace {
 
 constexpr int WARM_UP = 3;
 constexpr int REQUESTS = 20;
+constexpr std::chrono::milliseconds SETTLE(100);
 
 std::int32_t QRN_CALLBACK OnFilter(const PeerDescription* /*peer*/, void* /*context*/) {
   return 1;
@@ -38,6 +41,7 @@ void Measure(Results* results) {
     for (int i = 0; i < WARM_UP; i++) {
       Exchange(&client);
     }
+    std::this_thread::sleep_for(SETTLE);
     counted.allocations = 0;
     counted.releases = 0;
     counted.bytesAllocated = 0;
@@ -45,15 +49,17 @@ void Measure(Results* results) {
     for (int i = 0; i < REQUESTS; i++) {
       Exchange(&client);
     }
+    // The last answer was there before all of its blocks were freed.
+    std::this_thread::sleep_for(SETTLE);
     const auto each = [](const std::atomic<std::uint64_t>& count) {
       return static_cast<double>(count.load()) / REQUESTS;
     };
-    results->figures = {{"request.allocations", each(counted.allocations)},
-                        {"request.releases", each(counted.releases)},
-                        {"request.bytes_allocated", each(counted.bytesAllocated)},
-                        {"request.bytes_copied", each(counted.bytesCopied)},
-                        {"request.bytes_on_wire",
-                         static_cast<double>(client.request.bytes.size() + client.answer.size())}};
+    results->series = {{"request.allocations", {each(counted.allocations)}},
+                       {"request.releases", {each(counted.releases)}},
+                       {"request.bytes_allocated", {each(counted.bytesAllocated)}},
+                       {"request.bytes_copied", {each(counted.bytesCopied)}},
+                       {"request.bytes_on_wire",
+                        {static_cast<double>(client.request.bytes.size() + client.answer.size())}}};
   }
   QRNStopService();
 }
@@ -71,8 +77,8 @@ int main(int argc, char** argv) {
     zvqrn::bench::Results results;
     zvqrn::bench::Measure(&results);
     zvqrn::bench::WriteResults(results, argv[1]);
-    for (const auto& [name, value] : results.figures) {
-      std::printf("%-24s %10.1f\n", name.c_str(), value);
+    for (const auto& [name, values] : results.series) {
+      std::printf("%-24s %10.1f\n", name.c_str(), values.front());
     }
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "allocation_bench: %s\n", failure.what());

@@ -1,25 +1,62 @@
 #include "common/results.h"
 
+#include <algorithm>
 #include <fstream>
-#include <nlohmann/json.hpp>
+#include <limits>
+#include <sstream>
+#include <stdexcept>
 
 namespace zvqrn::bench {
+namespace {
+
+constexpr char SERIES[] = "series";
+constexpr char MISSING[] = "missing";
+
+}  // namespace
 
 void WriteResults(const Results& results, const std::string& path) {
   std::ofstream file;
   file.exceptions(std::ios::failbit | std::ios::badbit);
   file.open(path);
-  file << nlohmann::json{{"figures", results.figures}, {"missing", results.missing}}.dump(2)
-       << '\n';
+  file.precision(std::numeric_limits<double>::max_digits10);
+  for (const auto& [name, values] : results.series) {
+    file << SERIES << '\t' << name;
+    for (const double value : values) {
+      file << '\t' << value;
+    }
+    file << '\n';
+  }
+  for (const auto& [name, why] : results.missing) {
+    std::string line = why;
+    std::replace_if(
+        line.begin(), line.end(), [](char letter) { return letter == '\n' || letter == '\t'; },
+        ' ');
+    file << MISSING << '\t' << name << '\t' << line << '\n';
+  }
 }
 
 void ReadResults(const std::string& path, Results* results) {
-  const nlohmann::json read = nlohmann::json::parse(std::ifstream(path));
-  for (const auto& [name, value] : read.at("figures").items()) {
-    results->figures[name] = value.get<double>();
+  std::ifstream file(path);
+  if (!file) {
+    throw std::runtime_error("cannot read " + path);
   }
-  for (const auto& [name, why] : read.at("missing").items()) {
-    results->missing[name] = why.get<std::string>();
+  for (std::string text; std::getline(file, text);) {
+    std::istringstream line(text);
+    std::string kind;
+    std::string name;
+    std::getline(line, kind, '\t');
+    std::getline(line, name, '\t');
+    if (kind == MISSING) {
+      std::getline(line, results->missing[name]);
+      continue;
+    }
+    std::vector<double>& values = results->series[name];
+    for (double value = 0; line >> value;) {
+      values.push_back(value);
+    }
+    if (kind != SERIES || values.empty() || !line.eof()) {
+      throw std::runtime_error(path + " holds a line that is no result: " + text);
+    }
   }
 }
 

@@ -21,4 +21,18 @@ double Median(const std::vector<double>& values) {
   return Percentile(values, 50);
 }
 
+Spread SpreadOf(const std::vector<double>& values) {
+  return {Percentile(values, 10), Median(values), Percentile(values, 90)};
+}
+
+std::vector<double> Ratios(const std::vector<double>& ours, const std::vector<double>& peers) {
+  if (ours.size() != peers.size()) {
+    throw std::runtime_error("two series did not take turns");
+  }
+  std::vector<double> ratios(ours.size());
+  std::transform(ours.begin(), ours.end(), peers.begin(), ratios.begin(),
+                 [](double own, double peer) { return own / peer; });
+  return ratios;
+}
+
 }  // namespace zvqrn::bench

@@ -17,7 +17,7 @@ int main(int argc, char** argv) {
   try {
     const zvqrn::bench::PeerSizes sizes{std::stoul(argv[1]), std::stoul(argv[2]),
                                         std::stoul(argv[3])};
-    zvqrn::bench::StartTcpPeers(sizes);
+    zvqrn::bench::StartTcpPeer(sizes);
     zvqrn::bench::StartUdpPeer(sizes);
     zvqrn::bench::StartHttpPeer(sizes);
   } catch (const std::exception& failure) {

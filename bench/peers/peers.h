@@ -8,9 +8,8 @@
 namespace zvqrn::bench {
 
 constexpr std::uint16_t TCP_PEER_PORT = 4001;
-constexpr std::uint16_t TCP_THREAD_PEER_PORT = 4002;
-constexpr std::uint16_t HTTP_PEER_PORT = 4003;
-constexpr std::uint16_t UDP_THREAD_PEER_PORT = 4004;
+constexpr std::uint16_t HTTP_PEER_PORT = 4002;
+constexpr std::uint16_t UDP_PEER_PORT = 4003;
 
 struct PeerSizes {
   std::size_t request;
@@ -18,12 +17,11 @@ struct PeerSizes {
   std::size_t replyDatagram;
 };
 
-// Plain exchanges: a thread for each connection waits for the request's bytes and sends the
-// answer's; the second starts a thread for each exchange, which sends.
-void StartTcpPeers(const PeerSizes& sizes);
+// Plain exchanges: the thread that waits for the request's bytes sends the answer's.  Each
+// connection has such a thread.
+void StartTcpPeer(const PeerSizes& sizes);
 
-// Answers each datagram from a thread of its own, with the bytes of the request's XID in their
-// place.
+// One thread answers each datagram, with the bytes of the request's XID in their place.
 void StartUdpPeer(const PeerSizes& sizes);
 
 // libmicrohttpd with its own polling thread over epoll, and one response for all requests.

@@ -1,29 +1,31 @@
 // The rows of the benchmarks' table: what is measured, beside what, and what it should be.
 #pragma once
 
+#include <string>
 #include <vector>
 
 namespace zvqrn::bench {
 
 enum class Unit { NANOSECONDS, PER_SECOND, BYTES, KILOBYTES, COUNT, PERCENT };
 
-enum class Aim { NONE, RATIO_AT_MOST, RATIO_AT_LEAST, VALUE_BELOW };
+// An aim for the ratio to the peer's, or for our value alone.
+enum class Aim { NONE, RATIO_AT_MOST, RATIO_AT_LEAST, AT_MOST, AT_LEAST, BELOW };
 
 struct Row {
-  const char* what;
-  const char* ours;  // name of the figure
+  std::string what;
+  std::string ours;  // name of the series
   Unit unit;
-  const char* peer = nullptr;  // name of the peer's figure; null: there is none
-  const char* peerName = "";
+  std::string peer;  // name of the peer's series; empty: there is none
+  std::string peerName;
   Aim aim = Aim::NONE;
   double limit = 0;
 };
 
 struct RowGroup {
-  const char* title;
+  std::string title;
   std::vector<Row> rows;
 };
 
-const std::vector<RowGroup>& AllRows();
+std::vector<RowGroup> AllRows();
 
 }  // namespace zvqrn::bench

@@ -16,15 +16,19 @@
 namespace zvqrn::bench {
 namespace {
 
+std::string ProcessFolder(const Child& child) {
+  return "/proc/" + std::to_string(child.id);
+}
+
 // The number behind a name in a status file of the kernel.
-double StatusNumber(const std::filesystem::path& file, const std::string& name) {
+double StatusNumber(const std::string& file, const std::string& name) {
   std::ifstream status(file);
   for (std::string line; std::getline(status, line);) {
     if (line.rfind(name + ":", 0) == 0) {
       return std::stod(line.substr(name.size() + 1));
     }
   }
-  throw std::runtime_error(file.string() + " tells nothing of " + name);
+  throw std::runtime_error(file + " tells nothing of " + name);
 }
 
 void MakePipe(Descriptor* reading, Descriptor* writing) {
@@ -48,7 +52,7 @@ Child::~Child() {
   }
 }
 
-Child StartChild(const std::vector<std::string>& command) {
+Child StartChild(const std::vector<std::string>& command, std::size_t core) {
   Child child;
   Descriptor input;
   Descriptor output;
@@ -64,6 +68,7 @@ Child StartChild(const std::vector<std::string>& command) {
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, input.Get(), STDIN_FILENO);
   posix_spawn_file_actions_adddup2(&actions, output.Get(), STDOUT_FILENO);
+  const Pinned meanwhile(core);
   const int failure =
       posix_spawnp(&child.id, arguments[0], &actions, nullptr, arguments.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
@@ -95,27 +100,35 @@ double Order(const Child& host, const std::string& order) {
   int result = 0;
   double nanoseconds = 0;
   if (!(reply >> result >> nanoseconds) || result != 1) {
-    throw std::runtime_error("the host did not " + order + " the service");
+    throw std::runtime_error("the host did not do this: " + order);
   }
   return nanoseconds;
 }
 
-Usage ReadUsage(const Child& child) {
-  const std::filesystem::path folder = "/proc/" + std::to_string(child.id);
+double CpuNanoseconds(const Child& child) {
   clockid_t clock = 0;
   timespec time{};
   if (clock_getcpuclockid(child.id, &clock) != 0) {
     throw std::runtime_error("the kernel does not tell a program's processor time");
   }
   Checked(clock_gettime(clock, &time), "reading a program's processor time");
-  const std::filesystem::path status = folder / "status";
-  Usage usage{static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec),
-              StatusNumber(status, "VmRSS"), StatusNumber(status, "RssAnon"),
-              StatusNumber(status, "Threads"), 0};
-  for (const auto& thread : std::filesystem::directory_iterator(folder / "task")) {
-    usage.switches += StatusNumber(thread.path() / "status", "voluntary_ctxt_switches");
+  return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
+}
+
+Usage ReadUsage(const Child& child) {
+  const std::string status = ProcessFolder(child) + "/status";
+  // The kernel counts 1024 bytes.
+  return {StatusNumber(status, "VmRSS") * 1.024, StatusNumber(status, "RssAnon") * 1.024,
+          StatusNumber(status, "Threads")};
+}
+
+std::map<std::string, double> ReadSleeps(const Child& child) {
+  std::map<std::string, double> sleeps;
+  for (const auto& thread : std::filesystem::directory_iterator(ProcessFolder(child) + "/task")) {
+    sleeps[thread.path().filename()] =
+        StatusNumber(thread.path() / "status", "voluntary_ctxt_switches");
   }
-  return usage;
+  return sleeps;
 }
 
 }  // namespace zvqrn::bench

@@ -4,10 +4,12 @@
 
 #include <sys/types.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
 #include "common/sockets.h"
+#include "system/placement.h"
 
 namespace zvqrn::bench {
 
@@ -25,23 +27,28 @@ struct Child {
   ~Child();
 };
 
-Child StartChild(const std::vector<std::string>& command);
+// Starts a program that stays on that core with all its threads, or anywhere (ANY_CORE).
+Child StartChild(const std::vector<std::string>& command, std::size_t core);
 
 // The next line that the child says; throws when it says nothing more.
 std::string ReadReply(const Child& child);
 
-// Has the host load the library, start or stop the service; gives the nanoseconds that it took and
-// throws when it was not done.
+// Has the host do something (bench_host says what); gives the nanoseconds that it took and throws
+// when it was not done.
 double Order(const Child& host, const std::string& order);
+
+// Processor time of all threads, ended ones included.
+double CpuNanoseconds(const Child& child);
 
 // What the kernel counts for the process.
 struct Usage {
-  double cpuNanoseconds;  // of all threads, ended ones included
   double residentKb;
   double anonymousKb;  // the part of it that belongs to no file
   double threads;
-  double switches;  // voluntary context switches of the threads there are
 };
 Usage ReadUsage(const Child& child);
+
+// How often each thread there is has gone to sleep of its own accord, by the thread's id.
+std::map<std::string, double> ReadSleeps(const Child& child);
 
 }  // namespace zvqrn::bench

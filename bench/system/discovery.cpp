@@ -17,13 +17,14 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::uint16_t SLP_PORT = 2968;
 constexpr long LOST_AFTER_MS = 200;
-constexpr std::size_t TURN = 5;
-constexpr double TURN_PAUSE_SECONDS = 0.02;
+constexpr double PATIENCE_SECONDS = 10;
 constexpr std::size_t OUTSTANDING = 32;
-constexpr double BURST_SECONDS = 2;  // after which no reply of a burst is due any more
-constexpr int LOAD_SLICES = 3;
-constexpr double LOAD_SLICE_SECONDS = 1;
+constexpr double LOAD_SECONDS = 1;
+// Of a slice, before their XIDs come again.
+constexpr std::size_t MOST_REQUESTS = 60000;
 constexpr std::size_t PENDING = 1000;
+// A burst's datagrams are 0.5 s apart: after a longer silence none is due.
+constexpr int SILENT_WAITS = 4;
 
 const char* Environment(const char* name) {
   const char* value = std::getenv(name);
@@ -55,9 +56,10 @@ void SendSearch(Searcher* searcher, std::uint16_t port) {
 }
 
 // Receives one datagram; false when none comes in time.
-bool ReceiveReply(Searcher* searcher) {
+bool ReceiveReply(Searcher* searcher, int flags = 0) {
   searcher->reply.resize(2000);
-  const long size = recv(searcher->socket.Get(), searcher->reply.data(), searcher->reply.size(), 0);
+  const long size =
+      recv(searcher->socket.Get(), searcher->reply.data(), searcher->reply.size(), flags);
   if (size < 0 && errno == EAGAIN) {
     return false;
   }
@@ -65,15 +67,19 @@ bool ReceiveReply(Searcher* searcher) {
   return searcher->reply.size() >= 12;
 }
 
-// The time from a request to the first reply to it; throws when none comes.
+// The time from a request to the first reply to it; throws when none comes.  Earlier bursts are
+// read first.
 double FirstReply(Searcher* searcher, std::uint16_t port) {
+  while (ReceiveReply(searcher, MSG_DONTWAIT)) {
+  }
+  const Deadline patience(PATIENCE_SECONDS);
   const Clock::time_point begin = Clock::now();
   SendSearch(searcher, port);
-  do {
-    if (!ReceiveReply(searcher)) {
+  while (!ReceiveReply(searcher) || XidOf(searcher->reply) != searcher->xid) {
+    if (patience.Passed()) {
       throw std::runtime_error("no reply to a discovery request");
     }
-  } while (XidOf(searcher->reply) != searcher->xid);
+  }
   return std::chrono::duration<double, std::nano>(Clock::now() - begin).count();
 }
 
@@ -87,14 +93,17 @@ void RequireReply(const Searcher& searcher) {
   }
 }
 
-Child StartUdpPeer(const Settings& settings, const Searcher& searcher) {
-  Child peers = StartChild(
-      {settings.folder + "/bench_peers", "1000", "1000", std::to_string(searcher.reply.size())});
-  ReadReply(peers);
-  return peers;
+// Asks the service for a first reply, and checks every byte of it.
+void RequireService(Searcher* searcher) {
+  FirstReply(searcher, SLP_PORT);
+  RequireReply(*searcher);
 }
 
-// Keeps a few requests outstanding until the time is over or `most` have been answered or lost;
+Child StartUdpPeer(const Settings& settings, const Placement& placement, const Searcher& searcher) {
+  return StartPeers(settings, placement, {1000, 1000, searcher.reply.size()});
+}
+
+// Keeps a few requests outstanding until `most` have been answered or lost, or the time is over;
 // gives the number of requests answered.
 std::size_t Flood(Searcher* searcher, std::uint16_t port, double seconds, std::size_t most) {
   const Deadline deadline(seconds);
@@ -121,70 +130,65 @@ std::size_t Flood(Searcher* searcher, std::uint16_t port, double seconds, std::s
   return answered;
 }
 
+// Waits until no reply is due any more.
 void DrainReplies(Searcher* searcher) {
-  const Deadline deadline(BURST_SECONDS);
-  while (!deadline.Passed()) {
-    ReceiveReply(searcher);
+  for (int silent = 0; silent < SILENT_WAITS; silent++) {
+    while (ReceiveReply(searcher)) {
+      silent = 0;
+    }
   }
+}
+
+double AnsweredPerSecond(Searcher* searcher, std::uint16_t port) {
+  DrainReplies(searcher);
+  const auto begin = Clock::now();
+  const std::size_t answered = Flood(searcher, port, LOAD_SECONDS, MOST_REQUESTS);
+  return static_cast<double>(answered) /
+         std::chrono::duration<double>(Clock::now() - begin).count();
+}
+
+void MeasurePending(Searcher* searcher, const Child& service, const std::string& prefix,
+                    Results* results) {
+  DrainReplies(searcher);
+  const Usage idle = ReadUsage(service);
+  if (Flood(searcher, SLP_PORT, LOAD_SECONDS, PENDING) < PENDING) {
+    results->missing[prefix + "pending"] =
+        "not all requests were answered before the first bursts were over";
+    return;
+  }
+  const Usage busy = ReadUsage(service);
+  results->series[prefix + "pending_threads"].push_back(busy.threads - idle.threads);
+  results->series[prefix + "pending_kb"].push_back(busy.residentKb - idle.residentKb);
 }
 
 }  // namespace
 
-void MeasureFirstReplies(const Settings& settings, const std::vector<std::string>& host,
+void MeasureFirstReplies(const Settings& settings, const Placement& placement, const Effort& effort,
                          const std::string& prefix, Results* results) {
-  const Child service = StartService(host);
   Searcher searcher;
-  FirstReply(&searcher, SLP_PORT);
-  RequireReply(searcher);
-  const Child peers = StartUdpPeer(settings, searcher);
-  std::vector<double> ours;
-  std::vector<double> echo;
-  const Deadline deadline(settings.discovery.seconds);
-  while (!deadline.Passed() && ours.size() < settings.discovery.samples) {
-    for (std::size_t i = 0; i < TURN; i++) {
-      // By turns first, because who comes after a pause is slower.
-      const bool oursFirst = (ours.size() + ours.size() / TURN) % 2 == 0;
-      for (const bool isOurs : {oursFirst, !oursFirst}) {
-        (isOurs ? ours : echo)
-            .push_back(FirstReply(&searcher, isOurs ? SLP_PORT : UDP_THREAD_PEER_PORT));
-      }
-    }
-    Pause(TURN_PAUSE_SECONDS);
-  }
-  results->figures[prefix + "discovery.first.ours"] = Median(ours);
-  results->figures[prefix + "discovery.first.udp_thread"] = Median(echo);
-  results->figures[prefix + "discovery.first_p99.ours"] = Percentile(ours, 99);
-  results->figures[prefix + "discovery.first_p99.udp_thread"] = Percentile(echo, 99);
-  results->figures[prefix + "discovery.samples"] = static_cast<double>(ours.size());
-  StopService(service);
+  RequireService(&searcher);
+  const Child peers = StartUdpPeer(settings, placement, searcher);
+  TakeTurns({{"udp", [&] { return FirstReply(&searcher, UDP_PEER_PORT); }},
+             {"ours",
+              [&] {
+                const double time = FirstReply(&searcher, SLP_PORT);
+                RequireReply(searcher);
+                return time;
+              }}},
+            effort, prefix + "discovery.first", results);
 }
 
-void MeasureDiscoveryLoad(const Settings& settings, Results* results) {
-  const Child service = StartService(NativeHost(settings));
+void MeasureDiscoveryLoad(const Settings& settings, const Placement& placement,
+                          const Child& service, Results* results) {
+  const std::string prefix = Prefix(placement) + "discovery.";
   Searcher searcher;
-  FirstReply(&searcher, SLP_PORT);
-  const Child peers = StartUdpPeer(settings, searcher);
-  DrainReplies(&searcher);
-  const Usage idle = ReadUsage(service);
-  if (Flood(&searcher, SLP_PORT, settings.discovery.seconds, PENDING) == PENDING) {
-    const Usage busy = ReadUsage(service);
-    results->figures["discovery.pending_threads"] = busy.threads - idle.threads;
-    results->figures["discovery.pending_kb"] = busy.residentKb - idle.residentKb;
-  } else {
-    results->missing["discovery.pending"] = "not all requests were answered in time";
+  RequireService(&searcher);
+  const Child peers = StartUdpPeer(settings, placement, searcher);
+  MeasurePending(&searcher, service, prefix, results);
+  for (int slice = 0; slice < settings.loadSlices; slice++) {
+    results->series[prefix + "rate.ours"].push_back(AnsweredPerSecond(&searcher, SLP_PORT));
+    results->series[prefix + "rate.udp"].push_back(AnsweredPerSecond(&searcher, UDP_PEER_PORT));
   }
-  std::size_t ours = 0;
-  std::size_t echo = 0;
-  for (int slice = 0; slice < LOAD_SLICES; slice++) {
-    DrainReplies(&searcher);
-    ours += Flood(&searcher, SLP_PORT, LOAD_SLICE_SECONDS, SIZE_MAX);
-    DrainReplies(&searcher);
-    echo += Flood(&searcher, UDP_THREAD_PEER_PORT, LOAD_SLICE_SECONDS, SIZE_MAX);
-  }
-  constexpr double SECONDS = LOAD_SLICES * LOAD_SLICE_SECONDS;
-  results->figures["discovery.rate.ours"] = static_cast<double>(ours) / SECONDS;
-  results->figures["discovery.rate.udp_thread"] = static_cast<double>(echo) / SECONDS;
-  StopService(service);
 }
 
 }  // namespace zvqrn::bench

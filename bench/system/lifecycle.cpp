@@ -1,39 +1,68 @@
-#include "common/statistics.h"
+#include "common/event_client.h"
 #include "system/run.h"
 
 namespace zvqrn::bench {
 namespace {
 
-// The threads that a start leaves behind need a moment to reach their waits.
-constexpr double SETTLE_SECONDS = 1;
+constexpr int REQUESTS_BEFORE = 50;
+
+// What served the requests has a rest, and may end, before idling is watched.
+constexpr double SETTLE_SECONDS = 3;
+
+// How often threads of the process went to sleep, one that has ended meanwhile left out.
+double SleepsSince(const std::map<std::string, double>& before,
+                   const std::map<std::string, double>& after) {
+  double sleeps = 0;
+  for (const auto& [thread, count] : after) {
+    const auto earlier = before.find(thread);
+    sleeps += count - (earlier != before.end() ? earlier->second : 0);
+  }
+  return sleeps;
+}
+
+void Watch(const Settings& settings, const Child& host, const std::string& name, Results* results) {
+  Pause(SETTLE_SECONDS);
+  for (int slice = 0; slice < settings.idleSlices; slice++) {
+    const auto sleeps = ReadSleeps(host);
+    const double cpu = CpuNanoseconds(host);
+    Pause(settings.idleSeconds);
+    const double used = CpuNanoseconds(host) - cpu;
+    results->series[name + ".cpu_percent"].push_back(used / (settings.idleSeconds * 1e9) * 100);
+    results->series[name + ".wakeups"].push_back(SleepsSince(sleeps, ReadSleeps(host)) /
+                                                 settings.idleSeconds);
+  }
+}
 
 }  // namespace
 
-void MeasureLifecycle(const Settings& settings, Results* results) {
-  const Child host = StartChild(NativeHost(settings));
+void MeasureStartsAndStops(const std::vector<std::string>& host, int count,
+                           const std::string& prefix, Results* results) {
+  const Child service = StartChild(host, ANY_CORE);
+  Order(service, "load");
+  for (int i = 0; i < count; i++) {
+    results->series[prefix + "start"].push_back(Order(service, "start"));
+    results->series[prefix + "stop"].push_back(Order(service, "stop"));
+  }
+}
+
+void MeasureIdling(const Settings& settings, Results* results) {
+  const Child host = StartChild(NativeHost(settings), ANY_CORE);
   const Usage unloaded = ReadUsage(host);
   Order(host, "load");
-  std::vector<double> starts;
-  std::vector<double> stops;
-  for (int i = 0; i < settings.starts; i++) {
-    starts.push_back(Order(host, "start"));
-    stops.push_back(Order(host, "stop"));
-  }
-  results->figures["start.median"] = Median(starts);
-  results->figures["stop.median"] = Median(stops);
-
   Order(host, "start");
-  Pause(SETTLE_SECONDS);
-  const Usage before = ReadUsage(host);
-  Pause(settings.idleSeconds);
-  const Usage after = ReadUsage(host);
-  const double used = after.cpuNanoseconds - before.cpuNanoseconds;
-  results->figures["idle.cpu_per_minute"] = used / settings.idleSeconds * 60;
-  results->figures["idle.cpu_percent"] = used / (settings.idleSeconds * 1e9) * 100;
-  results->figures["idle.wakeups"] = (after.switches - before.switches) / settings.idleSeconds;
-  results->figures["idle.resident_kb"] = after.residentKb - unloaded.residentKb;
-  results->figures["idle.anonymous_kb"] = after.anonymousKb - unloaded.anonymousKb;
-  results->figures["idle.threads"] = after.threads - 1;
+  {
+    EventClient scanner = ConnectToService();
+    for (int i = 0; i < REQUESTS_BEFORE; i++) {
+      Exchange(&scanner);
+    }
+  }
+  Watch(settings, host, "idle", results);
+  const Usage idle = ReadUsage(host);
+  results->series["idle.resident_kb"] = {idle.residentKb - unloaded.residentKb};
+  results->series["idle.anonymous_kb"] = {idle.anonymousKb - unloaded.anonymousKb};
+  results->series["idle.threads"] = {idle.threads - 1};
+  const EventClient silent = ConnectToService();
+  Watch(settings, host, "connected", results);
   StopService(host);
 }
 

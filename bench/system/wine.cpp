@@ -1,28 +1,21 @@
-#include "common/statistics.h"
 #include "system/run.h"
 
 namespace zvqrn::bench {
 
-void MeasureUnderWine(const Settings& settings, const WindowsHost& windowsHost, Results* results) {
-  const std::string& prefix = windowsHost.prefix;
-  if (windowsHost.command.empty()) {
-    results->missing[prefix] = windowsHost.whyNot;
-    return;
+void MeasureUnderWine(const Settings& settings, const WindowsHost& host, Results* results) {
+  const std::string prefix = host.name + ".";
+  const std::string machine = host.name == settings.x64.name ? "x64" : "x86";
+  const std::vector<std::string> command = {"scripts/under_wine.sh", machine,
+                                            host.folder + "/bench_host.exe",
+                                            host.folder + "/ZVQRN.dll"};
+  MeasureStartsAndStops(command, settings.startStops, prefix, results);
+  for (const Placement& placement : settings.placements) {
+    const Pinned scanner(placement.scannerCore);
+    const Child service = StartService(command, placement.hostCore);
+    MeasureAnswers(settings, placement, settings.wine, prefix + Prefix(placement), results);
+    MeasureFirstReplies(settings, placement, settings.wine, prefix + Prefix(placement), results);
+    StopService(service);
   }
-  std::vector<double> starts;
-  std::vector<double> stops;
-  {
-    const Child host = StartChild(windowsHost.command);
-    Order(host, "load");
-    for (int i = 0; i < settings.starts; i++) {
-      starts.push_back(Order(host, "start"));
-      stops.push_back(Order(host, "stop"));
-    }
-  }
-  results->figures[prefix + "start.median"] = Median(starts);
-  results->figures[prefix + "stop.median"] = Median(stops);
-  MeasureAnswers(settings, windowsHost.command, prefix, results);
-  MeasureFirstReplies(settings, windowsHost.command, prefix, results);
 }
 
 }  // namespace zvqrn::bench
