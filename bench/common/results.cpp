@@ -1,6 +1,5 @@
 #include "common/results.h"
 
-#include <algorithm>
 #include <fstream>
 #include <limits>
 #include <sstream>
@@ -27,11 +26,8 @@ void WriteResults(const Results& results, const std::string& path) {
     file << '\n';
   }
   for (const auto& [name, why] : results.missing) {
-    std::string line = why;
-    std::replace_if(
-        line.begin(), line.end(), [](char letter) { return letter == '\n' || letter == '\t'; },
-        ' ');
-    file << MISSING << '\t' << name << '\t' << line << '\n';
+    // Only its first line: a line is one result.
+    file << MISSING << '\t' << name << '\t' << why.substr(0, why.find('\n')) << '\n';
   }
 }
 
@@ -55,7 +51,7 @@ void ReadResults(const std::string& path, Results* results) {
       values.push_back(value);
     }
     if (kind != SERIES || values.empty() || !line.eof()) {
-      throw std::runtime_error(path + " holds a line that is no result: " + text);
+      throw std::runtime_error(path + " holds a line that is no result");
     }
   }
 }

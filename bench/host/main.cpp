@@ -73,7 +73,7 @@ std::int32_t Load(const std::string& path, Behaviour* behaviour) {
   return 1;
 }
 
-std::int32_t WaitForHeld(const Behaviour& behaviour, std::int32_t count) {
+std::int32_t WaitForHeld(const Behaviour& behaviour, long count) {
   for (std::int32_t waited = 0; behaviour.held < count; waited++) {
     if (waited == PATIENCE_MS) {
       return 0;
@@ -100,7 +100,7 @@ std::int32_t Obey(const std::string& order, const std::string& path, Behaviour* 
     return behaviour->library.stopService();
   }
   if (order.rfind(HELD, 0) == 0) {
-    return WaitForHeld(*behaviour, std::atoi(order.c_str() + sizeof HELD - 1));
+    return WaitForHeld(*behaviour, std::strtol(order.c_str() + sizeof HELD - 1, nullptr, 10));
   }
   if (order == "send") {
     behaviour->sends = true;

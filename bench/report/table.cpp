@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <tuple>
 
 namespace zvqrn::bench {
 namespace {
@@ -159,8 +160,8 @@ std::string AimText(const Row& row) {
 }
 
 std::string PlainTable(const std::vector<Judged>& rows) {
-  Cells headings = Headings();
-  std::array<std::size_t, headings.size()> widths{};
+  const Cells& headings = Headings();
+  std::array<std::size_t, std::tuple_size_v<Cells>> widths{};
   std::vector<Cells> lines{headings};
   for (const Judged& row : rows) {
     lines.push_back(CellsOf(row));
