@@ -87,6 +87,8 @@ std::vector<RowGroup> AllRows() {
           {"decoding a discovery request", "slp.decoding", NS, "", ""},
           {"encoding a discovery reply", "slp.encoding", NS, "", ""},
           {"building the attribute list", "attribute_list.building", NS, "", ""}}},
+      {"The machine", {
+          {"busy with something else, of all cores", "machine.busy_percent", Unit::PERCENT, "", ""}}},
       {"The service", {
           {"start, median", "start", NS, "", ""},
           {"stop, median", "stop", NS, "", ""},

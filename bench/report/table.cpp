@@ -18,26 +18,21 @@ bool IsForRatio(const Row& row) {
          (row.aim == Aim::NONE || row.aim == Aim::RATIO_AT_MOST || row.aim == Aim::RATIO_AT_LEAST);
 }
 
-// What the spread says of the aim: its better end decides.
-std::string Verdict(const Row& row, const Spread& spread) {
-  bool met = false;
-  switch (row.aim) {
-    case Aim::NONE:
-      return "";
-    case Aim::RATIO_AT_MOST:
-    case Aim::AT_MOST:
-      met = spread.low <= row.limit;
-      break;
+// The better end of the spread decides.
+constexpr bool IsMet(Aim aim, double limit, const Spread& spread) {
+  switch (aim) {
     case Aim::RATIO_AT_LEAST:
     case Aim::AT_LEAST:
-      met = spread.high >= row.limit;
-      break;
+      return spread.high >= limit;
     case Aim::BELOW:
-      met = spread.low < row.limit;
-      break;
+      return spread.low < limit;
+    default:
+      return spread.low <= limit;
   }
-  return met ? "met" : "MISSED";
 }
+static_assert(IsMet(Aim::RATIO_AT_MOST, 2, {2, 3, 4}) && !IsMet(Aim::AT_MOST, 2, {2.1, 3, 4}));
+static_assert(IsMet(Aim::RATIO_AT_LEAST, 4, {2, 3, 4}) && !IsMet(Aim::AT_LEAST, 4.1, {2, 3, 4}));
+static_assert(IsMet(Aim::BELOW, 2.1, {2, 3, 4}) && !IsMet(Aim::BELOW, 2, {2, 3, 4}));
 
 // The reason that was given for the figure or for all whose names begin alike.
 std::string WhyMissing(const Row& row, const Results& results) {
@@ -65,7 +60,9 @@ Judged Judge(const std::string& group, const Row& row, const Results& results) {
     judged.ratio = SpreadOf(Ratios(*ours, *peer));
   }
   const Spread spread = IsForRatio(row) ? *judged.ratio : SpreadOf(*ours);
-  judged.verdict = Verdict(row, spread);
+  if (row.aim != Aim::NONE) {
+    judged.verdict = IsMet(row.aim, row.limit, spread) ? "met" : "MISSED";
+  }
   if (ours->size() > 1) {
     judged.judged = spread;
   }

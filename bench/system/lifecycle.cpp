@@ -1,3 +1,5 @@
+#include <fstream>
+
 #include "common/event_client.h"
 #include "system/run.h"
 
@@ -20,16 +22,42 @@ double SleepsSince(const std::map<std::string, double>& before,
   return sleeps;
 }
 
+// What all processors have done so far, in the kernel's ticks.
+struct MachineTime {
+  double all = 0;
+  double idle = 0;
+};
+
+MachineTime ReadMachineTime() {
+  constexpr int FIRST_OF_IDLE = 3;  // and waiting for disks after it
+  constexpr int STOLEN = 7;         // what comes later counts twice
+  std::ifstream file("/proc/stat");
+  std::string name;
+  file >> name;
+  MachineTime time;
+  double ticks = 0;
+  for (int field = 0; field <= STOLEN && file >> ticks; field++) {
+    time.all += ticks;
+    time.idle += field == FIRST_OF_IDLE || field == FIRST_OF_IDLE + 1 ? ticks : 0;
+  }
+  return time;
+}
+
 void Watch(const Settings& settings, const Child& host, const std::string& name, Results* results) {
   Pause(SETTLE_SECONDS);
   for (int slice = 0; slice < settings.idleSlices; slice++) {
     const auto sleeps = ReadSleeps(host);
+    const MachineTime machine = ReadMachineTime();
     const double cpu = CpuNanoseconds(host);
     Pause(settings.idleSeconds);
     const double used = CpuNanoseconds(host) - cpu;
     results->series[name + ".cpu_percent"].push_back(used / (settings.idleSeconds * 1e9) * 100);
     results->series[name + ".wakeups"].push_back(SleepsSince(sleeps, ReadSleeps(host)) /
                                                  settings.idleSeconds);
+    // Nothing of ours computes meanwhile.
+    const MachineTime now = ReadMachineTime();
+    results->series["machine.busy_percent"].push_back(100 - 100 * (now.idle - machine.idle) /
+                                                                (now.all - machine.all));
   }
 }
 

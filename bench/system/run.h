@@ -74,14 +74,15 @@ void Pause(double seconds);
 void MeasureStartsAndStops(const std::vector<std::string>& host, int count,
                            const std::string& prefix, Results* results);
 
-// idle.*, connected.*: what a service without work costs, and one with a silent scanner.
+// idle.*, connected.*: what a service without work costs, and one with a silent scanner; machine.*:
+// what else the machine does.
 void MeasureIdling(const Settings& settings, Results* results);
 
 // answer.*: an answer beside those of the peers, from a service that runs where the placement says.
 void MeasureAnswers(const Settings& settings, const Placement& placement, const Effort& effort,
                     const std::string& prefix, Results* results);
 
-// All kinds of exchanges on the main connection: answer.*, pipelined.*, start.*, waiting.*,
+// All kinds of exchanges on the main connection: answer.*, start_data.*, pipelined.*, waiting.*,
 // reconnect.*.
 void MeasureExchanges(const Settings& settings, const Placement& placement, const Child& service,
                       Results* results);
