@@ -39,7 +39,8 @@ std::vector<Row> DiscoveryRows(const std::string& p) {
   return {
       {"first reply, median", p + "discovery.first.median.ours", NS, p + "discovery.first.median.udp", ECHO_NAME, RATIO_AT_MOST, 1.5},
       {"first reply, 99th percentile", p + "discovery.first.p99.ours", NS, p + "discovery.first.p99.udp", ECHO_NAME},
-      {"requests answered", p + "discovery.rate.ours", RATE, p + "discovery.rate.udp", ECHO_NAME, RATIO_AT_LEAST, 0.7},
+      {"requests answered", p + "discovery.first_rate.ours", RATE, p + "discovery.first_rate.udp", ECHO_NAME, RATIO_AT_LEAST, 0.7},
+      {"requests answered, second replies sent between", p + "discovery.burst_rate.ours", RATE, p + "discovery.burst_rate.udp", ECHO_NAME},
       {"1,000 pending replies: threads", p + "discovery.pending_threads", COUNT, "", "", AT_MOST, 2},
       {"1,000 pending replies: memory", p + "discovery.pending_kb", KB, "", "", AT_MOST, 1000}};
 }

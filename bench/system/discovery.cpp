@@ -19,12 +19,14 @@ constexpr std::uint16_t SLP_PORT = 2968;
 constexpr long LOST_AFTER_MS = 200;
 constexpr double PATIENCE_SECONDS = 10;
 constexpr std::size_t OUTSTANDING = 32;
-constexpr double LOAD_SECONDS = 1;
+// A burst's datagrams are 0.5 s apart: in the shorter time none is sent but first replies, as the
+// echo's; in the longer one half of the requests are answered a second time.
+constexpr double FIRST_REPLIES_SECONDS = 0.4;
+constexpr double BURSTS_SECONDS = 1;
 // Of a slice, before their XIDs come again.
 constexpr std::size_t MOST_REQUESTS = 60000;
 constexpr std::size_t PENDING = 1000;
-// A burst's datagrams are 0.5 s apart: after a longer silence none is due.
-constexpr int SILENT_WAITS = 4;
+constexpr int SILENT_WAITS = 4;  // after which no datagram of a burst is due any more
 
 const char* Environment(const char* name) {
   const char* value = std::getenv(name);
@@ -139,19 +141,27 @@ void DrainReplies(Searcher* searcher) {
   }
 }
 
-double AnsweredPerSecond(Searcher* searcher, std::uint16_t port) {
-  DrainReplies(searcher);
+double AnsweredPerSecond(Searcher* searcher, std::uint16_t port, double seconds) {
   const auto begin = Clock::now();
-  const std::size_t answered = Flood(searcher, port, LOAD_SECONDS, MOST_REQUESTS);
+  const std::size_t answered = Flood(searcher, port, seconds, MOST_REQUESTS);
   return static_cast<double>(answered) /
          std::chrono::duration<double>(Clock::now() - begin).count();
+}
+
+void MeasureRates(Searcher* searcher, double seconds, int slices, const std::string& name,
+                  Results* results) {
+  for (int slice = 0; slice < slices; slice++) {
+    DrainReplies(searcher);
+    results->series[name + ".udp"].push_back(AnsweredPerSecond(searcher, UDP_PEER_PORT, seconds));
+    results->series[name + ".ours"].push_back(AnsweredPerSecond(searcher, SLP_PORT, seconds));
+  }
 }
 
 void MeasurePending(Searcher* searcher, const Child& service, const std::string& prefix,
                     Results* results) {
   DrainReplies(searcher);
   const Usage idle = ReadUsage(service);
-  if (Flood(searcher, SLP_PORT, LOAD_SECONDS, PENDING) < PENDING) {
+  if (Flood(searcher, SLP_PORT, BURSTS_SECONDS, PENDING) < PENDING) {
     results->missing[prefix + "pending"] =
         "not all requests were answered before the first bursts were over";
     return;
@@ -185,10 +195,9 @@ void MeasureDiscoveryLoad(const Settings& settings, const Placement& placement,
   RequireService(&searcher);
   const Child peers = StartUdpPeer(settings, placement, searcher);
   MeasurePending(&searcher, service, prefix, results);
-  for (int slice = 0; slice < settings.loadSlices; slice++) {
-    results->series[prefix + "rate.ours"].push_back(AnsweredPerSecond(&searcher, SLP_PORT));
-    results->series[prefix + "rate.udp"].push_back(AnsweredPerSecond(&searcher, UDP_PEER_PORT));
-  }
+  MeasureRates(&searcher, FIRST_REPLIES_SECONDS, settings.loadSlices, prefix + "first_rate",
+               results);
+  MeasureRates(&searcher, BURSTS_SECONDS, settings.burstSlices, prefix + "burst_rate", results);
 }
 
 }  // namespace zvqrn::bench

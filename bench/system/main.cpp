@@ -29,7 +29,8 @@ void SetEffort(bool quick, Settings* settings) {
   settings->growth = {quick ? 5U : 20U, 50, 10, 0.5};
   settings->growthSeconds = quick ? 20 : 100;
   settings->discovery = {quick ? 3U : 6U, 50, 5, 0.5};
-  settings->loadSlices = quick ? 1 : 2;
+  settings->loadSlices = quick ? 2 : 3;
+  settings->burstSlices = 1;
   settings->wine = {quick ? 3U : 10U, 100, 5, 0.5};
   settings->startStops = quick ? 3 : 9;
   settings->idleSlices = quick ? 2 : 5;

@@ -35,7 +35,8 @@ struct Settings {
   Effort growth;
   double growthSeconds;  // that reaching a count may take
   Effort discovery;
-  int loadSlices;
+  int loadSlices;   // of first replies under load
+  int burstSlices;  // of whole bursts
   Effort wine;
   int startStops;
   int idleSlices;
