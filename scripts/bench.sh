@@ -65,7 +65,7 @@ done
 
 scripts/private_network.sh --with-scanner bash "${BASH_SOURCE[0]}" --inside "${options[@]}"
 
-machine="$(sed -nE '0,/^model name/s/^model name\s*: //p' /proc/cpuinfo), $(nproc) cores,"
+machine="$(sed -nE '0,/^model name/s/^model name\s*: //p' /proc/cpuinfo), $(nproc) core(s),"
 machine+=" Linux $(uname -r | cut -d- -f1), $(c++ --version | head -n 1), commit $(git rev-parse --short HEAD)"
 printf '\n'
 "$PROGRAMS/bench_report" "$OUT" "$machine"

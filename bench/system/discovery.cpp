@@ -132,7 +132,8 @@ std::size_t Flood(Searcher* searcher, std::uint16_t port, double seconds, std::s
   return answered;
 }
 
-// Waits until no reply is due any more.
+// Waits until no reply is due any more; the service drops a request whose XID is that of one in
+// progress.
 void DrainReplies(Searcher* searcher) {
   for (int silent = 0; silent < SILENT_WAITS; silent++) {
     while (ReceiveReply(searcher)) {
@@ -151,15 +152,14 @@ double AnsweredPerSecond(Searcher* searcher, std::uint16_t port, double seconds)
 void MeasureRates(Searcher* searcher, double seconds, int slices, const std::string& name,
                   Results* results) {
   for (int slice = 0; slice < slices; slice++) {
-    DrainReplies(searcher);
     results->series[name + ".udp"].push_back(AnsweredPerSecond(searcher, UDP_PEER_PORT, seconds));
     results->series[name + ".ours"].push_back(AnsweredPerSecond(searcher, SLP_PORT, seconds));
+    DrainReplies(searcher);
   }
 }
 
 void MeasurePending(Searcher* searcher, const Child& service, const std::string& prefix,
                     Results* results) {
-  DrainReplies(searcher);
   const Usage idle = ReadUsage(service);
   if (Flood(searcher, SLP_PORT, BURSTS_SECONDS, PENDING) < PENDING) {
     results->missing[prefix + "pending"] =
@@ -194,7 +194,9 @@ void MeasureDiscoveryLoad(const Settings& settings, const Placement& placement,
   Searcher searcher;
   RequireService(&searcher);
   const Child peers = StartUdpPeer(settings, placement, searcher);
+  DrainReplies(&searcher);
   MeasurePending(&searcher, service, prefix, results);
+  DrainReplies(&searcher);
   MeasureRates(&searcher, FIRST_REPLIES_SECONDS, settings.loadSlices, prefix + "first_rate",
                results);
   MeasureRates(&searcher, BURSTS_SECONDS, settings.burstSlices, prefix + "burst_rate", results);
