@@ -28,10 +28,12 @@ void SetEffort(bool quick, Settings* settings) {
   settings->reconnects = {quick ? 3U : 4U, 10, 5, 0.5};
   settings->growth = {quick ? 5U : 20U, 50, 10, 0.5};
   settings->growthSeconds = quick ? 20 : 100;
-  settings->discovery = {quick ? 3U : 6U, 50, 5, 0.5};
+  // With pauses: a burst takes a second of a service that may have a thread for each.
+  settings->discovery = {quick ? 3U : 6U, 25, 5, 0.8, 0.02};
   settings->loadSlices = quick ? 2 : 3;
   settings->burstSlices = 1;
   settings->wine = {quick ? 3U : 10U, 100, 5, 0.5};
+  settings->wineDiscovery = {quick ? 3U : 10U, 25, 5, 0.5, 0.02};
   settings->startStops = quick ? 3 : 9;
   settings->idleSlices = quick ? 2 : 5;
   settings->idleSeconds = quick ? 2 : 4;

@@ -38,6 +38,7 @@ struct Settings {
   int loadSlices;   // of first replies under load
   int burstSlices;  // of whole bursts
   Effort wine;
+  Effort wineDiscovery;
   int startStops;
   int idleSlices;
   double idleSeconds;  // a slice

@@ -58,6 +58,9 @@ void TakeTurns(const std::vector<Contender>& contenders, const Effort& effort,
         const std::size_t next = (turn % 2 == 0 ? turn + i : turn + count - i) % count;
         TakeTurn(contenders[next], effort.exchanges, &slices[next]);
       }
+      if (effort.pause > 0) {
+        Pause(effort.pause);
+      }
     }
     for (std::size_t i = 0; i < count; i++) {
       Tell(slices[i], name, contenders[i], results);

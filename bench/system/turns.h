@@ -25,6 +25,7 @@ struct Effort {
   std::size_t turns;
   std::size_t exchanges;
   double seconds;
+  double pause = 0;  // seconds after all have had a turn
 };
 
 // Adds a value of each slice to the series NAME.median.CONTENDER (nanoseconds), NAME.p99.CONTENDER,

@@ -13,7 +13,8 @@ void MeasureUnderWine(const Settings& settings, const WindowsHost& host, Results
     const Pinned scanner(placement.scannerCore);
     const Child service = StartService(command, placement.hostCore);
     MeasureAnswers(settings, placement, settings.wine, prefix + Prefix(placement), results);
-    MeasureFirstReplies(settings, placement, settings.wine, prefix + Prefix(placement), results);
+    MeasureFirstReplies(settings, placement, settings.wineDiscovery, prefix + Prefix(placement),
+                        results);
     StopService(service);
   }
 }
