@@ -12,11 +12,11 @@ readonly PROGRAMS=$OUT/bench
 
 if [[ ${1:-} == --inside ]]; then
   shift
-  repetitions=9
-  [[ " $* " != *" --quick "* ]] || repetitions=3
+  repetitions=9 seconds=0.2
+  [[ " $* " != *" --quick "* ]] || repetitions=3 seconds=0.05
   printf 'Measuring the rooms ...\n'
   "$PROGRAMS/room_bench" --benchmark_out="$OUT/rooms.json" --benchmark_out_format=json \
-    --benchmark_min_time=0.2 --benchmark_repetitions="$repetitions" \
+    --benchmark_min_time="$seconds" --benchmark_repetitions="$repetitions" \
     --benchmark_enable_random_interleaving=true \
     >"$OUT/rooms.txt" 2>&1 || { cat "$OUT/rooms.txt" >&2; exit 1; }
   "$PROGRAMS/allocation_bench" "$OUT/allocations.txt" >/dev/null

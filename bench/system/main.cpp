@@ -30,7 +30,7 @@ void SetEffort(bool quick, Settings* settings) {
   settings->growthSeconds = quick ? 20 : 100;
   // With pauses: a burst takes a second of a service that may have a thread for each.
   settings->discovery = {quick ? 3U : 6U, 25, 5, 0.8, 0.02};
-  settings->loadSlices = quick ? 2 : 3;
+  settings->loadSlices = quick ? 1 : 3;
   settings->burstSlices = 1;
   settings->wine = {quick ? 3U : 10U, 100, 5, 0.5};
   settings->wineDiscovery = {quick ? 3U : 10U, 25, 5, 0.5, 0.02};
