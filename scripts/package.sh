@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Makes the packages for host programmers, a ZVQRN-VERSION-SYSTEM.zip each for 32-bit and 64-bit
-# Windows and a .tar.gz for Linux, of what the presets windows-x86, windows-x64 and release have built.  The same sources give the same bytes: files are
-# sorted, belong to nobody, and carry the time of the last commit (SOURCE_DATE_EPOCH).
+# Windows and a .tar.gz for Linux, and a Python wheel of each, of what the presets windows-x86,
+# windows-x64 and release have built.  The same sources give the same bytes: files are sorted, belong
+# to nobody, and carry the time of the last commit (SOURCE_DATE_EPOCH).
 # Usage: scripts/package.sh [FOLDER], by default build/packages
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -16,6 +17,7 @@ export LC_ALL=C TZ=UTC
 work=$(mktemp -d)
 trap 'rm -rf -- "$work"' EXIT
 mkdir -p "$out"
+rm -f -- "$out/zvqrn-$version-"*.whl
 
 # Installs a preset into a folder named like the package, with all that every package holds.
 # Arguments: preset, system, README, options of cmake --install.
@@ -40,6 +42,11 @@ finish() {
   find "$root" \( -path '*/bin/*' ! -name '*.txt' -o -name '*.so.*.*.*' -o -name '*.py' \) -type f \
     -exec chmod a+x {} +
   find "$root" -exec touch --no-dereference --date "@$SOURCE_DATE_EPOCH" {} +
+}
+
+# The Python package with the library of the package in `root`.
+make_wheel() {
+  python3 bindings/python/wheel_backend.py "$out" "$root" >/dev/null
 }
 
 # A page for the program and for each of its subcommands, made of what its --help says.
@@ -70,6 +77,7 @@ for machine in x86 x64; do
   finish
   rm -f -- "$out/${root##*/}.zip"
   (cd "$work" && find "${root##*/}" | sort | zip -X -9 -q "$out/${root##*/}.zip" -@)
+  make_wheel
 done
 
 gather release "linux-$(uname -m)" linux.md --strip
@@ -84,5 +92,6 @@ make_man_pages "$root/bin/quorin-scanner" 'try a PC with scanners that misbehave
 finish
 tar -C "$work" --sort=name --owner=0 --group=0 --numeric-owner --format=gnu -cf - "${root##*/}" |
   gzip -n9 >"$out/${root##*/}.tar.gz"
+[[ $(uname -m) != x86_64 ]] || make_wheel
 
-(cd "$out" && sha256sum "ZVQRN-$version-"*.zip "ZVQRN-$version-"*.tar.gz)
+(cd "$out" && sha256sum -- *"-$version-"*)

@@ -1,0 +1,150 @@
+#!/usr/bin/env bash
+# Checks the bindings for other languages as their users get them, after `make package`: the wheels by
+# pip, and the package for Python, in an environment that has nothing else, against the packaged
+# scanner.  Prints a line a case; ends with 0 when all passed.
+#
+# Python for Windows is not to be had here: pip installs the wheels for it as for that platform, and
+# what is in them is compared with the packages, whose DLLs are run elsewhere.
+set -euo pipefail
+
+scripts=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+top=${scripts%/*}
+readonly scripts top
+version=$(sed -nE 's/^project\(ZVQRN VERSION ([0-9.]+).*/\1/p' "$top/CMakeLists.txt")
+readonly version packages=$top/build/packages binding=$top/bindings/python
+work=$(mktemp -d)
+trap 'rm -rf -- "$work"' EXIT
+cd "$work"
+mkdir logs
+for machine in x86 x64; do
+  unzip -q "$packages/ZVQRN-$version-windows-$machine.zip"
+done
+tar -xzf "$packages/ZVQRN-$version-linux-x86_64.tar.gz"
+readonly linux=$work/ZVQRN-$version-linux-x86_64
+python3 -m venv environment
+readonly python=$work/environment/bin/python
+linux_wheel=$(echo "$packages/zvqrn-$version-py3-none-manylinux_"*_x86_64.whl)
+platform=${linux_wheel##*-}
+readonly linux_wheel platform=${platform%.whl}
+failed=0
+
+# Runs a function as a case; the first command in it that fails ends it.
+check() {
+  local name=$1 code
+  shift
+  set +e
+  (set -e; "$@") >"logs/$name" 2>&1
+  code=$?
+  set -e
+  if [[ $code -eq 0 ]]; then
+    printf 'passed  bindings-%s\n' "$name"
+  else
+    failed=$((failed + 1))
+    printf 'FAILED  bindings-%s\n' "$name"
+    tail -n 40 "logs/$name"
+  fi
+}
+
+# pip takes the wheel for its platform and for no other; it holds the package's files, and RECORD names
+# them all.  Arguments: platform, another one, package, library, stand-in.
+wheel() {
+  local file=$packages/zvqrn-$version-py3-none-$1.whl
+  local pip=("$python" -m pip -q install --no-index --only-binary=:all:)
+  if "${pip[@]}" --platform="$2" --target=refused "$file"; then false; fi
+  "${pip[@]}" --platform="$1" --target="wheel-$1" "$file"
+  cd "wheel-$1"
+  cmp "zvqrn/lib/${4##*/}" "../$3/$4"
+  cmp "zvqrn/stand_in/${5##*/}" "../$3/$5"
+  cmp zvqrn/stand_in/DRAVLIB.txt "../$3/${5%/*}/DRAVLIB.txt"
+  grep -x "Version: $version" "zvqrn-$version.dist-info/METADATA"
+  "$python" - "$file" "$binding/zvqrn" <<'END'
+import base64, csv, hashlib, io, os, sys, zipfile
+archive = zipfile.ZipFile(sys.argv[1])
+names = set(archive.namelist())
+(record,) = (name for name in names if name.endswith(".dist-info/RECORD"))
+for name, digest, size in csv.reader(io.TextIOWrapper(archive.open(record), "utf-8")):
+    data = archive.read(name)
+    wanted = base64.urlsafe_b64encode(hashlib.sha256(data).digest()).rstrip(b"=").decode()
+    assert name == record or (digest, int(size)) == (f"sha256={wanted}", len(data)), name
+    names.remove(name)
+assert not names, names
+sources = {name for name in os.listdir(sys.argv[2]) if not name.startswith("__pycache__")}
+assert {f"zvqrn/{name}" for name in sources} <= set(archive.namelist()), sources
+END
+}
+
+# The system that the wheel for Linux names has every symbol that the libraries in it ask for, as
+# binutils see them.
+c_library() {
+  local named=${platform#manylinux_} asked
+  named=${named%_x86_64}
+  asked=$(objdump -T "$linux"/lib/*.so | grep -oE 'GLIBC_2\.[0-9]+' | sort -uV | tail -n 1)
+  [[ -n $asked ]]
+  printf '%s\n' "$asked" "GLIBC_${named/_/.}" | sort -cV
+}
+
+# The same wheel, by pip from the sources; without a library one for every system.
+from_source() {
+  local root
+  for root in "$linux" ''; do
+    SOURCE_DATE_EPOCH=$(stat -c %Y "$linux/README.md") "$python" -m pip -q wheel --no-index \
+      ${root:+"--config-settings=root=$root"} --wheel-dir=made "$binding"
+  done
+  cmp "$linux_wheel" "made/${linux_wheel##*/}"
+  [[ -e made/zvqrn-$version-py3-none-any.whl ]]
+}
+
+types() {
+  local system
+  for system in linux win32; do
+    mypy --strict --cache-dir=mypy --python-version=3.8 --platform="$system" "$binding/zvqrn"
+  done
+  # The oldest Python that is served can read it.
+  "$python" - "$binding"/zvqrn/*.py <<'END'
+import ast, sys
+for name in sys.argv[1:]:
+    ast.parse(open(name, encoding="utf-8").read(), name, feature_version=(3, 8))
+END
+}
+
+# The first host of the guide, as it stands there.
+first_host() {
+  awk '/^## A host in Python/ { here = 1 } /^```$/ && on { exit } on; /^```python$/ && here { on = 1 }' \
+    "$top/docs/host-guide.md" >first_host.py
+  # shellcheck disable=SC2016 # for the inner shell
+  SCANNER=$linux/bin/quorin-scanner timeout 100 "$scripts/private_network.sh" bash -euc '
+    set -m # a job in the background would ignore the interrupt
+    "$1" first_host.py >first_host.out 2>&1 &
+    trap "kill $! 2>/dev/null || true" EXIT
+    until grep Ctrl-C first_host.out; do sleep 0.1; done
+    "$SCANNER" push --to "$QUORIN_PRIVATE_ADDRESS" --uid 1
+    sleep 0.6
+    "$SCANNER" push --to "$QUORIN_PRIVATE_ADDRESS" --uid 2 --pair --hold 200 --protocol 2
+    kill -INT %1
+    wait %1' - "$python" | tee pushes.out
+  cat first_host.out
+  diff <(sed -E "s/uid='[0-9]{9,}'/uid='N'/" first_host.out | tail -n 3) \
+    <(grep -E '^(Settings|Id)Request\(' "$top/docs/host-guide.md" | sed -E "s/uid='[0-9]{9,}'/uid='N'/")
+  grep -x ' *ready' pushes.out
+}
+
+check wheel-linux wheel "$platform" win32 "${linux##*/}" lib/libZVQRN.so lib/libDRAVLIB.so
+check wheel-x86 wheel win32 win_amd64 "ZVQRN-$version-windows-x86" bin/ZVQRN.dll bin/DRAVLIB.dll
+check wheel-x64 wheel win_amd64 win32 "ZVQRN-$version-windows-x64" bin/ZVQRN.dll bin/DRAVLIB.dll
+check c-library c_library
+check from-source from_source
+check types types
+
+# The tests of the installed package, a line each.
+"$python" -m pip -q install --no-index --find-links "$packages" zvqrn
+check python-first-host first_host
+QUORIN_SCANNER=$linux/bin/quorin-scanner "$scripts/private_network.sh" --with-scanner \
+  "$python" "$binding/tests/test_zvqrn.py" >logs/python 2>&1 || true
+sed -nE 's/^test_([a-z_]+) .* ok$/passed  bindings-python-\1/p
+  s/^test_([a-z_]+) .* (FAIL|ERROR)$/FAILED  bindings-python-\1/p' logs/python
+if ! tail -n 1 logs/python | grep -qx OK; then
+  failed=$((failed + 1))
+  grep -q '^FAILED ' logs/python || printf 'FAILED  bindings-python\n'
+  tail -n 60 logs/python
+fi
+[[ $failed -eq 0 ]]
