@@ -66,7 +66,7 @@ package:
 
 format:
 	@scripts/install_packages.sh test
-	@find src include tools tests bench fuzz simulation examples packaging -name '*.c' -o -name '*.cpp' -o -name '*.h' | xargs clang-format -i
+	@find src include tools tests bench fuzz simulation examples packaging -name '*.c' -o -name '*.cpp' -o -name '*.h' -o -name '*.hpp' | xargs clang-format -i
 
 lint:
 	@scripts/install_packages.sh test

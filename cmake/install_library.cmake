@@ -8,7 +8,7 @@ install(TARGETS ZVQRN EXPORT ZVQRNTargets
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(FILES include/zvqrn/zvqrn.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zvqrn)
+install(FILES include/zvqrn/zvqrn.h include/zvqrn/zvqrn.hpp DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zvqrn)
 
 # As with the soname, a minor version before 1.0 takes nobody's place.
 if(PROJECT_VERSION_MAJOR GREATER 0)

@@ -169,6 +169,15 @@ header() {
       "$compiler" "-std=$standard" -pedantic "${options[@]}" "$source"
     done
   done
+  # The one for C++, which has functions of its own that a warning could come from.
+  for compiler in g++ clang++ "${CROSS[x86]}-g++" "${CROSS[x64]}-g++"; do
+    for standard in c++17 c++20; do
+      "$compiler" "-std=$standard" -pedantic -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast \
+        "${options[@]}" "$top/packaging/consumer/wrapper_check.cpp"
+    done
+    "$compiler" -std=c++17 -fno-exceptions -fno-rtti "${options[@]}" \
+      "$top/packaging/consumer/wrapper_check.cpp"
+  done
   for standard in c++98 c++11 c++14 c++17 c++20; do
     for compiler in g++ clang++ "${CROSS[x86]}-g++" "${CROSS[x64]}-g++"; do
       "$compiler" -x c++ "-std=$standard" -pedantic "${options[@]}" "$source"
@@ -261,6 +270,15 @@ documents() {
     (cd / && ldd "$work/linux/first_host") | grep -F "$work/linux/lib/libZVQRN.so"
     rm linux/first_host windows-x*/first_host.exe ./*/first_host.c
   done
+}
+
+# And the one in C++.
+document_in_cpp() {
+  cd linux
+  awk '/^```$/ && on { exit } on; /^```cpp$/ { on = 1 }' "$top/docs/host-guide.md" >first_host.cpp
+  bash -c "$(grep -m1 '^g++ .*first_host.cpp' "$top/docs/host-guide.md")"
+  ldd first_host | grep -F "$work/linux/lib/libZVQRN.so"
+  rm first_host first_host.cpp
 }
 
 # The other import library, with two linkers.
@@ -387,6 +405,7 @@ for machine in "${MACHINES[@]}"; do
 done
 check pkg-config with_pkg_config
 check documents documents
+check document-in-cpp document_in_cpp
 check c-sharp c_sharp
 
 export LD_LIBRARY_PATH=$work/linux/lib

@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 mapfile -t sources < <(find src include tools tests bench fuzz simulation examples packaging \
-  -name '*.c' -o -name '*.cpp' -o -name '*.h' | sort)
+  -name '*.c' -o -name '*.cpp' -o -name '*.h' -o -name '*.hpp' | sort)
 clang-format --dry-run --Werror "${sources[@]}"
 shellcheck scripts/*.sh .ci/run
 

@@ -27,6 +27,22 @@
 #ifndef ZVQRN_ZVQRN_H
 #define ZVQRN_ZVQRN_H
 
+/*
+ * The version of this header, and so of the library that it came with.  Which version a process has
+ * loaded, the DLL's version resource says, and the soname of libZVQRN.so.
+ */
+#define QRN_VERSION_MAJOR 0
+#define QRN_VERSION_MINOR 1
+#define QRN_VERSION_PATCH 0
+#define QRN_VERSION "0.1.0"
+
+/* For #if: whether this header is of that version or a later one. */
+#define QRN_VERSION_AT_LEAST(major, minor, patch) \
+  (QRN_VERSION_MAJOR > (major) ||                 \
+   (QRN_VERSION_MAJOR == (major) &&               \
+    (QRN_VERSION_MINOR > (minor) ||               \
+     (QRN_VERSION_MINOR == (minor) && QRN_VERSION_PATCH >= (patch)))))
+
 /* Visual C++ has <stdint.h> since 2010; before, a host may have brought one of its own. */
 #if !defined(_MSC_VER) || _MSC_VER >= 1600
 #include <stdint.h>

@@ -22,6 +22,15 @@ struct Packing {
   int32_t number;
 };
 
+#if !QRN_VERSION_AT_LEAST(QRN_VERSION_MAJOR, QRN_VERSION_MINOR, QRN_VERSION_PATCH) ||    \
+    QRN_VERSION_AT_LEAST(QRN_VERSION_MAJOR, QRN_VERSION_MINOR, QRN_VERSION_PATCH + 1) || \
+    QRN_VERSION_AT_LEAST(QRN_VERSION_MAJOR, QRN_VERSION_MINOR + 1, 0) ||                 \
+    QRN_VERSION_AT_LEAST(QRN_VERSION_MAJOR + 1, 0, 0) ||                                 \
+    (QRN_VERSION_MAJOR > 0 && !QRN_VERSION_AT_LEAST(QRN_VERSION_MAJOR - 1, 99, 99)) ||   \
+    (QRN_VERSION_MINOR > 0 && !QRN_VERSION_AT_LEAST(QRN_VERSION_MAJOR, QRN_VERSION_MINOR - 1, 99))
+#error "QRN_VERSION_AT_LEAST compares wrongly"
+#endif
+
 HOLDS(integer_size, sizeof(int32_t) == 4 && (int32_t)-1 < 0);
 HOLDS(header_size, sizeof(EventHeader) == 36);
 HOLDS(header_alignment, offsetof(struct Alignment, header) == 4);

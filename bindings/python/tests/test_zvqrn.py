@@ -279,8 +279,10 @@ class Service(unittest.TestCase):
             await asyncio.wait_for(called.wait(), 20)
             return forgotten, scanner
 
+        loop = asyncio.new_event_loop()
         with self.assertLogs("zvqrn"):
-            forgotten, scanner = asyncio.run(forgets_to_stop())
+            forgotten, scanner = loop.run_until_complete(forgets_to_stop())
+            loop.close()
             self.assertEqual(scanner.wait(20), REFUSED)
         scanner.stdout.close()
         asyncio.run(forgotten.stop())
