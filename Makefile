@@ -1,7 +1,7 @@
 # The commands of this repository.  Each installs the Debian packages that it needs if they are
 # missing (as root, or with sudo).
 
-.PHONY: help demo test simulate simulate-mutants simulate-coverage bench fuzz soak windows package format lint clean
+.PHONY: help demo test simulate simulate-mutants simulate-coverage bench fuzz soak windows package install uninstall format lint clean
 
 help:
 	@echo 'make demo     build, and show a scanner and a host talking through the library'
@@ -14,6 +14,8 @@ help:
 	@echo 'make soak     ten minutes of everything at once (MINUTES=n), watched for what grows'
 	@echo 'make windows  build ZVQRN.dll and the tools for 32-bit and 64-bit Windows'
 	@echo 'make package  make the packages for host programmers, in build/packages/'
+	@echo 'make install  build, and put library, headers and tools under PREFIX=/usr/local, in DESTDIR if set'
+	@echo 'make uninstall  remove what make install has put there'
 	@echo 'make format   lay out the source files'
 	@echo 'make lint     check the source files'
 	@echo 'make clean    remove everything that was built'
@@ -63,6 +65,15 @@ package:
 	@scripts/install_packages.sh package
 	@scripts/build.sh release windows-x86 windows-x64
 	@scripts/package.sh
+
+PREFIX = /usr/local
+install:
+	@scripts/install_packages.sh build
+	@scripts/build.sh release
+	@scripts/install.sh install "$(PREFIX)"
+
+uninstall:
+	@scripts/install.sh uninstall
 
 format:
 	@scripts/install_packages.sh test

@@ -6,10 +6,7 @@ target_sources(ZVQRN PRIVATE ${export_list})
 set_target_properties(ZVQRN PROPERTIES PREFIX "" IMPORT_PREFIX lib)
 target_link_options(ZVQRN PRIVATE -static -Wl,--dynamicbase,--nxcompat,--no-insert-timestamp)
 
-# A library of its own, because the resource compiler does not know the compilers' options.
-configure_file(src/service/version.rc.in version.rc @ONLY)
-add_library(zvqrn_version OBJECT ${CMAKE_CURRENT_BINARY_DIR}/version.rc)
-target_sources(ZVQRN PRIVATE $<TARGET_OBJECTS:zvqrn_version>)
+add_version_resource(ZVQRN "${PROJECT_DESCRIPTION}")
 
 # In 32 bits C callers use the decorated names (_QRNStartService@24), the DLL exports the plain ones.
 # The import library that the linker writes has the plain names on both sides and serves no C caller,

@@ -138,7 +138,7 @@ check types types
 # The tests of the installed package, a line each.
 "$python" -m pip -q install --no-index --find-links "$packages" zvqrn
 check python-first-host first_host
-QUORIN_SCANNER=$linux/bin/quorin-scanner "$scripts/private_network.sh" --with-scanner \
+QUORIN_SCANNER=$linux/bin/quorin-scanner timeout 300 "$scripts/private_network.sh" --with-scanner \
   "$python" "$binding/tests/test_zvqrn.py" >logs/python 2>&1 || true
 sed -nE 's/^test_([a-z_]+) .* ok$/passed  bindings-python-\1/p
   s/^test_([a-z_]+) .* (FAIL|ERROR)$/FAILED  bindings-python-\1/p' logs/python

@@ -119,6 +119,36 @@ contents() {
   if grep -rlF -e "$top" -e "${top//[\/-]/_}" .; then false; fi
 }
 
+# The bill names every file with its checksums, and what is inside the programs; the notices have the
+# words that its authors ask for.
+bill() {
+  cd "$1"
+  python3 - "${1%%-*}" <<'END'
+import hashlib, json, os, re, sys
+bill = json.load(open("zvqrn.spdx.json"))
+notices = open("THIRD-PARTY-NOTICES.txt").read()
+names = {file["fileName"]: file for file in bill["files"]}
+here = {os.path.join(folder, name) for folder, _, files in os.walk(".") for name in files}
+here = {name for name in here if not os.path.islink(name)} - {"./zvqrn.spdx.json", "./SHA256SUMS"}
+assert set(names) == here, set(names) ^ here
+for name, file in names.items():
+    for checksum in file["checksums"]:
+        wanted = hashlib.new(checksum["algorithm"].lower(), open(name, "rb").read()).hexdigest()
+        assert checksum["checksumValue"] == wanted, name
+known = {thing["SPDXID"] for thing in bill["files"] + bill["packages"]} | {"SPDXRef-DOCUMENT"}
+assert len(known) == len(bill["files"]) + len(bill["packages"]) + 1
+for relationship in bill["relationships"]:
+    assert {relationship["spdxElementId"], relationship["relatedSpdxElement"]} <= known
+inside = sum(relationship["relationshipType"] == "STATIC_LINK" for relationship in bill["relationships"])
+assert inside == (4 if sys.argv[1] == "linux" else 12), inside
+for package in bill["packages"][1:]:
+    assert re.search(f"^{re.escape(package['name'])} {re.escape(package['versionInfo'])} ", notices, re.M)
+for words in ("University of Cincinnati", "Niels Lohmann"):
+    assert words in notices, words
+assert ("mingw-w64 project" in notices) == (sys.argv[1] == "windows")
+END
+}
+
 # Packed once more from the same builds, all have the same bytes.
 same_again() {
   SOURCE_DATE_EPOCH=$(stat -c %Y linux/README.md) "$scripts/package.sh" "$work/again"
@@ -152,6 +182,11 @@ machine_files() {
     "${CROSS[$machine]}-objdump" -f "$file" | grep "file format ${FORMAT[$machine]}\$"
   done
   grep -F "<PlatformTarget>$machine</PlatformTarget>" examples/csharp/FirstHost.csproj
+  # Each says what it is, and its version; the stand-in that it is none of the maker's.
+  for file in bin/*.dll bin/*.exe; do
+    tr -d '\0' <"$file" | grep -aF "ProductVersion$version" >/dev/null
+  done
+  tr -d '\0' <bin/DRAVLIB.dll | grep -aF "stand-in, not the maker's" >/dev/null
 }
 
 shared_library() {
@@ -222,6 +257,57 @@ with_pkg_config() {
   LD_LIBRARY_PATH=$work/linux/lib ldd ./pc_host | grep -F "$work/linux/lib/libZVQRN.so"
 }
 
+# make install, and programs that find what it has put there; make uninstall leaves nothing.
+installed() {
+  local root=$work/installed flags
+  make -C "$top" install "DESTDIR=$root" PREFIX=/opt/zvqrn
+  diff <(cd "$root/opt/zvqrn" && find . ! -type d | sort) \
+    <(cd linux && find bin include lib share ! -type d ! -name '*DRAVLIB*' ! -path '*/man1/*' -printf './%p\n' |
+      sort)
+  cp -R "$top/packaging/conan/test_package" version_check
+  cmake -S version_check -B version_check/build -DCMAKE_PREFIX_PATH="$root/opt/zvqrn"
+  cmake --build version_check/build
+  [[ $(version_check/build/version_check) == "ZVQRN $version" ]]
+  export PKG_CONFIG_PATH=$root/opt/zvqrn/lib/pkgconfig
+  read -ra flags < <(pkg-config --cflags --libs zvqrn)
+  gcc version_check/version_check.c "${flags[@]}" -o version_check/by_pkg_config
+  make -C "$top" uninstall "DESTDIR=$root"
+  [[ -z $(find "$root" ! -type d -o -iname zvqrn -empty) ]]
+}
+
+# Neither vcpkg nor Conan is to be had here.  What can be tried without: the port has the version, and
+# the sources that the recipe exports, called by functions that imitate Conan's, suffice to configure.
+ports() {
+  python3 - "$top/packaging" "$version" exported <<'END'
+import glob, importlib.util, json, os, shutil, sys, types
+packaging, version, target = sys.argv[1:]
+assert json.load(open(packaging + "/vcpkg/zvqrn/vcpkg.json"))["version"] == version
+def copy(recipe, pattern, src, dst):
+    found = [path for path in glob.glob(os.path.join(src, pattern), recursive=True)]
+    found += [path for path in glob.glob(os.path.join(src, pattern, "**"), recursive=True)]
+    for path in filter(os.path.isfile, found):
+        place = os.path.join(dst, os.path.relpath(path, src))
+        os.makedirs(os.path.dirname(place), exist_ok=True)
+        shutil.copy(path, place)
+    assert found, pattern
+names = {"conan": {"ConanFile": object}, "conan.errors": {"ConanInvalidConfiguration": Exception},
+         "conan.tools": {}, "conan.tools.files": {"copy": copy, "load": lambda recipe, path: open(path).read(),
+         "rmdir": None}, "conan.tools.cmake": dict.fromkeys(["CMake", "CMakeDeps", "CMakeToolchain", "cmake_layout"])}
+for name, content in names.items():
+    sys.modules[name] = types.ModuleType(name)
+    vars(sys.modules[name]).update(content)
+spec = importlib.util.spec_from_file_location("recipe", packaging + "/conan/conanfile.py")
+module = importlib.util.module_from_spec(spec)
+spec.loader.exec_module(module)
+recipe = module.ZvqrnRecipe()
+recipe.recipe_folder, recipe.export_sources_folder = packaging + "/conan", target
+recipe.set_version()
+recipe.export_sources()
+assert recipe.version == version
+END
+  cmake -S exported -B exported/build -DZVQRN_BUILD_TOOLS=OFF
+}
+
 cmake_for_windows() {
   local machine=$1 language=$2
   with_cmake "windows-$machine" "$language" -DCMAKE_SYSTEM_NAME=Windows \
@@ -277,7 +363,7 @@ document_in_cpp() {
   cd linux
   awk '/^```$/ && on { exit } on; /^```cpp$/ { on = 1 }' "$top/docs/host-guide.md" >first_host.cpp
   bash -c "$(grep -m1 '^g++ .*first_host.cpp' "$top/docs/host-guide.md")"
-  ldd first_host | grep -F "$work/linux/lib/libZVQRN.so"
+  ldd "$PWD/first_host" | grep -F "$work/linux/lib/libZVQRN.so"
   rm first_host first_host.cpp
 }
 
@@ -387,6 +473,7 @@ run_windows_programs() {
 # Before anything is built in them.
 for system in linux "${MACHINES[@]/#/windows-}"; do
   check "contents-$system" contents "$system"
+  check "bill-$system" bill "$system"
 done
 check same-again same_again
 check shared-library shared_library
@@ -404,6 +491,8 @@ for machine in "${MACHINES[@]}"; do
   check "msvc-library-$machine" with_msvc_library "$machine"
 done
 check pkg-config with_pkg_config
+check installed installed
+check ports ports
 check documents documents
 check document-in-cpp document_in_cpp
 check c-sharp c_sharp

@@ -29,13 +29,14 @@ gather() {
   cmake --install "build/$preset" --prefix "$root" --component stand-in "$@" >/dev/null
   mkdir -p "$root/docs" "$root/wireshark"
   cp tools/wireshark/zvqrn.lua "$root/wireshark/"
-  cp -R examples CHANGELOG.md "$root/"
+  cp -R examples CHANGELOG.md LICENCE.md "$root/"
   cp docs/host-guide.md docs/network.md docs/protocol.md "$root/docs/"
   sed "s/@VERSION@/$version/g" "packaging/$readme" >"$root/README.md"
 }
 
-# The rest of the package in `root`: checksums, one time for all, plain permissions.
+# The rest of the package in `root`: what it is made of, checksums, one time for all, plain permissions.
 finish() {
+  python3 packaging/bill_of_materials.py "$root" "$version"
   (cd "$root" && find . -type f -printf '%P\n' | sort | xargs sha256sum) >"$work/sums"
   mv "$work/sums" "$root/SHA256SUMS"
   find "$root" -type f -exec chmod u=rw,go=r {} + -o -type d -exec chmod u=rwx,go=rx {} +

@@ -141,6 +141,10 @@ def make_wheel(folder, root):
         "",
     ]
     files[f"{information}/WHEEL"] = "\n".join(wheel).encode("utf-8")
+    for text in ("LICENCE.md", "THIRD-PARTY-NOTICES.txt"):
+        path = (root and find(root, text)) or HERE / "../.." / text
+        if path.is_file():
+            files[f"{information}/{text}"] = path.read_bytes()
     record = []
     for name, data in files.items():
         digest = base64.urlsafe_b64encode(hashlib.sha256(data).digest()).rstrip(b"=").decode()
