@@ -128,6 +128,27 @@ first_host() {
   grep -x ' *ready' pushes.out
 }
 
+# The numbers that the header for C names have the same names in Python, and are used in C++.
+numbers() {
+  "$python" - "$linux/include/zvqrn" <<'END'
+import re, sys, zvqrn
+header, wrapper = (open(f"{sys.argv[1]}/zvqrn.{end}", encoding="utf-8").read() for end in ("h", "hpp"))
+found = re.findall(r"QRN_(IMAGE|COLOR|LOAD|PAPER|RESPONSE|STATUS)_([A-Z0-9_]+) = (\d+)", header)
+for enumeration, family in (
+    (zvqrn.ImageFormat, "IMAGE"), (zvqrn.ColorType, "COLOR"), (zvqrn.LoadPaper, "LOAD"),
+    (zvqrn.PaperType, "PAPER"), (zvqrn.Answer, "RESPONSE"), (zvqrn.StatusCode, "STATUS"),
+):
+    wanted = {name: int(number) for kind, name, number in found if kind == family}
+    for name in wanted.copy():
+        if name.startswith("CLASS_"):
+            del wanted[name]
+        else:
+            assert re.search(rf" = QRN_{family}_{name}\b", wrapper), name
+    assert wanted == {member.name: member.value for member in enumeration} and wanted, family
+assert zvqrn.__version__ == re.search(r'^#define QRN_VERSION "(.*)"$', header, re.M)[1]
+END
+}
+
 check wheel-linux wheel "$platform" win32 "${linux##*/}" lib/libZVQRN.so lib/libDRAVLIB.so
 check wheel-x86 wheel win32 win_amd64 "ZVQRN-$version-windows-x86" bin/ZVQRN.dll bin/DRAVLIB.dll
 check wheel-x64 wheel win_amd64 win32 "ZVQRN-$version-windows-x64" bin/ZVQRN.dll bin/DRAVLIB.dll
@@ -137,12 +158,14 @@ check types types
 
 # The tests of the installed package, a line each.
 "$python" -m pip -q install --no-index --find-links "$packages" zvqrn
+check numbers numbers
 check python-first-host first_host
 QUORIN_SCANNER=$linux/bin/quorin-scanner timeout 300 "$scripts/private_network.sh" --with-scanner \
   "$python" "$binding/tests/test_zvqrn.py" >logs/python 2>&1 || true
 sed -nE 's/^test_([a-z_]+) .* ok$/passed  bindings-python-\1/p
   s/^test_([a-z_]+) .* (FAIL|ERROR)$/FAILED  bindings-python-\1/p' logs/python
-if ! tail -n 1 logs/python | grep -qx OK; then
+if ! tail -n 1 logs/python | grep -qx OK ||
+  ! grep -q "^Ran $(grep -cE '^test_.* (ok|FAIL|ERROR)$' logs/python) tests" logs/python; then
   failed=$((failed + 1))
   grep -q '^FAILED ' logs/python || printf 'FAILED  bindings-python\n'
   tail -n 60 logs/python

@@ -56,7 +56,7 @@ class Service(unittest.TestCase):
             if request.exchange is zvqrn.Exchange.START:
                 with self.assertRaises(zvqrn.RequestClosed):  # the scanner uses its uid again
                     requests[0].send(b"for another request")
-                threading.Timer(0.1, request.send, [bytearray(b"late\0r")]).start()
+                threading.Timer(0.1, request.send, [bytearray(b"late\0r\xff")]).start()
             if request.exchange is zvqrn.Exchange.SINGLE:
                 request.send(b"at once")
                 for wrong, error in (("text", TypeError), (None, TypeError), (b"", ValueError)):
@@ -72,9 +72,9 @@ class Service(unittest.TestCase):
         self.assertEqual(code, ACCEPTED, output)
         code, output = scan("--uid=one", "--protocol=2", "--pair", "--hold=700", "--id=3", "--product=XS-300")
         self.assertEqual(code, ACCEPTED, output)
-        data = [event for event in map(json.loads, output.splitlines()) if event["event"] == "data"]
-        self.assertEqual(len(data), 1, output)
-        self.assertIn("late", data[0].get("text", output))
+        events = [json.loads(line) for line in output.splitlines()]
+        data = [event["data"] for event in events if event["event"] == "data"]
+        self.assertEqual(data, ["late\0r\xff"])
 
         single, start, end = requests
         self.assertEqual(
@@ -280,6 +280,7 @@ class Service(unittest.TestCase):
             return forgotten, scanner
 
         loop = asyncio.new_event_loop()
+        loop.set_exception_handler(lambda loop, context: None)  # of the task that is left behind
         with self.assertLogs("zvqrn"):
             forgotten, scanner = loop.run_until_complete(forgets_to_stop())
             loop.close()

@@ -90,8 +90,9 @@ def _load(
 def utility_found() -> bool:
     """Whether a DRAVLIB is loaded in this process, as the library then has it too."""
     if sys.platform == "win32":
-        handle = ctypes.windll.kernel32.GetModuleHandleW
-        handle.restype = ctypes.c_void_p
+        # Not ctypes.windll, whose functions other packages declare for themselves.
+        handle = ctypes.WinDLL("kernel32").GetModuleHandleW
+        handle.argtypes, handle.restype = [ctypes.c_wchar_p], ctypes.c_void_p
         return bool(handle(UTILITY_NAME))
     with open("/proc/self/maps", encoding="utf-8", errors="replace") as maps:
         return any(line.rstrip().endswith("/" + UTILITY_NAME) for line in maps)
