@@ -107,27 +107,6 @@ for name in sys.argv[1:]:
 END
 }
 
-# The first host of the guide, as it stands there.
-first_host() {
-  awk '/^## A host in Python/ { here = 1 } /^```$/ && on { exit } on; /^```python$/ && here { on = 1 }' \
-    "$top/docs/host-guide.md" >first_host.py
-  # shellcheck disable=SC2016 # for the inner shell
-  SCANNER=$linux/bin/quorin-scanner timeout 100 "$scripts/private_network.sh" bash -euc '
-    set -m # a job in the background would ignore the interrupt
-    "$1" first_host.py >first_host.out 2>&1 &
-    trap "kill $! 2>/dev/null || true" EXIT
-    until grep Ctrl-C first_host.out; do sleep 0.1; done
-    "$SCANNER" push --to "$QUORIN_PRIVATE_ADDRESS" --uid 1
-    sleep 0.6
-    "$SCANNER" push --to "$QUORIN_PRIVATE_ADDRESS" --uid 2 --pair --hold 200 --protocol 2
-    kill -INT %1
-    wait %1' - "$python" | tee pushes.out
-  cat first_host.out
-  diff <(sed -E "s/uid='[0-9]{9,}'/uid='N'/" first_host.out | tail -n 3) \
-    <(grep -E '^(Settings|Id)Request\(' "$top/docs/host-guide.md" | sed -E "s/uid='[0-9]{9,}'/uid='N'/")
-  grep -x ' *ready' pushes.out
-}
-
 # The numbers that the header for C names have the same names in Python, and are used in C++.
 numbers() {
   "$python" - "$linux/include/zvqrn" <<'END'
@@ -159,7 +138,9 @@ check types types
 # The tests of the installed package, a line each.
 "$python" -m pip -q install --no-index --find-links "$packages" zvqrn
 check numbers numbers
-check python-first-host first_host
+for language in c cpp python; do
+  check "first-host-$language" "$scripts/first_hosts.sh" "$language"
+done
 QUORIN_SCANNER=$linux/bin/quorin-scanner timeout 300 "$scripts/private_network.sh" --with-scanner \
   "$python" "$binding/tests/test_zvqrn.py" >logs/python 2>&1 || true
 sed -nE 's/^test_([a-z_]+) .* ok$/passed  bindings-python-\1/p

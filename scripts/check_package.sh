@@ -358,15 +358,6 @@ documents() {
   done
 }
 
-# And the one in C++.
-document_in_cpp() {
-  cd linux
-  awk '/^```$/ && on { exit } on; /^```cpp$/ { on = 1 }' "$top/docs/host-guide.md" >first_host.cpp
-  bash -c "$(grep -m1 '^g++ .*first_host.cpp' "$top/docs/host-guide.md")"
-  ldd "$PWD/first_host" | grep -F "$work/linux/lib/libZVQRN.so"
-  rm first_host first_host.cpp
-}
-
 # The other import library, with two linkers.
 with_msvc_library() {
   local machine=$1 options=()
@@ -494,7 +485,6 @@ check pkg-config with_pkg_config
 check installed installed
 check ports ports
 check documents documents
-check document-in-cpp document_in_cpp
 check c-sharp c_sharp
 
 export LD_LIBRARY_PATH=$work/linux/lib
