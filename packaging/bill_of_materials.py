@@ -48,7 +48,9 @@ def write_notices(root, parts):
         title = f"{name} {debian_version(package)} ({licence}), in {', '.join(programs)}"
         lines += ["", "=" * 98, title, "=" * 98, ""]
         if "GCC-exception" in licence:
-            lines.append("The exception lets programs that were made with the compiler be passed on freely.")
+            lines.append(
+                "The exception lets programs that were made with the compiler be passed on freely."
+            )
         else:
             text = Path(f"/usr/share/doc/{package}/copyright").read_text(encoding="utf-8")
             lines += [line.rstrip() for line in text.splitlines()]
@@ -112,7 +114,9 @@ def write_bill(root, version, parts):
         )
         for file in files:
             # As a program is called, with or without an ending.
-            if file["fileName"].split("/")[-1] in {p + end for p in programs for end in ("", ".exe", ".dll")}:
+            if file["fileName"].split("/")[-1] in {
+                p + end for p in programs for end in ("", ".exe", ".dll")
+            }:
                 relationships.append((file["SPDXID"], "STATIC_LINK", identifier))
     relationships.append(("SPDXRef-DOCUMENT", "DESCRIBES", "SPDXRef-ZVQRN"))
     created = time.gmtime(int(os.environ.get("SOURCE_DATE_EPOCH", time.time())))
@@ -140,7 +144,9 @@ def write_bill(root, version, parts):
             }
         ],
     }
-    (root / BILL).write_text(json.dumps(bill, indent=1, ensure_ascii=False) + "\n", encoding="utf-8")
+    (root / BILL).write_text(
+        json.dumps(bill, indent=1, ensure_ascii=False) + "\n", encoding="utf-8"
+    )
 
 
 def main():

@@ -45,7 +45,9 @@ def platform_tag(libraries):
         data = library.read_bytes()
         if data[:2] == b"MZ":
             start = struct.unpack_from("<I", data, 60)[0]
-            return {0x14C: "win32", 0x8664: "win_amd64"}[struct.unpack_from("<H", data, start + 4)[0]]
+            return {0x14C: "win32", 0x8664: "win_amd64"}[
+                struct.unpack_from("<H", data, start + 4)[0]
+            ]
         if data[:6] != b"\x7fELF\2\1" or struct.unpack_from("<H", data, 18)[0] != 62:
             raise SystemExit(f"{library} is not for x86-64")
         for family, version in needed_versions(data):

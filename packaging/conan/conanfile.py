@@ -27,7 +27,14 @@ class ZvqrnRecipe(ConanFile):
         self.version = re.search(r"^project\(ZVQRN VERSION ([0-9.]+)", text, re.MULTILINE)[1]
 
     def export_sources(self):
-        for pattern in ("CMakeLists.txt", "LICENCE.md", "cmake/*", "docs/man/*", "include/*", "src/*"):
+        for pattern in (
+            "CMakeLists.txt",
+            "LICENCE.md",
+            "cmake/*",
+            "docs/man/*",
+            "include/*",
+            "src/*",
+        ):
             copy(self, pattern, src=self._sources(), dst=self.export_sources_folder)
 
     def validate(self):
@@ -54,7 +61,12 @@ class ZvqrnRecipe(ConanFile):
         CMake(self).install()
         for folder in ("cmake", "pkgconfig"):  # which Conan makes itself
             rmdir(self, os.path.join(self.package_folder, "lib", folder))
-        copy(self, "LICENCE.md", src=self.source_folder, dst=os.path.join(self.package_folder, "licenses"))
+        copy(
+            self,
+            "LICENCE.md",
+            src=self.source_folder,
+            dst=os.path.join(self.package_folder, "licenses"),
+        )
 
     def package_info(self):
         self.cpp_info.libs = ["ZVQRN"]

@@ -70,7 +70,9 @@ class Service(unittest.TestCase):
         options = [f"--{name.replace('_', '-')}={value}" for name, value in settings.items()]
         code, output = scan("--uid=one", "--ip=192.0.2.9", "--scan-y=999999999", *options)
         self.assertEqual(code, ACCEPTED, output)
-        code, output = scan("--uid=one", "--protocol=2", "--pair", "--hold=700", "--id=3", "--product=XS-300")
+        code, output = scan(
+            "--uid=one", "--protocol=2", "--pair", "--hold=700", "--id=3", "--product=XS-300"
+        )
         self.assertEqual(code, ACCEPTED, output)
         events = [json.loads(line) for line in output.splitlines()]
         data = [event["data"] for event in events if event["event"] == "data"]
@@ -88,7 +90,14 @@ class Service(unittest.TestCase):
         self.assertEqual(
             start,
             zvqrn.IdRequest(
-                "one", zvqrn.Exchange.START, "2.00", "Quorin XS-300", "192.0.2.10", None, "XS-300", 3
+                "one",
+                zvqrn.Exchange.START,
+                "2.00",
+                "Quorin XS-300",
+                "192.0.2.10",
+                None,
+                "XS-300",
+                3,
             ),
         )
         self.assertIs(end.exchange, zvqrn.Exchange.END)
@@ -258,7 +267,10 @@ class Service(unittest.TestCase):
                 seen.append(service)
                 self.assertEqual((service.name, service.serving), ("ASYNC", True))
                 with self.assertLogs("zvqrn"):
-                    verdicts = [(await loop.run_in_executor(None, scan, f"--uid={uid}"))[0] for uid in ("ok", "bad")]
+                    verdicts = [
+                        (await loop.run_in_executor(None, scan, f"--uid={uid}"))[0]
+                        for uid in ("ok", "bad")
+                    ]
                 with self.assertRaises(asyncio.TimeoutError):  # and nothing ends
                     await asyncio.wait_for(service.wait(), 0.05)
                 return verdicts, service.serving
@@ -339,7 +351,10 @@ class EndOfProcess(unittest.TestCase):
                 print("serving", flush=True)
                 service.{wait}()
             """
-        for seconds, interrupts, code, verdict in ((1, 1, (-2, 130), ACCEPTED), (3600, 30, (130,), None)):
+        for seconds, interrupts, code, verdict in (
+            (1, 1, (-2, 130), ACCEPTED),
+            (3600, 30, (130,), None),
+        ):
             with self.subTest(seconds):
                 child = begin_python(program.format(seconds=seconds, wait="wait"))
                 self.assertEqual(child.stdout.readline(), "serving\n")
@@ -361,12 +376,22 @@ class Loading(unittest.TestCase):
         package = Path(zvqrn.__file__).parent
         library = (package / "lib/libZVQRN.so").read_bytes()
         portable = bytearray(128)
-        portable[:2], portable[60], portable[64:68], portable[68:70] = b"MZ", 64, b"PE\0\0", b"\x4c\x01"
+        portable[:2], portable[60], portable[64:68], portable[68:70] = (
+            b"MZ",
+            64,
+            b"PE\0\0",
+            b"\x4c\x01",
+        )
         with tempfile.TemporaryDirectory() as folder:
             for name, data, error, words in (
                 ("missing.so", None, "LibraryMissing", "install the wheel"),
                 ("no-library.so", b"text", "LibraryError", "cannot be loaded"),
-                ("32-bit.so", library[:4] + b"\1" + library[5:], "WrongLibrary", "is for 32-bit Linux"),
+                (
+                    "32-bit.so",
+                    library[:4] + b"\1" + library[5:],
+                    "WrongLibrary",
+                    "is for 32-bit Linux",
+                ),
                 ("ZVQRN.dll", portable, "WrongLibrary", "is for 32-bit Windows"),
             ):
                 path = Path(folder) / name
@@ -380,8 +405,13 @@ class Loading(unittest.TestCase):
                             if data is not None:
                                 path.write_bytes(data)
                         try:
-                            zvqrn._library._open(*((str(path), "") if argument == "library" else
-                                                   (str(package / "lib/libZVQRN.so"), str(path))))
+                            zvqrn._library._open(
+                                *(
+                                    (str(path), "")
+                                    if argument == "library"
+                                    else (str(package / "lib/libZVQRN.so"), str(path))
+                                )
+                            )
                         except zvqrn.LibraryError as caught:
                             self.assertEqual(type(caught).__name__, error)
                             self.assertIn(words, str(caught))

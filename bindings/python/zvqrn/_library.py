@@ -170,6 +170,12 @@ def _declare(module: Any) -> Any:
     ]
     module.QRNGetPCName.argtypes = [ctypes.c_char_p, ctypes.POINTER(ctypes.c_int32)]
     module.QRNSetPCName.argtypes = [ctypes.c_char_p, ctypes.c_int32]
-    for name in ("QRNStartService", "QRNStopService", "QRNSendData", "QRNGetPCName", "QRNSetPCName"):
+    for name in (
+        "QRNStartService",
+        "QRNStopService",
+        "QRNSendData",
+        "QRNGetPCName",
+        "QRNSetPCName",
+    ):
         getattr(module, name).restype = ctypes.c_int32
     return module

@@ -136,7 +136,9 @@ class Service:
             buffer = ctypes.create_string_buffer(max(length.value, 1))
             result = self._library.QRNGetPCName(buffer, ctypes.byref(length))
         if result != 1:
-            raise NotServing("the service has no name yet: it does not run, or waits for an address")
+            raise NotServing(
+                "the service has no name yet: it does not run, or waits for an address"
+            )
         return buffer.raw[: length.value].decode(code_page(), "replace")
 
     @name.setter
@@ -166,7 +168,9 @@ class Service:
         library = _library.loaded()
         with _guard:
             if _forked:
-                raise StartFailed("this process was forked from one whose service ran: it can have none")
+                raise StartFailed(
+                    "this process was forked from one whose service ran: it can have none"
+                )
             if _current is not None:
                 raise AlreadyRunning("this process runs a service already; stop that one first")
             _current = self
@@ -174,7 +178,9 @@ class Service:
         self._inbox = queue.SimpleQueue()
         self.ended = _future()
         started = _future()
-        thread = threading.Thread(target=self._run, args=(started,), name="zvqrn service", daemon=True)
+        thread = threading.Thread(
+            target=self._run, args=(started,), name="zvqrn service", daemon=True
+        )
         try:
             thread.start()
         except RuntimeError:
@@ -271,7 +277,9 @@ def encode_name(name: str) -> bytes:
     try:
         encoded = name.encode(code_page())
     except UnicodeEncodeError as error:
-        raise ValueError(f"the name {name!r} has letters that are not in this PC's code page") from error
+        raise ValueError(
+            f"the name {name!r} has letters that are not in this PC's code page"
+        ) from error
     if not 1 <= len(encoded) <= NAME_BYTES or b"\0" in encoded:
         raise ValueError(
             f"the name must be 1 to {NAME_BYTES} bytes in this PC's code page, without a NUL; {name!r} "
