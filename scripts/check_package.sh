@@ -156,7 +156,7 @@ same_again() {
   for package in again/*; do
     cmp "$top/build/packages/${package##*/}" "$package"
   done
-  [[ $(find again -type f | wc -l) -eq 6 ]]
+  [[ $(find again -type f | wc -l) -eq 7 && $(wc -l <again/SHA256SUMS) -eq 6 ]]
 }
 
 # The library, checked on its own by scripts/check_dll.sh, is built once more, elsewhere: the same

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Makes the packages for host programmers, a ZVQRN-VERSION-SYSTEM.zip each for 32-bit and 64-bit
 # Windows and a .tar.gz for Linux, and a Python wheel of each, of what the presets windows-x86,
-# windows-x64 and release have built.  The same sources give the same bytes: files are sorted, belong
-# to nobody, and carry the time of the last commit (SOURCE_DATE_EPOCH).
+# windows-x64 and release have built, with their checksums.  The same sources give the same bytes:
+# files are sorted, belong to nobody, and carry the time of the last commit (SOURCE_DATE_EPOCH).
 # Usage: scripts/package.sh [FOLDER], by default build/packages
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -95,4 +95,4 @@ tar -C "$work" --sort=name --owner=0 --group=0 --numeric-owner --format=gnu -cf 
   gzip -n9 >"$out/${root##*/}.tar.gz"
 [[ $(uname -m) != x86_64 ]] || make_wheel
 
-(cd "$out" && sha256sum -- *"-$version-"*)
+(cd "$out" && sha256sum -- *"-$version-"* | tee SHA256SUMS)
