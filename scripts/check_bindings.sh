@@ -21,6 +21,8 @@ for machine in x86 x64; do
 done
 tar -xzf "$packages/ZVQRN-$version-linux-x86_64.tar.gz"
 readonly linux=$work/ZVQRN-$version-linux-x86_64
+# Whatever this user has told pip.
+export PIP_CONFIG_FILE=/dev/null PIP_DISABLE_PIP_VERSION_CHECK=1
 python3 -m venv environment
 readonly python=$work/environment/bin/python
 linux_wheel=$(echo "$packages/zvqrn-$version-py3-none-manylinux_"*_x86_64.whl)
@@ -49,7 +51,7 @@ check() {
 # them all.  Arguments: platform, another one, package, library, stand-in.
 wheel() {
   local file=$packages/zvqrn-$version-py3-none-$1.whl
-  local pip=("$python" -m pip -q install --no-index --only-binary=:all:)
+  local pip=("$python" -m pip -q install --no-index --no-compile --only-binary=:all:)
   if "${pip[@]}" --platform="$2" --target=refused "$file"; then false; fi
   "${pip[@]}" --platform="$1" --target="wheel-$1" "$file"
   cd "wheel-$1"
