@@ -289,8 +289,9 @@ bool IsUnique(const Conversation& conversation, const Request& request) {
 Request* EnterRequest(Conversation* conversation, const Request& request) {
   conversation->requests.push_back(request);
   Request* entered = &conversation->requests.back();
-  conversation->given += static_cast<std::int64_t>(request.bytes.size());
-  entered->endsAt = conversation->given;
+  // Counted by the socket: a scanner may have given bytes that are no request.
+  entered->endsAt =
+      SocketOf(conversation->socket)->given + static_cast<std::int64_t>(request.bytes.size());
   if (request.parent.empty()) {
     return entered;
   }

@@ -35,7 +35,6 @@ struct Conversation {
   std::deque<Request> requests;
   std::deque<HostData> data;
   std::int64_t heard;  // bytes of whole messages so far
-  std::int64_t given;
 };
 
 struct Book {
