@@ -86,7 +86,7 @@ void BehaveBadly(Dice dice, std::int32_t number) {
       Hear(&line, machine.now + dice.Spread(SECOND));
     }
   } else {
-    switch (dice.Below(9)) {
+    switch (dice.Below(10)) {
       case 0:
         break;  // never speaks
       case 1:
@@ -112,6 +112,9 @@ void BehaveBadly(Dice dice, std::int32_t number) {
         break;
       case 7:
         BeDeaf(&line, &dice, number);
+        break;
+      case 8:
+        Give(&line, "HTTP/1.0 200 OK" + sound.substr(sound.find("\r\n")));
         break;
       default:
         book.mutations = true;
@@ -200,9 +203,9 @@ void BreakAHeadOff(Line* line, Dice* dice) {
 void StopInTheBody(Line* line, Dice* dice, bool drips) {
   Request cut = MakeRequest(dice, "cut", true);
   const std::size_t body = cut.bytes.find("\r\n\r\n") + 4;
-  const std::size_t last = cut.bytes.find("<p:");
+  const std::size_t last = dice->OneIn(3) ? body : cut.bytes.find("<p:");
   Request* asked = EnterRequest(line->conversation, cut);
-  asked->body = Request::RUBBISH;
+  asked->body = last == body && !drips ? Request::NOTHING : Request::RUBBISH;
   const Socket* server = SocketOf(line->conversation->socket)->peer;
   Give(line, cut.bytes.substr(0, drips ? body + 2 : last));
   Hear(line, machine.now + network.weather.jitter + network.weather.delay + MS);

@@ -62,11 +62,13 @@ void ThrowFaults(Dice* dice) {
     return;
   }
   for (std::int64_t i = dice->Between(1, 3); i > 0; i--) {
-    const auto call = dice->OneIn(3) ? CALL_ALLOCATE : static_cast<Call>(dice->Below(CALL_COUNT));
+    const auto call = dice->OneIn(3)   ? CALL_ALLOCATE
+                      : dice->OneIn(6) ? CALL_WAIT_SEMAPHORE
+                                       : static_cast<Call>(dice->Below(CALL_COUNT));
     const std::int64_t most = call == CALL_ALLOCATE || call == CALL_WAIT_SEMAPHORE ? 300 : 30;
     const std::int64_t first = dice->Spread(most);
     std::int64_t count = dice->OneIn(2) ? 1 : dice->OneIn(4) ? NEVER : dice->Spread(20);
-    if (call == CALL_WAKE_FOR_NOTHING || call == CALL_RECEIVE_DATAGRAM || call == CALL_SEND_PIECE) {
+    if (call == CALL_WAKE_FOR_NOTHING || call == CALL_SEND_PIECE) {
       // For good, these make loops that end only because real calls take time.
       count = std::min<std::int64_t>(count, 1000);
     }
@@ -216,7 +218,7 @@ bool Run(Dice* dice, bool chaos, const std::function<void()>& sendActors) {
 }
 
 // Nothing fails any more: the library is as good as new.
-void ProveItself() {
+void ProveItself(Dice* dice) {
   machine.faultsOn = false;
   book.hadFailures = machine.failures > 0;
   machine.failures = 0;
@@ -238,7 +240,14 @@ void ProveItself() {
   Begin("last", 99, [] { AskOnce(99); });
   WaitForActors();
   book.runs = false;
-  if (StopService() != 1) {
+  if (dice->OneIn(8)) {
+    // The process ends: that takes no time, whatever still runs.
+    const Micros begin = machine.now;
+    platform::OnLibraryUnload(true);
+    if (machine.temper.exact && machine.now != begin) {
+      Finding("the end of the process waits for something");
+    }
+  } else if (StopService() != 1) {
     Finding("the next stop fails");
   }
   UnloadLibrary();
@@ -253,7 +262,9 @@ void Direct(std::uint64_t seed) {
                                    UTILITY_KNOWS_SLOWLY, UTILITY_MISSING};
   utility = dice.Of(UTILITIES);
   machine.getTwainName = utility == UTILITY_MISSING ? nullptr : &KnowDriver;
-  machine.computerName = dice.OneIn(2) ? "OFFICE-PC" : "A(1),B\\";
+  // Where characters have two bytes the last two end in half a one.
+  const char* const names[] = {"OFFICE-PC", "A(1),B\\", "\x83\\(", "AB\x83", "\x83"};
+  machine.computerName = dice.OneIn(2) ? names[0] : dice.Of(names);
   machine.canWatchAddresses = !dice.OneIn(6);
   book.names = {machine.computerName};
   book.addresses = {"10.68.0.2", "10.68.0.3"};
@@ -288,7 +299,7 @@ void Direct(std::uint64_t seed) {
   } else {
     UnloadLibrary();
   }
-  ProveItself();
+  ProveItself(&dice);
   CheckLife();
 }
 

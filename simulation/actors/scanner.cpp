@@ -40,6 +40,10 @@ void AskPair(Scanner* scanner, Line* line) {
   if (dice.OneIn(3)) {
     Hear(line, machine.now + dice.Spread(2 * SECOND));
   }
+  if (dice.OneIn(10)) {
+    // The same once more: the END may come while the host still has it.
+    Ask(line, start, &dice);
+  }
   const std::int32_t ends = dice.OneIn(6) ? 2 : dice.OneIn(6) ? 0 : 1;
   for (std::int32_t i = 0; i < ends && !line->hasEnded; i++) {
     Request end = MakeRequest(&dice, dice.OneIn(10) ? start.uid : scanner->Uid(), true);
@@ -132,6 +136,10 @@ void BehaveWell(Dice dice, std::int32_t number, bool bulky) {
       }
       if (scanner.dice.OneIn(2)) {
         HearAll(&line);
+      }
+      if (line.conversation->isServed && !line.hasEnded && scanner.dice.OneIn(8)) {
+        // Scanners answer the host's data; nobody looks at it.
+        Give(&line, "HTTP/1.0 200 OK\r\nx-uid : 1\r\nx-status : 0001\r\n\r\n");
       }
     }
     if (!line.hasEnded && !scanner.dice.OneIn(4)) {

@@ -29,7 +29,7 @@ Search MakeSearch(Dice* dice, std::int32_t number, std::int32_t count) {
                 number,
                 "",
                 {}};
-  switch (dice->Below(14)) {
+  switch (dice->Below(16)) {
     case 0:
       search.scope = "DEFAULT";
       search.url = "SERVICE:QUORIN-AGENT";
@@ -47,7 +47,7 @@ Search MakeSearch(Dice* dice, std::int32_t number, std::int32_t count) {
       search.responders = "10.0.0.1," + OwnAddress();
       break;
     case 5:
-      search.responders = "10.0.0.1,1" + OwnAddress();
+      search.responders = "10.0.0.1,,10.68.0.9,1" + OwnAddress() + "," + OwnAddress() + "1";
       break;
     case 6:
       search.language = "";
@@ -62,6 +62,14 @@ Search MakeSearch(Dice* dice, std::int32_t number, std::int32_t count) {
     case 10:
     case 11:
       search.scope = "XS-200";
+      break;
+    case 12:
+      search.language.resize(1330, 'l');  // the reply is longer than a packet
+      break;
+    case 13:
+      for (int i = 0; i < 120; i++) {
+        search.responders += "10.0.0.1,";
+      }
       break;
     default:
       break;
@@ -109,14 +117,15 @@ void SendOddDatagrams(Dice dice, std::int32_t number) {
   const std::string scopes[] = {"XS\\-200", "XS-200\\", "XS-200,",      ",XS-200",
                                 "XS\\,200", "\xC3\xA4", "\xE4\xBD\xA0", "\xF0\x9F\x96\xA8",
                                 "\xC3",     "\xE4\xBD", "\xFF",         "\\\xC3\xA4",
-                                "XS\\\\",   "\x80",     "\xF0\x9F",     "\xF8\x80"};
+                                "XS\\\\",   "\x80",     "\xF0\x9F",     "\xF8\x80",
+                                "XS-200\\,"};
   const platform::SocketHandle socket = platform::OpenUdpSocket();
   for (std::int64_t i = dice.Between(10, 60); i > 0; i--) {
     Search search = MakeSearch(&dice, number, static_cast<std::int32_t>(i));
     search.scope = dice.OneIn(2) ? dice.Of(scopes) : search.scope;
     WriteSearch(&search);
     std::string& bytes = search.bytes;
-    switch (dice.Below(4)) {
+    switch (dice.Below(5)) {
       case 0:
         bytes = Mutated(bytes, &dice);
         break;
@@ -126,6 +135,13 @@ void SendOddDatagrams(Dice dice, std::int32_t number) {
         break;
       case 2:
         bytes[1] = static_cast<char>(dice.Below(13));
+        break;
+      case 3:
+        // Cut short, and a whole message for all that its header says.
+        bytes.resize(static_cast<std::size_t>(dice.Between(14, 30)));
+        bytes[1] = dice.OneIn(2) ? '\x07' : '\x06';
+        bytes[3] = 0;
+        bytes[4] = static_cast<char>(bytes.size());
         break;
       default:
         break;

@@ -40,7 +40,8 @@ const char* const CALL_NAMES[CALL_COUNT] = {"allocate",
                                             "computer name",
                                             "host name",
                                             "no address",
-                                            "read address"};
+                                            "read address",
+                                            "convert text"};
 
 namespace {
 

@@ -88,6 +88,7 @@ enum Call : std::int32_t {
   CALL_HOST_NAME,
   CALL_NO_ADDRESS,
   CALL_READ_ADDRESS,
+  CALL_CONVERT_TEXT,
   CALL_COUNT
 };
 extern const char* const CALL_NAMES[CALL_COUNT];

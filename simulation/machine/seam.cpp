@@ -420,6 +420,9 @@ bool IsUtf8CodePage() {
 // A page of this machine's own: bytes from 0x80 on are the characters U+0080 and so on, and with
 // double bytes a pair is one character from U+4E00 on.
 std::int32_t AnsiToUtf8Bytes(const char* text, char* utf8, std::int32_t size) {
+  if (Fails(CALL_CONVERT_TEXT)) {
+    return 0;
+  }
   std::string converted;
   for (const auto* at = reinterpret_cast<const unsigned char*>(text); *at != 0; at++) {
     unsigned character = *at;

@@ -538,8 +538,12 @@ void CheckSearch(const Search& search) {
   const std::vector<Micros> bursts = BurstsOf(search);
   bool asksHost = false;
   // The second address is the PC's only after a change.
-  const bool deserves = DeservesReply(search, book.addresses[0], &asksHost);
-  const bool mayBeAnswered = deserves || DeservesReply(search, book.addresses[1], &asksHost);
+  const bool fits = DeservesReply(search, book.addresses[0], &asksHost);
+  const bool isNamed = std::none_of(
+      book.names.begin(), book.names.end(),
+      [&](const std::string& name) { return Reply(search, name, book.addresses[0]).empty(); });
+  const bool deserves = fits && isNamed;
+  const bool mayBeAnswered = fits || DeservesReply(search, book.addresses[1], &asksHost);
   std::vector<Micros> heard;
   for (const SentDatagram& sent : network.datagrams) {
     if (sent.machine == search.searcher && sent.bytes == search.bytes) {
@@ -566,10 +570,10 @@ void CheckSearch(const Search& search) {
       const bool follows = std::any_of(bursts.begin(), bursts.end(), [&](Micros burst) {
         return burst >= asked && burst < asked + REPLY_PAUSE;
       });
-      spans.push_back({begin, end + (follows ? BURST : 0)});
+      spans.push_back({begin, end + (follows && isNamed ? BURST : 0)});
       const bool isServed = book.ServedAt(begin) && book.ServedAt(end) && !book.hadFailures;
-      if (isServed && search.hostSays == 1 && machine.temper.exact && book.addressChanges == 0 &&
-          std::count(bursts.begin(), bursts.end(), end) != 1) {
+      if (isServed && isNamed && search.hostSays == 1 && machine.temper.exact &&
+          book.addressChanges == 0 && std::count(bursts.begin(), bursts.end(), end) != 1) {
         Finding("search %s is not answered when the host has agreed", search.tags.c_str());
       }
     }

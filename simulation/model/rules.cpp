@@ -273,6 +273,9 @@ std::string Reply(const Search& search, const std::string& name, const std::stri
   for (std::size_t i = 0; i < name.size() && name[i] != '\0'; i++) {
     const auto byte = static_cast<unsigned char>(name[i]);
     if (machine.temper.codePage == Temper::DOUBLE_BYTE && byte >= 0x81 && byte <= 0x9F) {
+      if (i + 1 == name.size() || name[i + 1] == '\0') {
+        break;  // half a character is left out
+      }
       // A pair is one character, from U+4E00 on.
       const unsigned character =
           0x4E00U + (byte - 0x81U) * 256U + static_cast<unsigned char>(name[++i]);
@@ -285,6 +288,9 @@ std::string Reply(const Search& search, const std::string& name, const std::stri
       escaped += std::strchr("\\(),", name[i]) != nullptr ? "\\" : "";
       escaped += name[i];
     }
+  }
+  if (escaped.empty()) {
+    return "";
   }
   const std::string list =
       "(ClientName=" + escaped + "),(IPAddress=" + address + "),(EventPort=2968)";

@@ -84,6 +84,7 @@ void WriteSearch(Search* search);
 // True when the search deserves a reply from a PC with this address, as far as its bytes say; then
 // `asksHost` says whether the host decides.
 bool DeservesReply(const Search& search, const std::string& address, bool* asksHost);
+// Empty for a name of which nothing can be told.
 std::string Reply(const Search& search, const std::string& name, const std::string& address);
 
 }  // namespace zvqrn::simulation

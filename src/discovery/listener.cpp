@@ -6,6 +6,7 @@
 #include "discovery/requests.h"
 #include "platform/socket.h"
 #include "platform/sync.h"
+#include "platform/thread.h"
 
 namespace zvqrn {
 namespace {
@@ -18,11 +19,17 @@ constexpr std::int32_t RECEIVE_BUFFER_SIZE = 1400;
 // Every wait for datagrams ends after this long, to look for a stop or a new address.
 constexpr std::int32_t DISCOVERY_WAIT_MS = 300;
 
+// A datagram that is too long, and now and then a word of the system's about another one, make one
+// receive fail.  So many in a row mean that the socket is broken: then each is followed by a pause.
+constexpr std::int32_t FAILURES_AT_ONCE = 64;
+constexpr std::int32_t FAILURE_PAUSE_MS = 10;
+
 // The socket and the group that it is to be in.
 struct DiscoverySocket {
   platform::SocketHandle socket;
   platform::GroupMembership membership;
   bool joined;
+  std::int32_t failures;  // of receives, in a row
 };
 
 bool Join(DiscoverySocket* discovery) {
@@ -81,6 +88,11 @@ bool ServeOnce(DiscoverySocket* discovery) {
   platform::Endpoint sender{};
   const std::int32_t received =
       platform::ReceiveDatagram(discovery->socket, buffer, RECEIVE_BUFFER_SIZE, &sender);
+  discovery->failures = received < 0 ? discovery->failures + 1 : 0;
+  if (discovery->failures > FAILURES_AT_ONCE) {
+    discovery->failures = FAILURES_AT_ONCE;
+    platform::SleepMilliseconds(FAILURE_PAUSE_MS);
+  }
   if (received > 0) {
     ListNode* node = HandleDatagram(buffer, received, sender.address);
     if (node != nullptr) {
