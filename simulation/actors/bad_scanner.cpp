@@ -1,6 +1,7 @@
 // Scanners that do not keep to the protocol, and those that wait for the library's limits.
 
 #include "actors/line.h"
+#include "network/streams.h"
 #include "platform/clock.h"
 
 namespace zvqrn::simulation {
@@ -30,6 +31,20 @@ void BeDeaf(Line* line, Dice* dice, std::int32_t number) {
     Ask(line, request, dice);
   }
   Sleep(dice->Spread(20 * SECOND));
+}
+
+// Sends request after request without a pause, which the library answers by itself, and throws the
+// answers away.  Where calls take time, it cannot keep up for many seconds.
+void Flood(Line* line, Dice* dice) {
+  Request request = MakeRequest(dice, "flood", true);
+  request.product = "unknown";
+  WriteRequest(&request, dice);
+  bool goesOn = true;
+  for (std::int64_t i = machine.temper.callCost > 100 ? 3000 : 30; goesOn && i > 0; i--) {
+    char answers[4096];
+    goesOn = Give(line, request.bytes) &&
+             platform::ReceiveBytes(line->conversation->socket, answers, sizeof answers) != 0;
+  }
 }
 
 void Knock(Dice* dice) {
@@ -86,7 +101,7 @@ void BehaveBadly(Dice dice, std::int32_t number) {
       Hear(&line, machine.now + dice.Spread(SECOND));
     }
   } else {
-    switch (dice.Below(10)) {
+    switch (dice.Below(11)) {
       case 0:
         break;  // never speaks
       case 1:
@@ -112,6 +127,9 @@ void BehaveBadly(Dice dice, std::int32_t number) {
         break;
       case 7:
         BeDeaf(&line, &dice, number);
+        break;
+      case 9:
+        Flood(&line, &dice);
         break;
       case 8:
         Give(&line, "HTTP/1.0 200 OK" + sound.substr(sound.find("\r\n")));
@@ -237,14 +255,16 @@ void StopInTheBody(Line* line, Dice* dice, bool drips) {
 void StopReading(Line* line, Dice* dice) {
   book.stalls = true;
   line->conversation->isBulky = true;
+  line->conversation->isPolite = false;  // else it would read when it cannot send
   const std::int64_t fits = network.weather.window + network.weather.sendBuffer;
   const Socket* server = SocketOf(line->conversation->socket)->peer;
-  for (std::int64_t i = 0; i < fits / 500 + 20 && server->unsent.empty(); i++) {
+  for (std::int64_t i = 0; i < fits / 250 + 20 && RoomToSend(*server) > 0; i++) {
     Ask(line, MakeRequest(dice, "unread" + std::to_string(i), true), dice);
   }
-  line->conversation->isPolite = false;
+  Sleep(20 * SECOND);  // the host's callbacks
+  const bool stalls = RoomToSend(*server) <= 0 || server->closedAt != NEVER;
   Sleep(400 * SECOND);
-  if (IsExact(*line) && !server->unsent.empty()) {
+  if (IsExact(*line) && stalls) {
     const Micros last = server->sentMarks.back().time;
     if (server->isOpen) {
       Finding("a scanner that takes nothing is not given up");

@@ -30,6 +30,8 @@ std::int64_t dataMade = 0;
 // Values that the library must hand back.
 char filterValue, eventValue, statusValue;
 
+constexpr Micros LONGEST_STATUS = 300 * MS;
+
 constexpr std::int32_t VERDICTS[] = {1, 1, 1, 1, 2, 3, 5, 6, 7, 8, 9, 9, 0, -1, 42};
 
 std::string MakeData() {
@@ -175,6 +177,10 @@ std::int32_t QRN_CALLBACK OnStatus(std::int32_t statusClass, std::int32_t status
   std::int32_t length = 0;
   if (QRNGetPCName(nullptr, &length) != 0 || QRNStopService() != 0) {
     Finding("an export works inside StatusCallback");
+  }
+  if (host.dice.OneIn(4)) {
+    Sleep(host.dice.Spread(LONGEST_STATUS));
+    book.lastCallbackAt = machine.now;
   }
   return 0;
 }

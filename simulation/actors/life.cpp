@@ -148,6 +148,8 @@ bool RunsNow() {
   return QRNGetPCName(nullptr, &length) == 1;
 }
 
+constexpr std::size_t FIRST_FINDER = 90;  // scanners' numbers, one a run
+
 // One run: start, a while, stop or unload.  True when the library has been unloaded.
 bool Run(Dice* dice, bool chaos, const std::function<void()>& sendActors) {
   Socket* taken = dice->OneIn(20)
@@ -156,7 +158,7 @@ bool Run(Dice* dice, bool chaos, const std::function<void()>& sendActors) {
   if (dice->OneIn(8)) {
     std::array<Interface, 2> interfaces = network.interfaces;
     interfaces[0].isUp = interfaces[1].isUp = false;
-    ChangeInterfaces(interfaces);
+    EnterInterfaces(interfaces);
   }
   const bool hasAddress = OwnInterface() != nullptr;
   const std::int32_t changes = book.addressChanges;
@@ -180,11 +182,9 @@ bool Run(Dice* dice, bool chaos, const std::function<void()>& sendActors) {
     Sleep(dice->Spread(2 * SECOND));
     std::array<Interface, 2> interfaces = network.interfaces;
     interfaces[static_cast<std::size_t>(dice->Below(2))].isUp = true;
-    book.addressChangedAt = machine.now;
-    book.addressChanges++;
-    ChangeInterfaces(interfaces);
+    EnterInterfaces(interfaces);
     const std::int32_t changesNow = book.addressChanges;
-    Sleep(SECOND);
+    Sleep(2 * SECOND);
     const bool runs = RunsNow();
     if (!chaos && started == 1 && taken == nullptr && machine.failures == 0 &&
         changesNow == book.addressChanges && !runs) {
@@ -197,6 +197,14 @@ bool Run(Dice* dice, bool chaos, const std::function<void()>& sendActors) {
   if (dice->OneIn(2)) {
     Sleep(dice->Spread(12 * SECOND));
   } else {
+    WaitForActors();
+  }
+  if (!chaos && book.addressChanges != changes && dice->OneIn(2)) {
+    // Whatever changed, the PC can be found where it is now.
+    WaitForActors();
+    Sleep(SETTLES_WITHIN);
+    const auto finder = static_cast<std::int32_t>(FIRST_FINDER + book.ended.size());
+    Send("finder", finder, [d = Dice(dice->Next()), finder] { SearchForPcs(d, finder, 2); });
     WaitForActors();
   }
   if (book.runs) {
@@ -267,7 +275,6 @@ void Direct(std::uint64_t seed) {
   machine.computerName = dice.OneIn(2) ? names[0] : dice.Of(names);
   machine.canWatchAddresses = !dice.OneIn(6);
   book.names = {machine.computerName};
-  book.addresses = {"10.68.0.2", "10.68.0.3"};
   BeginHost({Dice(dice.Next()), dice.OneIn(4) ? dice.Between(1, 20 * SECOND) : dice.Spread(SECOND),
              dice.OneIn(6), dice.OneIn(4), dice.OneIn(4)});
   ThrowFaults(&dice);

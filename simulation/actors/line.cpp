@@ -38,7 +38,7 @@ bool TakeBytes(Line* line) {
       Finding("%s gets half a message", line->conversation->name.c_str());
     }
     line->hasEnded = true;
-    EnterEnd(line->conversation);
+    EnterEnd(line->conversation, count < 0);
     return false;
   }
   line->received.append(bytes, static_cast<std::size_t>(count));

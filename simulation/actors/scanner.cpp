@@ -46,7 +46,7 @@ void AskPair(Scanner* scanner, Line* line) {
   }
   const std::int32_t ends = dice.OneIn(6) ? 2 : dice.OneIn(6) ? 0 : 1;
   for (std::int32_t i = 0; i < ends && !line->hasEnded; i++) {
-    Request end = MakeRequest(&dice, dice.OneIn(10) ? start.uid : scanner->Uid(), true);
+    Request end = MakeRequest(&dice, i == 0 && dice.OneIn(10) ? start.uid : scanner->Uid(), true);
     end.subevent = dice.OneIn(4) ? "End" : "END";
     end.parent = asked->currentUid;
     WriteRequest(&end, &dice);

@@ -23,11 +23,7 @@ void ChangeSurroundings(Dice dice, Micros until) {
         TellOfChange();  // of something else
         continue;
     }
-    DIARY("the adapters are %s and %s", interfaces[0].isUp ? "up" : "down",
-          interfaces[1].isUp ? "up" : "down");
-    book.addressChangedAt = machine.now;
-    book.addressChanges++;
-    ChangeInterfaces(interfaces);
+    EnterInterfaces(interfaces);
   }
 }
 

@@ -59,6 +59,7 @@ struct Book {
   std::vector<std::string> addresses;
   Micros addressChangedAt;
   std::int32_t addressChanges;
+  std::string ownAddress;                         // of the PC since then; empty without an adapter
   std::vector<std::pair<Micros, Micros>> served;  // from a start that serves to the next stop
   std::vector<std::pair<Micros, Micros>> ended;   // from a stop's or unload's begin to its end
   bool wasChaos;
@@ -74,6 +75,10 @@ void BeginBook();
 // Whether nothing has disturbed the service from that time on.
 bool Undisturbed(Micros since);
 void NoteDisturbance();
+
+// Adapters come or go; so much later that is known, and bursts that had begun before are over.
+constexpr Micros SETTLES_WITHIN = 3 * SECOND;
+void EnterInterfaces(const std::array<Interface, 2>& interfaces);
 
 Conversation* NewConversation(platform::SocketHandle socket, const std::string& name, bool polite);
 
@@ -95,7 +100,7 @@ bool IsUnique(const Conversation& conversation, const Request& request);
 
 // A scanner has heard a whole message, or the end.
 void EnterHeard(Conversation* conversation, const std::string& message);
-void EnterEnd(Conversation* conversation);
+void EnterEnd(Conversation* conversation, bool byReset);
 
 // A polite scanner that has waited long enough: nothing of its may be missing.
 void CheckNothingIsMissing(const Conversation& conversation);

@@ -89,6 +89,7 @@ struct SentDatagram {
   platform::Endpoint from, to;
   std::string bytes;
   std::vector<Micros> heardAt;  // when it came to a socket of the PC's, once or twice
+  Micros missedAt;              // when it came to the PC for a group that nobody was in
 };
 
 struct Network {

@@ -105,6 +105,9 @@ Socket* ReceiverOf(const SentDatagram& datagram) {
 
 void Deliver(SentDatagram* datagram) {
   Socket* socket = ReceiverOf(*datagram);
+  if (socket == nullptr && IsGroup(datagram->to.address) && OwnInterface() != nullptr) {
+    datagram->missedAt = machine.now;
+  }
   if (socket == nullptr || socket->datagrams.size() >= MOST_DATAGRAMS) {
     return;
   }
