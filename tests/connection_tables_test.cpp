@@ -31,7 +31,8 @@ class ConnectionTables : public testing::Test {
   static std::string Uids() {
     std::string uids;
     for (const ListNode* node = service.jobTable.head; node != nullptr; node = node->next) {
-      uids += std::string(static_cast<JobRecord*>(node->item)->header.uid) + " ";
+      const auto* job = static_cast<JobRecord*>(node->item);
+      uids += job->ended == 0 ? std::string(job->header.uid) + " " : "";
     }
     return uids;
   }
@@ -53,6 +54,7 @@ TEST_F(ConnectionTables, FindTheOldestOpenJob) {
     FinishJob(job);
   }
   EXPECT_EQ(Uids(), "A ");
+  EXPECT_EQ(service.jobTable.head->next, nullptr);
 }
 
 TEST_F(ConnectionTables, JudgeAParent) {

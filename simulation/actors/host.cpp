@@ -179,6 +179,7 @@ std::int32_t QRN_CALLBACK OnStatus(std::int32_t statusClass, std::int32_t status
     Finding("an export works inside StatusCallback");
   }
   if (host.dice.OneIn(4)) {
+    book.slowStatus = true;
     Sleep(host.dice.Spread(LONGEST_STATUS));
     book.lastCallbackAt = machine.now;
   }

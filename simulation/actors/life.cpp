@@ -162,6 +162,12 @@ bool Run(Dice* dice, bool chaos, const std::function<void()>& sendActors) {
   }
   const bool hasAddress = OwnInterface() != nullptr;
   const std::int32_t changes = book.addressChanges;
+  if (dice->OneIn(20)) {
+    // The address changes while the service starts.
+    std::array<Interface, 2> swapped = network.interfaces;
+    std::swap(swapped[0].isUp, swapped[1].isUp);
+    At(machine.now + dice->Below(3 * MS), [swapped] { EnterInterfaces(swapped); });
+  }
   const std::int32_t started = StartService();
   if (!chaos && machine.failures == 0 && book.addressChanges == changes &&
       started != (taken != nullptr || (!hasAddress && !machine.canWatchAddresses) ? 0 : 1) &&

@@ -42,10 +42,11 @@ class Dice {
   bool OneIn(std::int64_t count) { return count > 0 && Below(count) == 0; }
   // 1 to most, each order of magnitude as likely as the next.
   std::int64_t Spread(std::int64_t most) {
-    std::int64_t limit = 1;
-    while (limit < most && !OneIn(4)) {
-      limit *= 2;
+    std::int64_t magnitudes = 1;
+    while ((std::int64_t{1} << magnitudes) < 2 * most) {
+      magnitudes++;
     }
+    const std::int64_t limit = std::int64_t{1} << Below(magnitudes);
     return Between(limit / 2 + 1, limit < most ? limit : most);
   }
   template <typename Type, std::size_t COUNT>

@@ -540,7 +540,7 @@ std::vector<Micros> BurstsOf(const Search& search) {
     }
   }
   for (const SentDatagram* reply : sent) {
-    const bool isSettled = book.IsPrompt() && machine.canWatchAddresses &&
+    const bool isSettled = book.IsCalm() && machine.canWatchAddresses &&
                            reply->time > book.addressChangedAt + SETTLES_WITHIN;
     bool isRight = false;
     for (const std::string& name : book.names) {
@@ -578,7 +578,7 @@ void CheckSearch(const Search& search) {
       heard.insert(heard.end(), sent.heardAt.begin(), sent.heardAt.end());
     }
     if (sent.machine == search.searcher && sent.missedAt > book.addressChangedAt + SETTLES_WITHIN &&
-        book.ServedAt(sent.missedAt) && book.IsPrompt() && machine.canWatchAddresses) {
+        book.ServedAt(sent.missedAt) && book.IsCalm() && machine.canWatchAddresses) {
       Finding("search %s is not heard, for the group is not joined", search.tags.c_str());
     }
   }
@@ -597,14 +597,19 @@ void CheckSearch(const Search& search) {
   std::vector<Span> spans;
   if (asksHost) {
     for (const auto& [begin, end] : search.filterCalls) {
-      // No burst follows when a stop or a fault has come.
+      // No burst follows when a stop or a fault has come; and each follows its own call.
       const Micros asked = end;
+      const auto isLater = [&](Micros burst) {
+        return std::any_of(
+            search.filterCalls.begin(), search.filterCalls.end(),
+            [&](const auto& call) { return call.second > asked && call.second <= burst; });
+      };
       const bool follows = std::any_of(bursts.begin(), bursts.end(), [&](Micros burst) {
-        return burst >= asked && burst < asked + REPLY_PAUSE;
+        return burst >= asked && burst < asked + REPLY_PAUSE && !isLater(burst);
       });
       spans.push_back({begin, end + (follows && isNamed ? BURST : 0)});
       const bool isServed = book.ServedAt(begin) && book.ServedAt(end) && !book.hadFailures;
-      if (isServed && isNamed && search.hostSays == 1 && machine.temper.exact &&
+      if (isServed && isNamed && search.hostSays == 1 && machine.temper.exact && !book.slowStatus &&
           book.addressChanges == 0 && std::count(bursts.begin(), bursts.end(), end) != 1) {
         Finding("search %s is not answered when the host has agreed", search.tags.c_str());
       }
@@ -629,10 +634,10 @@ void CheckSearch(const Search& search) {
     });
     const bool mustBeTaken =
         book.addressChanges == 0
-            ? deserves
+            ? deserves && !book.slowStatus
             : at > book.addressChangedAt + SETTLES_WITHIN && machine.canWatchAddresses && isNamed &&
                   !book.ownAddress.empty() && DeservesReply(search, book.ownAddress, &asksHost);
-    if (mustBeTaken && !isTaken && book.IsPrompt() && book.ServedAt(at)) {
+    if (mustBeTaken && !isTaken && book.IsCalm() && book.ServedAt(at)) {
       Finding("search %s, heard at %lld us, is not taken up", search.tags.c_str(),
               static_cast<long long>(at));
     }
@@ -644,8 +649,12 @@ void CheckSearch(const Search& search) {
 
 }  // namespace
 
-bool Book::IsPrompt() const {
+bool Book::IsCalm() const {
   return machine.temper.exact && !hadFailures && utility != UTILITY_KNOWS_SLOWLY && !wasChaos;
+}
+
+bool Book::IsPrompt() const {
+  return IsCalm() && !slowStatus;
 }
 
 bool Book::ServedAt(Micros time) const {

@@ -64,7 +64,11 @@ struct Book {
   std::vector<std::pair<Micros, Micros>> ended;   // from a stop's or unload's begin to its end
   bool wasChaos;
 
-  // Whether the library must take up what it hears at once; and whether it served at that time.
+  bool slowStatus;  // StatusCallback has taken time, for which others may wait
+
+  // Whether nothing has failed, and the time of everything is known; whether then the library must
+  // take up what it hears at once; and whether it served at that time.
+  bool IsCalm() const;
   bool IsPrompt() const;
   bool ServedAt(Micros time) const;
 };

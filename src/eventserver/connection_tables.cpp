@@ -164,21 +164,19 @@ void RemoveJobsWithUid(const char* uid) {
   JobRecord* job = FirstJobWithUid(uid);
   while (job != nullptr) {
     JobRecord* next = NextJobWithUid(job, uid);
-    ListTake(&service.jobTable, job->node);
-    job->node = nullptr;
+    // The host's callback may just be reading a job that is being delivered: nobody finds that one
+    // any more, and it goes with its delivery, or with the table if that cannot have the lock.
     UnindexJob(job);
-    // The host's callback may just be reading a job that is being delivered.
+    job->ended = 1;
     if (job->delivered != 0) {
-      ReleaseJob(job);
+      FinishJob(job);
     }
     job = next;
   }
 }
 
 void FinishJob(JobRecord* job) {
-  if (job->node != nullptr) {
-    ListTake(&service.jobTable, job->node);
-  }
+  ListTake(&service.jobTable, job->node);
   ReleaseJob(job);
 }
 

@@ -21,8 +21,7 @@ namespace zvqrn {
 
 struct JobBucket;
 
-// A request that has passed every check.  Owned by the job table; one that is removed while its
-// delivery is at work is then owned by the delivery.
+// A request that has passed every check.  Owned by the job table.
 struct JobRecord {
   platform::SocketHandle socket;  // the main connection's; not owned
   EventHeader header;             // the host gets its address; QRNSendData may change its uid
@@ -33,7 +32,9 @@ struct JobRecord {
   char parentUid[UID_SIZE];  // of an END: the uid of its START; else empty
   std::int32_t delivered;    // 0: its delivery is at work; 1: a START whose answer has been queued
 
-  ListNode* node;     // in the job table; null once it has been removed
+  std::int32_t ended;  // 1: an END has come while its delivery is at work; nobody finds it any more
+
+  ListNode* node;     // in the job table
   std::uint64_t age;  // lower for an older job
   JobBucket* bucket;  // in the index (job_index.h), or null; its neighbours there follow
   JobRecord* older;
@@ -98,12 +99,12 @@ JobRecord* FindOpenJob(const char* uid);
 // delivered, else STATUS_UNKNOWN_PARENT; null when the table is not there.
 const char* CheckParentUid(const char* parentUid);
 
-// Removes every job with this uid, and releases those whose delivery is over; the uid must not lie
-// in one of these.  jobTableLock is held.
+// Ends every job with this uid: those whose delivery is over are removed and released, the others
+// are not found any more; the uid must not lie in one of the former.  jobTableLock is held.
 void RemoveJobsWithUid(const char* uid);
 
-// The end of a job's delivery: removes the job if it is still in the table, and releases it.
-// jobTableLock is held.
+// The end of a job's delivery: removes the job from the table and releases it.  jobTableLock is
+// held.
 void FinishJob(JobRecord* job);
 
 }  // namespace zvqrn

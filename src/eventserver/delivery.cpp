@@ -66,7 +66,7 @@ void AskHost(JobRecord* job, Verdict* verdict) {
 
 // jobTableLock is held.
 void SettleJob(JobRecord* job) {
-  if (job->header.subevent == SUBEVENT_START && job->node != nullptr) {
+  if (job->header.subevent == SUBEVENT_START && job->ended == 0) {
     job->delivered = 1;
     return;
   }

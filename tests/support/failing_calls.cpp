@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "platform/address_change.h"
 #include "platform/thread.h"
 
 using namespace zvqrn::platform;
@@ -23,14 +22,13 @@ std::atomic<std::int32_t> callCount{0};
 std::atomic<std::int32_t> failureCount{0};
 thread_local bool isSpared = false;
 
-// No wait of the library that runs out takes longer, and its clock runs that much faster.
+// No wait of the library takes longer.
 constexpr std::int32_t SHORT_MS = 20;
-constexpr std::int32_t FASTER = 10;
 
-// Counts a call, or with `always` only looks for EVERY_CALL; true, and errno is set, when it fails.
-static bool Fails(const char* function, bool always = false) {
+// Counts a call; true, and errno is set, when it is to fail.
+static bool Fails(const char* function) {
   if (!isArmed || isSpared || std::strcmp(failing.function, function) != 0 ||
-      (failing.number != EVERY_CALL && (always || ++callCount != failing.number))) {
+      ++callCount != failing.number) {
     return false;
   }
   failureCount++;
@@ -57,18 +55,6 @@ static std::int32_t Shortened(std::int32_t milliseconds) {
     const bool fails = Fails(#name);                           \
     size = fails && failing.error == ONE_BYTE_ONLY ? 1 : size; \
     return fails && size != 1 ? -1 : __real_##name arguments;  \
-  }
-
-// Waits fail when they have found something: those that run out come too often to be counted.
-#define WAIT(label, result, name, parameters, arguments, found, undo, failed) \
-  REPLACED(result, name, parameters) {                                        \
-    const bool always = Fails(label, true);                                   \
-    const result outcome = always ? failed : __real_##name arguments;         \
-    if (always || !(outcome found) || !Fails(label)) {                        \
-      return outcome;                                                         \
-    }                                                                         \
-    undo;                                                                     \
-    return failed;                                                            \
   }
 
 extern "C" {
@@ -101,26 +87,11 @@ TRANSFER(sendto,
          (int fd, const void* bytes, std::size_t size, int flags, const sockaddr* name,
           socklen_t length),
          (fd, bytes, size, flags, name, length))
-WAIT("poll", int, poll, (pollfd * entries, nfds_t count, int limit),
-     (entries, count, Shortened(limit)), > 0, errno = failing.error, -1)
-WAIT("WaitSemaphore", SyncResult, _ZN5zvqrn8platform13WaitSemaphoreEPNS0_9SemaphoreEi,
-     (Semaphore * semaphore, std::int32_t limit), (semaphore, limit), == SYNC_SIGNALLED,
-     SignalSemaphore(semaphore), SYNC_FAILED)
-WAIT("WaitEvent", SyncResult, _ZN5zvqrn8platform9WaitEventEPNS0_5EventEi,
-     (Event * event, std::int32_t limit), (event, Shortened(limit)), == SYNC_SIGNALLED, ,
-     SYNC_FAILED)
-WAIT("WaitEitherEvent", EitherResult, _ZN5zvqrn8platform15WaitEitherEventEPNS0_5EventES2_,
-     (Event * first, Event* second), (first, second), != EITHER_FAILED, , EITHER_FAILED)
-REPLACED(bool, _ZN5zvqrn8platform18ArmAddressNotifierEPNS0_15AddressNotifierE,
-         (AddressNotifier * notifier)) {
-  return !Fails("ArmAddressNotifier") &&
-         __real__ZN5zvqrn8platform18ArmAddressNotifierEPNS0_15AddressNotifierE(notifier);
+REPLACED(int, poll, (pollfd * entries, nfds_t count, int limit)) {
+  return Fails("poll") ? -1 : __real_poll(entries, count, Shortened(limit));
 }
 REPLACED(void, _ZN5zvqrn8platform17SleepMillisecondsEi, (std::int32_t milliseconds)) {
   __real__ZN5zvqrn8platform17SleepMillisecondsEi(Shortened(milliseconds));
-}
-REPLACED(std::int64_t, _ZN5zvqrn8platform21MonotonicMillisecondsEv, ()) {
-  return __real__ZN5zvqrn8platform21MonotonicMillisecondsEv() * (isSpared ? 1 : FASTER);
 }
 // The library that is unloaded here stays, and is loaded again.
 REPLACED(void, _ZN5zvqrn8platform13RetireThreadsEv, ()) {

@@ -1,5 +1,5 @@
-// Calls of the system, and waits at the seam, that a test makes fail: replaced at link time (ld's
-// --wrap) in failure_tests only.  What the library's threads wait for is shortened there too.
+// Calls of the system that a test makes fail: replaced at link time (ld's --wrap) in failure_tests
+// only.  The waits of the library's threads are shortened there too.
 #pragma once
 
 #include <atomic>
@@ -9,10 +9,9 @@ namespace zvqrn::test {
 
 // Beside errno values: a transfer goes through in part.
 constexpr int ONE_BYTE_ONLY = -1;
-constexpr std::int32_t EVERY_CALL = 0;
 
 // Which call is to fail and how, while `isArmed`: the `number`th of the function since the counts
-// were reset, or EVERY_CALL.  Changed while nothing is armed.
+// were reset.  Changed while nothing is armed.
 struct FailingCall {
   const char* function;
   int error;
