@@ -1,8 +1,8 @@
 // Lives of the service on the simulated machine.
 //
-//   simulate --seeds N [--first S] [--jobs J]   N lives on J processes; how fast, and what they
-//   reached simulate --seed S                           one life, with its diary simulate --kept
-//   FILE                        the seeds of a file, which once found something
+// simulate --seeds N [--first S] [--jobs J]: N lives on J processes; how fast, and what they
+// reached. simulate --seed S: one life, with its diary. simulate --kept FILE: the seeds of a file,
+// which once found something.
 //
 // Exit code 1: something does not hold; the diary of that life is on the standard output.
 
@@ -19,7 +19,7 @@
 #include <cstring>
 #include <ctime>
 #include <fstream>
-#include <sstream>
+#include <map>
 
 #include "actors/actors.h"
 
@@ -31,7 +31,7 @@ constexpr std::size_t MOST_STATES = 128;
 constexpr int HANG_SECONDS = 60;
 
 struct State {
-  char name[64];
+  std::atomic<const char*> name;
   std::atomic<std::int64_t> count;
 };
 
@@ -45,28 +45,7 @@ struct Shared {
 };
 Shared* shared = nullptr;
 
-struct OwnState {
-  const char* name;
-  std::int64_t count;
-};
-std::vector<OwnState> states;  // of this process
-
-void ShareStates() {
-  for (const OwnState& own : states) {
-    for (State& state : shared->states) {
-      // Only one process writes at a time: each does so when the one before has ended.
-      if (state.name[0] == '\0') {
-        std::snprintf(state.name, sizeof state.name, "%s", own.name);
-      }
-      if (std::strcmp(state.name, own.name) == 0) {
-        state.count += own.count;
-        break;
-      }
-    }
-  }
-}
-
-[[noreturn]] void RunWorker(std::size_t job, std::uint64_t end, int turn) {
+[[noreturn]] void RunWorker(std::size_t job, std::uint64_t end) {
   for (;;) {
     const std::uint64_t seed = shared->next.fetch_add(1);
     if (seed >= end) {
@@ -77,12 +56,7 @@ void ShareStates() {
     shared->lives++;
     shared->virtualSeconds += static_cast<std::uint64_t>(machine.now / SECOND);
   }
-  // The token of the turn: states are shared by one at a time.
-  char token = 0;
-  if (read(turn, &token, 1) == 1) {
-    ShareStates();
-  }
-  _exit(token);
+  _exit(0);
 }
 
 [[noreturn]] void ShowLife(std::uint64_t seed) {
@@ -129,10 +103,6 @@ double Now() {
 void RunLives(const char* program, std::uint64_t first, std::int64_t count, std::size_t jobs) {
   shared->next = first;
   const double begin = Now();
-  int turn[2];
-  if (pipe(turn) != 0) {
-    std::exit(2);
-  }
   std::vector<pid_t> workers;
   std::vector<double> lastChange(jobs, begin);
   std::vector<std::uint64_t> lastSeed(jobs, 0);
@@ -140,14 +110,11 @@ void RunLives(const char* program, std::uint64_t first, std::int64_t count, std:
     std::fflush(stdout);
     const pid_t worker = fork();
     if (worker == 0) {
-      RunWorker(job, first + static_cast<std::uint64_t>(count), turn[0]);
+      RunWorker(job, first + static_cast<std::uint64_t>(count));
     }
     workers.push_back(worker);
   }
   std::size_t running = jobs;
-  if (write(turn[1], "", 1) != 1) {
-    std::exit(2);
-  }
   for (double told = begin; running > 0;) {
     int status = 0;
     const pid_t ended = waitpid(-1, &status, WNOHANG);
@@ -158,9 +125,6 @@ void RunLives(const char* program, std::uint64_t first, std::int64_t count, std:
         ShowFinding(program, workers, finder, WIFSIGNALED(status) ? ", by a crash" : "");
       }
       running--;
-      if (running > 0 && write(turn[1], "", 1) != 1) {
-        std::exit(2);
-      }
       continue;
     }
     poll(nullptr, 0, 20);
@@ -182,22 +146,18 @@ void RunLives(const char* program, std::uint64_t first, std::int64_t count, std:
   if (count > 1) {
     PrintProgress(count, Now() - begin);
   }
-  close(turn[0]);
-  close(turn[1]);
 }
 
 void PrintStates() {
   std::printf("\nreached, how often:\n");
-  std::vector<const State*> sorted;
+  std::map<std::string, std::int64_t> counts;
   for (const State& state : shared->states) {
-    if (state.name[0] != '\0') {
-      sorted.push_back(&state);
+    if (state.name.load() != nullptr) {
+      counts[state.name.load()] += state.count.load();
     }
   }
-  std::sort(sorted.begin(), sorted.end(),
-            [](const State* a, const State* b) { return std::strcmp(a->name, b->name) < 0; });
-  for (const State* state : sorted) {
-    std::printf("  %10lld  %s\n", static_cast<long long>(state->count), state->name);
+  for (const auto& [name, count] : counts) {
+    std::printf("  %10lld  %s\n", static_cast<long long>(count), name.c_str());
   }
 }
 
@@ -255,7 +215,6 @@ int Main(int count, char** arguments) {
     for (std::uint64_t seed = first; seed < first + static_cast<std::uint64_t>(seeds); seed++) {
       Live(seed);
     }
-    ShareStates();
   } else if (seeds > 0) {
     RunLives(arguments[0], first, seeds, jobs);
   }
@@ -269,13 +228,15 @@ int Main(int count, char** arguments) {
 }  // namespace
 
 void Reached(const char* what) {
-  for (OwnState& state : states) {
-    if (state.name == what || std::strcmp(state.name, what) == 0) {
-      state.count++;
+  // The workers are copies of one process: a text has the same address in all of them.
+  for (State* state = shared != nullptr ? shared->states : nullptr;
+       state != nullptr && state != shared->states + MOST_STATES; state++) {
+    const char* known = nullptr;
+    if (state->name.compare_exchange_strong(known, what) || known == what) {
+      state->count++;
       return;
     }
   }
-  states.push_back({what, 1});
 }
 
 void ReportFinding(const std::string& what) {

@@ -12,7 +12,6 @@
 #include "machine/machine.h"
 #include "machine/seam.h"
 #include "network/network.h"
-#include "support/host_thread.h"
 #include "support/process.h"
 #include "support/replaced_calls.h"
 
@@ -33,20 +32,6 @@ void TellOfAddressChange() {
 
 std::ptrdiff_t Handles() {
   return simulation::machine.handles + simulation::OpenSockets();
-}
-
-HostThread::HostThread(const std::function<void()>& run) {
-  simulation::Begin("stopper", simulation::PC, [this, run] {
-    run();
-    done_ = true;
-    simulation::Notify(this);
-  });
-}
-
-void HostThread::join() {
-  while (!done_) {
-    simulation::WaitFor(simulation::NEVER, this);
-  }
 }
 
 }  // namespace zvqrn::test

@@ -206,36 +206,6 @@ TEST_F(Discovery, FinishesBurstsAtAStop) {
   ASSERT_EQ(host.Start(), 1);
 }
 
-TEST_F(Discovery, WaitsAtAStopForTheHostsFilter) {
-  std::atomic<int> inside{0};
-  std::atomic<int> refused{0};
-  std::atomic<bool> release{false};
-  host.filter = [&](const PeerDescription* peer) {
-    inside++;
-    EXPECT_TRUE(Eventually([&] { return release.load(); }));
-    refused += host.Stop() == 0 ? 1 : 0;
-    // Still there, long after the stop was asked for.
-    EXPECT_STREQ(peer->scopeList, "XS-200");
-    inside--;
-    return 1;
-  };
-  for (int xid = 0; xid < 5; xid++) {
-    scanner.Send(Encode({xid, "XS-200"}));
-  }
-  EXPECT_TRUE(Eventually([&] { return inside.load() == 5; }));
-  std::thread stopper([&] {
-    EXPECT_EQ(host.Stop(), 1);
-    EXPECT_EQ(inside.load(), 0);
-  });
-  platform::SleepMilliseconds(2500);
-  EXPECT_EQ(inside.load(), 5);
-  release = true;
-  stopper.join();
-  EXPECT_EQ(refused.load(), 5);
-  EXPECT_EQ(scanner.Receive(600), "");
-  ASSERT_EQ(host.Start(), 1);
-}
-
 TEST_F(Discovery, SurvivesAFlood) {
   constexpr int REQUESTS = 250;
   const std::ptrdiff_t threads = Threads();

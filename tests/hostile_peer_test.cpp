@@ -90,42 +90,6 @@ TEST(HostilePeer, CannotHoldUpAStopNorMakeItSpin) {
   }
 }
 
-TEST(HostilePeer, CannotDripItsWayPastAStop) {
-  // From here on a pause may be one of 0.3 s to the library.
-  constexpr std::int64_t PAUSE_MS = 250;
-  Host host(LibraryPath());
-  ASSERT_EQ(host.Start(), 1);
-  Scanner scanner;
-  scanner.Send(Request(Identity("2.00", "drip"), std::string(1000000, ' ')).substr(0, 200));
-  std::atomic<bool> stopped{false};
-  std::atomic<std::int64_t> longestPause{0};
-  std::thread dripping([&] {
-    std::int64_t last = platform::MonotonicMilliseconds();
-    while (!stopped.load() && scanner.Send("x")) {
-      const std::int64_t now = platform::MonotonicMilliseconds();
-      longestPause = std::max(longestPause.load(), now - last);
-      last = now;
-      platform::SleepMilliseconds(50);
-    }
-  });
-  EXPECT_TRUE(scanner.HearsNothing(500) || longestPause.load() >= PAUSE_MS);
-  std::thread stopper([&] {
-    const std::int64_t begin = platform::MonotonicMilliseconds();
-    EXPECT_EQ(host.Stop(), 1);
-    EXPECT_LT(platform::MonotonicMilliseconds() - begin, STOP_LIMIT_MS);
-  });
-  // Nothing is wrong with its document: the stop has cut it.  A machine that is too busy to drip
-  // makes a pause, which ends the body as well.
-  const std::string answer = scanner.Receive();
-  const char* status =
-      answer.find("2003") != std::string::npos && longestPause.load() >= PAUSE_MS ? "2003" : "2001";
-  EXPECT_NE(answer.find(std::string("x-uid : drip\r\nx-status : ") + status), std::string::npos);
-  EXPECT_TRUE(scanner.SeesEnd());
-  stopper.join();
-  stopped = true;
-  dripping.join();
-}
-
 // A scanner leaves while the service stops and two answers for it are due: the first send to it
 // goes through, and the second must fail without a signal, which would end this program.
 TEST(HostilePeer, MayLeaveBeforeTwoAnswers) {

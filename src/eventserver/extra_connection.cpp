@@ -14,10 +14,15 @@
 namespace zvqrn {
 namespace {
 
+// Also when the listener has ended by itself: a stop finds it idle, and tells it nothing.
+bool MustEnd() {
+  return StopRequested() || service.listenerState.load() == THREAD_IDLE;
+}
+
 // Waits for the first bytes; false when the connection is to be closed instead.
 bool WaitForFirstBytes(platform::SocketHandle socket) {
   const std::int64_t since = platform::MonotonicMilliseconds();
-  while (!StopRequested()) {
+  while (!MustEnd()) {
     const platform::SocketWait wait = platform::WaitReadable(socket, RECEIVE_TIMEOUT_MS);
     if (wait != platform::SOCKET_TIMED_OUT) {
       return wait == platform::SOCKET_READY;

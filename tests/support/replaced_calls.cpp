@@ -11,7 +11,6 @@ namespace zvqrn::test {
 
 std::atomic<std::int64_t> stoppedClock{0};
 std::atomic<std::int32_t> connectionWaits{0};
-std::atomic<std::int32_t> extraConnectionWaits{0};
 std::atomic<std::int32_t> longestWait{0};
 std::atomic<bool> waitsAreEndless{false};
 std::atomic<std::int32_t> refusedAccepts{0};
@@ -34,8 +33,6 @@ namespace {
 // Longer than a test is patient.
 constexpr std::int32_t ENDLESS_MS = 60000;
 
-std::atomic<platform::SocketHandle> acceptedLast{platform::NO_SOCKET};
-
 bool OnTestThread() {
   return platform::CurrentThreadId() == testThread.load();
 }
@@ -49,7 +46,6 @@ std::int32_t NoteWait(platform::SocketHandle socket, std::int32_t milliseconds) 
     longestWait = milliseconds;
   }
   if (socket != service.connectionSocket.load()) {
-    extraConnectionWaits += socket == acceptedLast.load() ? 1 : 0;
     return milliseconds;
   }
   connectionWaits++;
@@ -144,9 +140,7 @@ SocketHandle WRAP(16AcceptConnectionE, )(SocketHandle listening) {
     zvqrn::test::refusedAccepts--;
     return zvqrn::platform::NO_SOCKET;
   }
-  const SocketHandle accepted = REAL(16AcceptConnectionE, )(listening);
-  zvqrn::test::acceptedLast = accepted;
-  return accepted;
+  return REAL(16AcceptConnectionE, )(listening);
 }
 
 bool REAL(15PeerMayHaveGoneE, )(SocketHandle socket);

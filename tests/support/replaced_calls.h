@@ -10,11 +10,9 @@ namespace zvqrn::test {
 // What the library's clock shows, in milliseconds; 0: it runs as it does.
 extern std::atomic<std::int64_t> stoppedClock;
 
-// How often the main connection's thread has begun to wait, how often the thread of the extra
-// connection that was accepted last, and the longest wait of any thread for a socket, in
-// milliseconds.
+// How often the main connection's thread has begun to wait, and the longest wait of any thread for
+// a socket, in milliseconds.
 extern std::atomic<std::int32_t> connectionWaits;
-extern std::atomic<std::int32_t> extraConnectionWaits;
 extern std::atomic<std::int32_t> longestWait;
 
 // Whether the waits of the main connection's thread go on until they are ended.

@@ -92,13 +92,6 @@ std::string Scanner::Receive(std::int32_t milliseconds) {
   return message;
 }
 
-bool Scanner::Takes(std::size_t bytes) {
-  const std::int64_t deadline = platform::MonotonicMilliseconds() + PATIENCE_MS;
-  while (received_.size() < bytes && Fill(deadline) == FILLED) {
-  }
-  return received_.size() >= bytes;
-}
-
 bool Scanner::SeesClose(std::int32_t milliseconds) {
   if (!received_.empty()) {
     return false;

@@ -27,8 +27,6 @@ class Scanner {
   // The next whole message; empty when the connection ends or nothing comes in time.
   std::string Receive(std::int32_t milliseconds = PATIENCE_MS);
 
-  // Takes so many bytes of the next message off the connection; false when they do not come.
-  bool Takes(std::size_t bytes);
 
   // True when the library closes the connection in time, without a further byte.
   bool SeesClose(std::int32_t milliseconds = PATIENCE_MS);
