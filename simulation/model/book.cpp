@@ -637,7 +637,7 @@ void CheckSearch(const Search& search) {
             ? deserves && !book.slowStatus
             : at > book.addressChangedAt + SETTLES_WITHIN && machine.canWatchAddresses && isNamed &&
                   !book.ownAddress.empty() && DeservesReply(search, book.ownAddress, &asksHost);
-    if (mustBeTaken && !isTaken && book.IsCalm() && book.ServedAt(at)) {
+    if (mustBeTaken && !isTaken && machine.temper.exact && book.IsCalm() && book.ServedAt(at)) {
       Finding("search %s, heard at %lld us, is not taken up", search.tags.c_str(),
               static_cast<long long>(at));
     }
@@ -650,11 +650,11 @@ void CheckSearch(const Search& search) {
 }  // namespace
 
 bool Book::IsCalm() const {
-  return machine.temper.exact && !hadFailures && utility != UTILITY_KNOWS_SLOWLY && !wasChaos;
+  return !hadFailures && utility != UTILITY_KNOWS_SLOWLY && !wasChaos;
 }
 
 bool Book::IsPrompt() const {
-  return IsCalm() && !slowStatus;
+  return machine.temper.exact && IsCalm() && !slowStatus;
 }
 
 bool Book::ServedAt(Micros time) const {

@@ -66,7 +66,7 @@ struct Book {
 
   bool slowStatus;  // StatusCallback has taken time, for which others may wait
 
-  // Whether nothing has failed, and the time of everything is known; whether then the library must
+  // Whether nothing has failed and nobody is slow without saying so; whether then the library must
   // take up what it hears at once; and whether it served at that time.
   bool IsCalm() const;
   bool IsPrompt() const;
