@@ -1,5 +1,7 @@
 // Scanners that do not keep to the protocol, and those that wait for the library's limits.
 
+#include <algorithm>
+
 #include "actors/line.h"
 #include "network/streams.h"
 #include "platform/clock.h"
@@ -227,7 +229,7 @@ void StopInTheBody(Line* line, Dice* dice, bool drips) {
   const Socket* server = SocketOf(line->conversation->socket)->peer;
   Give(line, cut.bytes.substr(0, drips ? body + 2 : last));
   Hear(line, machine.now + network.weather.jitter + network.weather.delay + MS);
-  const Micros begin = server->cameMarks.back().time;
+  const std::int64_t headEnds = asked->endsAt - static_cast<std::int64_t>(cut.bytes.size() - body);
   asked->endsAt = server->cameMarks.back().end;
   asked->isWhole = true;
   line->conversation->isBulky = true;  // not at once
@@ -243,6 +245,10 @@ void StopInTheBody(Line* line, Dice* dice, bool drips) {
     }
     const Micros sent = server->sentMarks.back().time;
     if (drips) {
+      const Micros begin =
+          std::find_if(server->cameMarks.begin(), server->cameMarks.end(), [&](const auto& mark) {
+            return mark.end >= headEnds;
+          })->time;
       CheckLimit("a body in drops is judged", sent - begin, 29 * SECOND, 2 * SECOND);
     } else {
       CheckLimit("a body that stops is judged", sent - server->cameMarks.back().time, LOOK, 0);

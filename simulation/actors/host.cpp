@@ -342,7 +342,8 @@ void CallExports(Dice dice, Micros until, bool lifecycle) {
       case 1: {
         // The second is one character on a page with such, the fifth the half of one.
         const char* const names[] = {"A", "\x83\\", "\xB1", "(,)", "\x83", "sixteen bytes..."};
-        std::string wanted = dice.Of(names) + std::string(dice.OneIn(2) ? "" : "B");
+        std::string wanted = dice.Of(names);
+        wanted += dice.OneIn(2) ? "" : "B";
         wanted[0] = dice.OneIn(12) ? '\0' : wanted[0];  // a name of which nothing can be told
         book.names.push_back(wanted);
         QRNSetPCName(wanted.data(), static_cast<std::int32_t>(wanted.size()));

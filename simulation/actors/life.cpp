@@ -166,6 +166,7 @@ bool Run(Dice* dice, bool chaos, const std::function<void()>& sendActors) {
     // The address changes while the service starts.
     std::array<Interface, 2> swapped = network.interfaces;
     std::swap(swapped[0].isUp, swapped[1].isUp);
+    swapped[0].isUp = swapped[0].isUp || !hasAddress;
     At(machine.now + dice->Below(3 * MS), [swapped] { EnterInterfaces(swapped); });
   }
   const std::int32_t started = StartService();
@@ -186,9 +187,11 @@ bool Run(Dice* dice, bool chaos, const std::function<void()>& sendActors) {
   }
   if (!hasAddress) {
     Sleep(dice->Spread(2 * SECOND));
-    std::array<Interface, 2> interfaces = network.interfaces;
-    interfaces[static_cast<std::size_t>(dice->Below(2))].isUp = true;
-    EnterInterfaces(interfaces);
+    if (OwnInterface() == nullptr) {
+      std::array<Interface, 2> interfaces = network.interfaces;
+      interfaces[static_cast<std::size_t>(dice->Below(2))].isUp = true;
+      EnterInterfaces(interfaces);
+    }
     const std::int32_t changesNow = book.addressChanges;
     Sleep(2 * SECOND);
     const bool runs = RunsNow();
