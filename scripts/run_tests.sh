@@ -35,7 +35,7 @@ test_natively() {
   sed -nE "s/^\t *[0-9]+ - (.*) \((Skipped|Disabled)\)$/skipped  $preset: \1/p;
     s/^\t *[0-9]+ - (.*) \((.*)\)$/FAILED  $preset: \1 (\2)/p" "$log"
   sed -n 's/^failure points: //p' "build/$preset/Testing/Temporary/LastTest.log" |
-    awk '{ sum += $NF } END { if (NR) print "failure points: " sum " in " NR " scenarios" }'
+    awk '{ sum += $NF } END { if (NR) print "failure points: " sum }'
   [[ $code -eq 0 ]] || grep -vE ' Passed |^ *Start ' "$log" | head -n 200
   return "$code"
 }

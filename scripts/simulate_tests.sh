@@ -32,8 +32,8 @@ write_same_diaries() {
 
 mkdir -p build/test-logs
 run simulation-kept "$PLAIN" --kept simulation/seeds/kept.txt
-run simulation-lives "$PLAIN" --seeds 27000 --jobs 1
-run simulation-sanitised "$SANITISED" --seeds 3000 --first 27001 --jobs 1
+run simulation-lives "$PLAIN" --seeds 27000 --jobs 2
+run simulation-sanitised "$SANITISED" --seeds 3000 --first 27001 --jobs 2
 run simulation-same write_same_diaries
 run simulation-seam build/simulation/simulated_seam_tests
 exit "$failed"

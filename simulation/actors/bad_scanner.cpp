@@ -169,9 +169,10 @@ bool IsExact(const Line& line) {
          !line.conversation->isTurnedAway;
 }
 
+// The library counts whole milliseconds of its clock.
 void CheckLimit(const char* what, Micros took, Micros limit, Micros slack) {
   Reached(what);
-  if (took < limit || took > limit + slack) {
+  if (took <= limit - MS || took > limit + slack) {
     Finding("%s: after %lld ms instead of %lld", what, static_cast<long long>(took / MS),
             static_cast<long long>(limit / MS));
   }
