@@ -27,7 +27,6 @@ class Scanner {
   // The next whole message; empty when the connection ends or nothing comes in time.
   std::string Receive(std::int32_t milliseconds = PATIENCE_MS);
 
-
   // True when the library closes the connection in time, without a further byte.
   bool SeesClose(std::int32_t milliseconds = PATIENCE_MS);
 
