@@ -32,35 +32,16 @@ if [[ -z ${QUORIN_PRIVATE_ADDRESS:-} ]]; then
   exec "$here/private_network.sh" --with-scanner unshare --uts bash "${BASH_SOURCE[0]}" "$@"
 fi
 
-work=$(mktemp -d)
-readonly work pc=$QUORIN_PRIVATE_ADDRESS
-background=()
-clean_up() {
-  local process
-  for process in "${background[@]}"; do
-    kill "$process" 2>/dev/null || true
-  done
-  wait
-  rm -rf -- "$work"
-}
-trap clean_up EXIT
+# shellcheck source=scripts/background.sh
+. "$here/background.sh"
+readonly pc=$QUORIN_PRIVATE_ADDRESS
 mkdir "$work/bin"
 cp -L "$build"/{quorin-host,quorin-scanner,libZVQRN.so,libDRAVLIB.so,DRAVLIB.txt} "$work/bin"
 PATH=$work/bin:$PATH
 cd "$work"
 
-# Runs a program in the background until it prints a text.
 start() {
-  local text=$1 tries
-  shift
-  "$@" >"$work/started" 2>&1 &
-  background+=("$!")
-  for ((tries = 0; tries < 300; ++tries)); do
-    ! grep -qsF -- "$text" "$work/started" || return 0
-    sleep 0.05
-  done
-  cat "$work/started" >&2
-  return 1
+  begin "$work/started" "$@"
 }
 start_host() {
   start 'The service' quorin-host --name SETUP "$@"

@@ -29,17 +29,8 @@ fi
 # in a service or a container; Wine needs one to know the names of files.
 readonly work=$build/Prüfstand-$$
 mkdir "$work"
-host_pid=
-other_scanner=
-clean_up() {
-  local process
-  for process in "$host_pid" "$other_scanner"; do
-    [[ -z $process ]] || kill "$process" 2>/dev/null || true
-  done
-  wait
-  rm -rf -- "$work"
-}
-trap clean_up EXIT
+# shellcheck source=scripts/background.sh
+. "$here/background.sh"
 cp -L "${files[@]/#/$build/}" "$build/DRAVLIB.txt" "$work"
 export LC_ALL=C
 [[ -z $suffix ]] || export LC_ALL=C.UTF-8
@@ -86,17 +77,6 @@ check_full() {
   report "$name" "$verdict"
 }
 
-# Waits until the host in the background has printed a text.
-await_host() {
-  local tries
-  for ((tries = 0; tries < 300; ++tries)); do
-    ! grep -qF -- "$1" "$work/host.out" || return 0
-    sleep 0.1
-  done
-  cp "$work/host.out" "$work/output"
-  return 1
-}
-
 check no-such-command 2 "'foo' is none of" quorin-scanner foo
 check command-help 2 "'help' is none of" quorin-scanner help
 check no-such-option 2 "'--josn' is none of" quorin-scanner --josn
@@ -109,6 +89,9 @@ check json-times 3 ',"at":"20' quorin-scanner push --json
 check foreign-source 1 'is no address of this machine' quorin-scanner push --bind 192.0.2.1
 check full-capture 1 "cannot write '/dev/full'" quorin-scanner push --pcap /dev/full
 check no-capture 1 "cannot read 'nothing'" quorin-scanner explain nothing
+check rules-and-file 2 "'extra' was given" quorin-scanner explain --rules extra
+check no-product 2 '1 to 31 bytes' quorin-scanner doctor --product ''
+check long-product 2 '1 to 31 bytes' quorin-scanner doctor --product "$(printf '%0100d' 0)"
 check empty-file 3 '0 judged' quorin-scanner explain /dev/null
 check wrong-words 2 'not expected: --foo 1' quorin-scanner push --foo 1
 check scanner-version 0 "quorin-scanner $version" quorin-scanner --version
@@ -121,23 +104,27 @@ check_full full-host 1 quorin-host --for 20
 
 # A host whose name, data and library's folder have letters beyond ASCII.
 printf 'Daten' >"$work/Prüfdaten"
-(exec "${runner[@]}" "$work/quorin-host$suffix" --name Büro --send-file "$work/Prüfdaten" \
-  >"$work/host.out" 2>&1) &
-host_pid=$!
-if await_host 'PC name: Büro'; then report name-printed good; else report name-printed missing; fi
+named=good
+begin "$work/host.out" 'PC name: Büro' "${runner[@]}" "$work/quorin-host$suffix" --name Büro \
+  --send-file "$work/Prüfdaten" || named=missing
+cp "$work/host.out" "$work/output"
+report name-printed "$named"
 address=$QUORIN_PRIVATE_ADDRESS
 check name-found 0 'PC 1: Büro' quorin-scanner discover --to "$address" --count 1
 # Replies to another's requests come to the same port meanwhile.  A loopback address that nobody has
 # taken leads to the service.
-while :; do
-  printf '\x02\x06\x00\x00\x35\x20\x00\x00\x00\x00\x12\x34\x00\x02en\x00\x00\x00\x14%s\x00\x07%s\x00\x00\x00\x00' \
-    service:Quorin-agent default >/dev/udp/127.0.0.5/2968
-  sleep 0.2
-done &
-other_scanner=$!
+search_on() {
+  echo searching
+  while :; do
+    printf '\x02\x06\x00\x00\x35\x20\x00\x00\x00\x00\x12\x34\x00\x02en\x00\x00\x00\x14%s\x00\x07%s\x00\x00\x00\x00' \
+      service:Quorin-agent default >/dev/udp/127.0.0.5/2968
+    sleep 0.2
+  done
+}
+begin "$work/other.out" searching search_on
 check anothers-replies 3 'answered another request' \
   quorin-scanner discover --to "$address" --service-type service:printer
-kill "$other_scanner"
+end_last
 check table-found 0 'StatusOut OK' quorin-scanner push --timeout 30000
 check saved 0 "saved in $work/Körbe" quorin-scanner listen --count 1 --save "$work/Körbe"
 check_full full-push 1 quorin-scanner push
@@ -157,29 +144,20 @@ for text in "$work/libZVQRN.so" 'UDP 2968: quorin-host' 'via 10.68.0.1' 'entPort
   if grep -qF -- "$text" "$work/ticket.txt"; then continue; fi
   report report-text "it lacks '$text'"
 done
-kill -HUP "$host_pid"
-host_code=0
-wait "$host_pid" || host_code=$?
-host_pid=
+end_last HUP
 cp "$work/host.out" "$work/output"
-if [[ $host_code -eq 0 ]] && grep -q 'The service has ended' "$work/output"; then
+if [[ $ended -eq 0 ]] && grep -q 'The service has ended' "$work/output"; then
   report hang-up good
 else
-  report hang-up "exit code $host_code"
+  report hang-up "exit code $ended"
 fi
 
 # Doctor watches until the host is there.
-"$work/quorin-scanner" doctor --local --watch --timeout 500 >"$work/watch.out" 2>&1 &
-other_scanner=$!
-for ((tries = 0; tries < 100; ++tries)); do
-  ! grep -q 'does not answer' "$work/watch.out" || break
-  sleep 0.1
-done
-"$work/quorin-host" >"$work/host.out" 2>&1 &
-host_pid=$!
+begin "$work/watch.out" 'does not answer' "$work/quorin-scanner" doctor --local --watch --timeout 500
+watcher=${background[-1]}
+begin "$work/host.out" 'The service' "$work/quorin-host"
 watch_code=0
-wait "$other_scanner" || watch_code=$?
-other_scanner=
+wait "$watcher" || watch_code=$?
 cp "$work/watch.out" "$work/output"
 if [[ $watch_code -eq 0 ]] && grep -q '^now  *ok  *request' "$work/watch.out"; then
   report watch good

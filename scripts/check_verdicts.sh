@@ -18,18 +18,8 @@ build=$(cd "$1" && pwd)
 readonly build pc=$QUORIN_PRIVATE_ADDRESS scanner=$QUORIN_SCANNER_ADDRESS
 to=$pc
 export LC_ALL=C
-work=$(mktemp -d)
-readonly work
-background=()
-clean_up() {
-  local process
-  for process in "${background[@]}"; do
-    kill "$process" 2>/dev/null || true
-  done
-  wait
-  rm -rf -- "$work"
-}
-trap clean_up EXIT
+# shellcheck source=scripts/background.sh
+. "$here/background.sh"
 mkdir "$work/alone" "$work/captures"
 cp -L "$build"/{quorin-host,libZVQRN.so} "$work/alone"
 
@@ -45,29 +35,8 @@ report() {
   fi
 }
 
-# Waits until a file has a line with this text.
-await() {
-  local tries
-  for ((tries = 0; tries < 300; ++tries)); do
-    ! grep -qsF -- "$2" "$1" || return 0
-    sleep 0.05
-  done
-  printf 'nothing says: %s\n' "$2" >&2
-  return 1
-}
-
 start_host() {
-  local program=$1
-  shift
-  : >"$work/host.out"
-  "$program" --name VERDICTS "$@" >"$work/host.out" 2>&1 &
-  background+=("$!")
-  await "$work/host.out" 'The service runs'
-}
-stop_host() {
-  kill "${background[-1]}"
-  wait "${background[-1]}" || true
-  unset 'background[-1]'
+  begin "$work/host.out" 'The service runs' "$1" --name VERDICTS "${@:2}"
 }
 
 # The value of a member of the last object that has it in a file of JSON lines.
@@ -81,15 +50,19 @@ rules_of() {
     sed -nE 's/.*"rule":"([a-z-]+)".*/\1/p' | xargs
 }
 
-# A case: the rules that explain must name, and what the PC must have answered (an x-status, perhaps
-# with a word; "nothing"; "closed").
-push_case() {
-  local name=$1 rules=$2 wanted=$3 verdict=good got
-  shift 3
-  : >"$work/output"
-  # The service takes a moment to see that the scanner before this one has gone.
-  "$build/quorin-scanner" push --to "$to" --json --pcap "$work/captures/$name.pcap" "$@" \
-    >"$work/output" 2>&1 || true
+# Records what goes over the wire, with both sides of every connection.
+start_capture() {
+  begin "$work/dumpcap.err" 'File: ' dumpcap -q -i any -f 'port 2968' -w "$1"
+}
+end_capture() {
+  sleep 1
+  end_last
+}
+
+# Pushes, and prints what the PC answered: an x-status, perhaps with a word; "nothing"; "closed".
+pc_answer() {
+  local got
+  "$build/quorin-scanner" push --to "$to" --json "$@" >"$work/output" 2>&1 || true
   got=$(member "$work/output" xStatus)
   [[ -z $(member "$work/output" statusOut) ]] || got+=" $(member "$work/output" statusOut)"
   if [[ -z $got ]]; then
@@ -97,6 +70,15 @@ push_case() {
     ! grep -qE 'closed the connection|connection broke|ended the connection' "$work/output" ||
       got=closed
   fi
+  printf '%s\n' "$got"
+}
+
+# A case: the rules that explain must name, and what the PC must have answered.
+push_case() {
+  local name=$1 rules=$2 wanted=$3 verdict=good got
+  shift 3
+  # The service takes a moment to see that the scanner before this one has gone.
+  got=$(pc_answer --pcap "$work/captures/$name.pcap" "$@")
   [[ $got == "$wanted" ]] || verdict="the PC answered '$got', not '$wanted'"
   check_rules "$name" "$rules" "$verdict"
 }
@@ -200,31 +182,60 @@ search_case scope-list scope-list nothing --scope default,XS-200
 search_case scope-escape scope-list nothing --scope XS-200\\
 search_case scope-letters scope-list nothing --scope $'XS-\xC3'
 search_case previous-responder previous-responder nothing --previous "192.0.2.1,$pc"
+search_case previous-first previous-responder nothing --previous "$pc" --language ''
 search_case language-tag language-tag nothing --language ''
 search_case scope-unserved scope-unserved nothing --product XX-1
 
 # The main connection is taken, so every other is an extra one.
-"$build/quorin-scanner" listen --to "$pc" --for 60 --pcap "$work/captures/listen.pcap" \
-  >"$work/listen.out" 2>&1 &
-background+=("$!")
-await "$work/listen.out" 'answer to the start'
-holder=${background[-1]}
+start_capture "$work/extra.pcapng"
+begin "$work/listen.out" 'answer to the start' "$build/quorin-scanner" listen --to "$pc" --for 60
 # The captures of these show one connection only, so whose turn it was is not to be seen in them.
 push_case busy-unseen host-busy 2001
 push_case extra-unseen version-missing closed --without x-protocol-version
-kill "$holder"
-wait "$holder" || true
-unset 'background[-1]'
-stop_host
+# In the capture of the whole it is.
+extra_cases=(accepted:accepted response:dropped busy:refused extra-version:closed)
+extra_case() {
+  local name=$1 rule=$2 wanted=$3 outcome=$3 got
+  shift 3
+  got=$(pc_answer "$@")
+  if [[ $got == "$wanted" ]]; then report "$name" good; else report "$name" "the PC answered '$got'"; fi
+  [[ $wanted != 2001 ]] || outcome=refused
+  extra_cases+=("$rule:$outcome")
+}
+extra_case extra-busy busy 2001 --header 'x-protocol-name: zorva network service protocol 2'
+extra_case extra-head extra-head closed --cut 50 --pause 100
+extra_case extra-lf-lines lf-lines closed --raw-file "$work/lf-lines"
+extra_case extra-response response closed --raw-file "$work/response"
+extra_case extra-protocol-name protocol-name closed --header 'x-protocol-name: Another'
+extra_case extra-uid-missing uid-missing closed --without x-uid
+extra_case extra-uid-too-long uid-too-long closed --uid 12345678901234567890
+idle=()
+for ((i = 0; i < 5; ++i)); do
+  exec {connection}<>"/dev/tcp/$pc/2968"
+  idle+=("$connection")
+done
+extra_case places-taken places-taken closed
+for connection in "${idle[@]}"; do
+  exec {connection}<&-
+done
+end_last
+end_capture
+extra_cases+=(accepted:accepted)
+got=$({ "$build/quorin-scanner" explain --json "$work/extra.pcapng" || true; } |
+  sed -nE 's/.*"rule":"([a-z-]+)","outcome":"([a-z]+)".*/\1:\2/p' | xargs)
+printf '%s\n' "$got" >"$work/output"
+if [[ $got == "${extra_cases[*]}" ]]; then report extra good; else report extra "not ${extra_cases[*]}"; fi
+end_last
 
 # ---- One that does not answer in time, one without a utility library, none ----
-start_host "$build/quorin-host" --delay 3000
+start_host "$build/quorin-host" --delay 3000 --filter-delay 2000
 push_case no-answer no-answer nothing "${quick[@]}"
-stop_host
+search_case repeated-late 'answered repeated' reply --product XS-200 --repeat 2 --interval 1700
+end_last
 start_host "$work/alone/quorin-host"
 push_case no-utility-library no-utility-library '0001 ERROR'
 search_case no-utility-scope scope-unserved nothing --product XS-200
-stop_host
+end_last
 push_case not-listening not-listening nothing
 to=10.68.0.77
 push_case no-connection no-connection nothing "${quick[@]}"
@@ -236,14 +247,16 @@ dissect() {
   HOME=$work tshark -2 -r "$1" -X "lua_script:$here/../tools/wireshark/zvqrn.lua" "${@:2}" \
     2>"$work/tshark.err"
 }
-# Frame and rules, a line a frame.
+# Frame, its rules, their outcomes; a line a frame.
 dissected_rules() {
-  dissect "$1" -Y zvqrn.rule -T fields -e frame.number -e zvqrn.rule | tr '\t,' '  ' | sort -n
+  dissect "$1" -Y zvqrn.rule -T fields -e frame.number -e zvqrn.rule -e zvqrn.outcome |
+    tr '\t' '|' | sort -n
 }
 explained_rules() {
   { "$build/quorin-scanner" explain --json "$1" || true; } |
-    sed -nE 's/.*"frame":([0-9]+),.*"rule":"([a-z-]+)".*/\1 \2/p' |
-    awk '{ rules[$1] = rules[$1] " " $2 } END { for (f in rules) print f rules[f] }' | sort -n
+    sed -nE 's/.*"frame":([0-9]+),.*"rule":"([a-z-]+)","outcome":"([a-z]+)","status":"([0-9]*)".*/\1|\2|\3 \4/p' |
+    awk -F'|' '{ sub(" $", "", $3); rules[$1] = rules[$1] "," $2; outcomes[$1] = outcomes[$1] "," $3 }
+      END { for (f in rules) print f "|" substr(rules[f], 2) "|" substr(outcomes[f], 2) }' | sort -n
 }
 # Fails, and shows them, when the dissector stumbled.
 lua_errors() {
@@ -252,6 +265,7 @@ lua_errors() {
   grep -i 'lua' "$work/tshark.err" >>"$work/output" || true
   ! grep -qi lua "$work/output"
 }
+# The rules of the whole capture, in their order, are a case too where they are given.
 compare() {
   local verdict=good
   explained_rules "$2" >"$work/explained"
@@ -259,24 +273,47 @@ compare() {
   diff "$work/explained" "$work/dissected" >"$work/output" || verdict='explain (<) and tshark (>) differ'
   [[ -s $work/explained ]] || verdict='nothing to compare'
   lua_errors "$2" || verdict='Lua errors'
+  rules=$(cut -d'|' -f2 "$work/explained" | xargs)
+  [[ -z ${3:-} || $rules == "$3" ]] || verdict="explain names '$rules', not '$3'"
   report "$1" "$verdict"
 }
 
 mergecap -F pcap -w "$work/all.pcap" "$work"/captures/*.pcap
 compare dissector "$work/all.pcap"
+compare extra-dissector "$work/extra.pcapng"
 
-# The same again and again, each time from another scanner and with some bytes changed.
-python3 - "$work/all.pcap" "$work/changed.pcap" <<'PYTHON'
+# Two captures made of these.  In the one, a request takes 33 s, of which its body takes 15 s, and then
+# one takes 40 s in its body.  In the other everything comes again and again, each time from another
+# scanner and with some bytes changed.
+python3 - "$work" <<'PYTHON'
 import random, struct, sys
 ROUNDS = 15
-data = open(sys.argv[1], "rb").read()
+work = sys.argv[1]
+data = open(work + "/all.pcap", "rb").read()
 packets, at = [], 24
 while at < len(data):
     seconds, micros, size = struct.unpack_from("<III", data, at)
     packets.append((seconds, micros, data[at + 16:at + 16 + size]))
     at += 16 + size
+
+request = next(packet for _, _, packet in packets if len(packet) > 40)  # of the first case
+headers, message = request[:40], request[40:]
+body = message.index(b"\r\n\r\n") + 4
+with open(work + "/slow.pcap", "wb") as out:
+    out.write(data[:24])
+    millis = 0
+    for pc, head_pause, pieces in ((1, 9000, 60), (2, 100, 160)):
+        at = 0
+        for size in [50, 50, body - 100] + [(len(message) - body) // pieces + 1] * pieces:
+            packet = bytearray(headers) + message[at:at + size]
+            struct.pack_into(">H", packet, 2, len(packet))
+            struct.pack_into(">BHHI", packet, 19, pc, 2967, 2968, at)
+            out.write(struct.pack("<IIII", millis // 1000, millis % 1000 * 1000, len(packet), len(packet)) + packet)
+            at += size
+            millis += head_pause if at < body else 250
+
 random.seed(2968)
-with open(sys.argv[2], "wb") as out:
+with open(work + "/changed.pcap", "wb") as out:
     out.write(data[:24])
     for number in range(ROUNDS):
         for seconds, micros, packet in packets:
@@ -290,19 +327,14 @@ with open(sys.argv[2], "wb") as out:
                 packet[at] = random.choice((packet[at] ^ 1 << random.randrange(8), 10, 13, 32, 0, 58))
             out.write(struct.pack("<IIII", seconds + 60 * number, micros, len(packet), len(packet)) + packet)
 PYTHON
+compare slow "$work/slow.pcap" 'accepted field start-line start-line start-line start-line start-line start-line'
 compare changed-bytes "$work/changed.pcap"
 
-# What really went over the wire, with both sides of every connection of the demo.
-dumpcap -q -i any -f 'port 2968' -w "$work/demo.pcapng" >"$work/dumpcap.err" 2>&1 &
-background+=("$!")
-await "$work/dumpcap.err" 'File: '
+start_capture "$work/demo.pcapng"
 "$here/demo.sh" "$build" >"$work/output" 2>&1 || report demo 'it failed'
-sleep 1
-kill "${background[-1]}"
-wait "${background[-1]}" || true
-unset 'background[-1]'
+end_capture
 compare demo "$work/demo.pcapng"
-rules=$(cut -d' ' -f2- "$work/explained" | tr ' ' '\n' | sort | uniq -c | awk '{ print $2 "=" $1 }' | xargs)
+rules=$(cut -d'|' -f2 "$work/explained" | tr ',' '\n' | sort | uniq -c | awk '{ print $2 "=" $1 }' | xargs)
 wanted='accepted=4 answered=1 host-busy=1 no-document=1 previous-responder=1 response=2 version=1'
 if [[ $rules == "$wanted" ]]; then report demo-rules good; else report demo-rules "'$rules', not '$wanted'"; fi
 

@@ -526,6 +526,12 @@ TEST(Firewall, FindsTheRuleThatDecides) {
        ruleset("accept", "\t\tudp dport 2968 accept\n") +
            "table ip a {\n\tchain b {\n\t\ttype filter hook input priority 0; policy drop;\n\t}\n}\n",
        scanner::FIREWALL_DROPS},
+      {"shut before the input",
+       ruleset("accept", "\t\tudp dport 2968 accept\n") +
+           "table inet a {\n\tchain b {\n\t\ttype filter hook prerouting priority raw; policy accept;\n"
+           "\t\tmeta nfproto ipv6 fib saddr . mark . iif oif missing drop\n"
+           "\t\tudp dport 2968 drop\n\t}\n}\n",
+       scanner::FIREWALL_DROPS},
       {"a chain for what leaves",
        "table ip a {\n\tchain b {\n\t\ttype filter hook output priority 0; policy drop;\n\t}\n}\n",
        scanner::FIREWALL_NONE},

@@ -23,6 +23,14 @@ namespace zvqrn::tools {
 
 namespace {
 
+int PrefixLength(std::uint32_t mask) {
+  int length = 0;
+  for (; mask != 0; mask &= mask - 1) {
+    ++length;
+  }
+  return length;
+}
+
 #if defined(_WIN32)
 
 using SystemSocket = SOCKET;
@@ -80,14 +88,6 @@ ULONG DefaultRouteInterface() {
   return best == nullptr ? NO_INTERFACE : best->dwForwardIfIndex;
 }
 
-int PrefixLength(std::uint32_t mask) {
-  int length = 0;
-  for (; mask != 0; mask &= mask - 1) {
-    ++length;
-  }
-  return length;
-}
-
 bool ReadRoutes(std::vector<Route>* routes) {
   std::vector<ULONG_PTR> room;
   const MIB_IPFORWARDTABLE* table = FetchRoutes(&room);
@@ -112,14 +112,6 @@ std::uint32_t AddressOf(const sockaddr* name) {
   sockaddr_in address{};
   std::memcpy(&address, name, sizeof address);
   return address.sin_addr.s_addr;
-}
-
-int PrefixLength(std::uint32_t mask) {
-  int length = 0;
-  for (; mask != 0; mask &= mask - 1) {
-    ++length;
-  }
-  return length;
 }
 
 // The kernel lists one route a line: interface, destination, gateway, flags, reference count, use,

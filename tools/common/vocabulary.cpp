@@ -101,6 +101,10 @@ std::string ListWords(const Words& words, const std::string& separator) {
   return list;
 }
 
+std::string NameProblem(const std::string& text) {
+  return text.empty() || text.size() > NAME_LIMIT ? "1 to 31 bytes" : "";
+}
+
 bool IsAccepting(const std::string& status) {
   return status == STATUS_ACCEPTED || status == STATUS_ACCEPTED_MINOR;
 }

@@ -73,6 +73,9 @@ constexpr char STATUS_BAD_PARENT[] = "2002";
 constexpr char STATUS_BAD_DOCUMENT[] = "2003";
 constexpr char STATUS_INTERNAL_FAILURE[] = "3001";
 
+// What is wrong with a text as a product name or address of a document; empty when nothing is.
+std::string NameProblem(const std::string& text);
+
 // True for the x-status codes that accept a request.
 bool IsAccepting(const std::string& status);
 

@@ -45,6 +45,9 @@ HeldLock LockState(HostState* state) {
 
 std::int32_t QRN_CALLBACK OnPeer(const PeerDescription* peer, FilterContext context) {
   auto* state = static_cast<HostState*>(context);
+  if (state->options->filterDelayMs > 0) {
+    platform::SleepMilliseconds(state->options->filterDelayMs);
+  }
   const HeldLock lock = LockState(state);
   const bool answers = !state->options->ignoresPeers;
   LogPeer(state->options->json, *peer, answers);

@@ -146,6 +146,9 @@ CLI::Option* AddOptions(tools::CommandLine* line, HostOptions* options) {
       line,
       {"--ignore-scanners", nullptr, "Decline every scanner that looks for this PC by its product"},
       &options->ignoresPeers);
+  tools::AddNumber(
+      line, {"--filter-delay", "MS", "Time before the word on such a scanner, in milliseconds"},
+      &options->filterDelayMs, 0, MILLISECONDS_LIMIT);
   AddAnswerOptions(line, options);
   AddSendOptions(line, options);
   tools::AddNumber(line, {"--requests", "N", "End after this many requests were answered"},

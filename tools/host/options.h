@@ -17,8 +17,9 @@ struct HostOptions {
   std::string libraryPath;    // empty: the library beside the program
   std::string pcName;         // as the library takes it; empty: the PC's own
   bool ignoresPeers = false;  // the filter declines every scanner that looks for the PC by name
-  bool json = false;          // one object a line instead of prose
-  std::int32_t answer = 1;    // result of the callback
+  std::int32_t filterDelayMs = 0;  // before the filter returns
+  bool json = false;               // one object a line instead of prose
+  std::int32_t answer = 1;         // result of the callback
   std::map<std::string, std::int32_t>
       answerOf;                    // by driver name as the library gives it; before `answer`
   std::int32_t delayMs = 0;        // before the callback returns

@@ -468,7 +468,8 @@ local function is_open(connection)
 end
 
 local function new_side()
-  return {held = "", pieces = {}, lacks = 0, early = {}, last_frame = 0, last_time = 0, first_time = 0}
+  -- body_since: when the head of what is held was whole; nil before.
+  return {held = "", pieces = {}, lacks = 0, early = {}, last_frame = 0, last_time = 0}
 end
 
 -- How many connections beside the main one are open, as far as that matters; forgets the others.
@@ -553,6 +554,7 @@ local function take_message(connection, head, message)
   local item = add_item(side.last_frame, {
     kind = "request", time = side.last_time, bytes = message, head = head, rule = rule,
     detail = detail, uid = header(head, "x-uid") or "", connection = connection,
+    on_extra = not connection.is_main,
   })
   item.start = parent and parent.item
   if rule == "busy" then
@@ -567,6 +569,7 @@ local function take_message(connection, head, message)
       item = item, is_start = subevent_of(head) == "START", is_end = subevent_of(head) == "END",
     })
   end
+  return item
 end
 
 local function dropped_item(connection, rule, head)
@@ -574,13 +577,16 @@ local function dropped_item(connection, rule, head)
   return {
     kind = "request", time = side.last_time, bytes = side.held, head = head, rule = rule,
     detail = side.held:match("^[^\r\n]*"):sub(1, 60), uid = "", dropped = true,
+    on_extra = not connection.is_main,
   }
 end
 
 local function drop_held(connection, rule, head)
   local side = connection.from_scanner
-  add_item(side.last_frame, dropped_item(connection, rule, head))
+  local item = add_item(side.last_frame, dropped_item(connection, rule, head))
   side.held = ""
+  side.body_since = nil
+  return item
 end
 
 -- The bytes of a message that the library takes together.
@@ -609,8 +615,10 @@ local function cut_messages(connection, last)
     end
     local wanted = total < 0 and #side.held or size_of(head)
     if #side.held < wanted and not last then
+      side.body_since = side.body_since or side.last_time
       return
     end
+    side.body_since = nil
     take_message(connection, head, side.held:sub(1, wanted))
     side.held = side.held:sub(wanted + 1)
   end
@@ -626,7 +634,7 @@ local function age_held(connection, now)
     if now - side.last_time >= HEAD_SILENCE then
       drop_held(connection, why_unfinished(side.held), head)
     end
-  elseif now - side.last_time > BODY_PAUSE or now - side.first_time > BODY_TIME then
+  elseif now - side.last_time > BODY_PAUSE then
     cut_messages(connection, true)
   end
 end
@@ -646,12 +654,17 @@ local function take_scanner_bytes(connection, piece)
     note_piece(side, piece)
     side.held = piece.bytes:sub(1, HEAD_LIMIT)
     local head = read_head(side.held)
+    local item
     if head.state == "complete" then
-      take_message(connection, head, side.held)
+      item = take_message(connection, head, side.held)
       side.held = ""
     else
       local bare = why_unfinished(side.held) == "lf-lines" or head.rule == "lf-lines"
-      drop_held(connection, bare and "lf-lines" or "extra-head", head)
+      item = drop_held(connection, bare and "lf-lines" or "extra-head", head)
+    end
+    if connection.others_open >= EXTRA_PLACES then
+      item.rule = "places-taken"
+      item.detail = ""
     end
     return
   end
@@ -659,15 +672,15 @@ local function take_scanner_bytes(connection, piece)
   note_piece(side, piece)
   local at = 1
   while at <= #piece.bytes do
-    if side.held == "" then
-      side.first_time = piece.time
-    end
     local head = read_head(side.held)
     local most = head.state == "complete" and size_of(head) or HEAD_LIMIT
     local taken = piece.bytes:sub(at, at + most - #side.held - 1)
     at = at + #taken
     side.held = side.held .. taken
     cut_messages(connection, false)
+    if side.body_since and piece.time - side.body_since >= BODY_TIME then
+      cut_messages(connection, true)
+    end
   end
 end
 
@@ -814,6 +827,7 @@ local function take_early(side)
   end
   if #side.early > EARLY_LIMIT then
     side.held = ""
+    side.body_since = nil
     side.next = side.early[1].sequence
     return take_early(side)
   end
@@ -943,9 +957,15 @@ local function final_rule(item, all_seen)
   return item.rule, item.detail
 end
 
-local function show_rule(tree, rule, detail)
+-- A connection beside the main one has a single message, and is closed with what would be dropped.
+local function outcome_of(item, rule)
+  local outcome = rules[rule].outcome
+  return item.on_extra and outcome == "dropped" and "closed" or outcome
+end
+
+local function show_rule(tree, item, rule, detail)
   local row = rules[rule]
-  local outcome = row.outcome .. (row.status == "" and "" or " " .. row.status)
+  local outcome = outcome_of(item, rule) .. (row.status == "" and "" or " " .. row.status)
   tree:add(fields.rule, rule):set_generated()
   tree:add(fields.outcome, outcome):set_generated()
   if detail ~= "" then
@@ -1038,8 +1058,8 @@ local function show_item(item, pinfo, root, all_seen)
   local text = describe(item)
   local rule, detail = final_rule(item, all_seen)
   if rule then
-    show_rule(tree, rule, detail)
-    text = text .. (rule == "accepted" and "" or " [" .. rules[rule].outcome .. ": " .. rule .. "]")
+    show_rule(tree, item, rule, detail)
+    text = text .. (rule == "accepted" and "" or " [" .. outcome_of(item, rule) .. ": " .. rule .. "]")
   end
   pinfo.cols.protocol = "ZVQRN"
   return text
@@ -1219,28 +1239,42 @@ local function take_reply(pinfo, slp)
   end
 end
 
+-- True while the reply to a search may be in progress, and a repeat of it is dropped.  The host's
+-- filter may take any time before the first datagram; a search that it declines is not repeated
+-- with more success, so a late reply is to the first one.
+local function may_be_in_progress(slp, now)
+  if slp.replies[1] then
+    return now - slp.replies[1].time < REPLY_TIME
+  end
+  return now - slp.time < (slp.rule == "scope-asked" and REPLY_PATIENCE or REPLY_TIME)
+end
+
 local function take_search(pinfo, slp)
   slp.replies = {}
   slp.from = tostring(pinfo.src)
   slp.to = tostring(pinfo.dst)
   slp.detail = ""
   local name = search_name(pinfo.src, slp)
-  if rules[slp.rule].outcome == "accepted" then
+  -- The library looks at the language tag last.
+  local in_order = rules[slp.rule].outcome == "accepted"
+  if in_order or slp.rule == "language-tag" then
     local place = is_group(slp.to) and "group" or slp.to
     local earlier = search_in_order[name .. " " .. (place == "group" and "any" or place)]
     local to_group = search_in_order[name .. " group"]
     if to_group and (not earlier or to_group.frame > earlier.frame) then
       earlier = to_group
     end
-    if earlier and slp.time - earlier.time < REPLY_TIME then
+    if earlier and may_be_in_progress(earlier, slp.time) then
       slp.repeats = earlier
       slp.own_rule = slp.rule
       slp.rule = "repeated"
       slp.detail = "first seen in frame " .. earlier.frame
       return
     end
-    search_in_order[name .. " " .. place] = slp
-    search_in_order[name .. " any"] = slp
+    if in_order then
+      search_in_order[name .. " " .. place] = slp
+      search_in_order[name .. " any"] = slp
+    end
   end
   last_search[name] = slp
 end
@@ -1268,12 +1302,13 @@ local function final_search_rule(slp, all_seen)
     return in_order and "answered" or "unexpected",
       in_order and "" or "the rule " .. slp.rule .. " forbids it"
   end
-  if not in_order or not all_seen then
-    return slp.rule, slp.detail
-  end
-  local responder = known_responder(slp)
+  local may_be_answered = in_order or own == "repeated" or own == "language-tag"
+  local responder = all_seen and may_be_answered and known_responder(slp)
   if responder then
     return "previous-responder", responder
+  end
+  if not in_order or not all_seen then
+    return own, own == slp.rule and slp.detail or ""
   end
   return own == "scope-asked" and "scope-unserved" or "no-reply", ""
 end
@@ -1342,7 +1377,7 @@ local function show_search(slp, pinfo, root)
     tree:add(search_fields.reply_in, slp.replies[1].frame):set_generated()
   end
   local rule, detail = final_search_rule(slp, pinfo.visited)
-  show_rule(tree, rule, detail)
+  show_rule(tree, slp, rule, detail)
   if rules[rule].outcome ~= "accepted" then
     pinfo.cols.info:append(" [" .. rules[rule].outcome .. ": " .. rule .. "]")
   end

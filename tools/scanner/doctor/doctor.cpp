@@ -5,6 +5,7 @@
 #include "common/interrupt.h"
 #include "common/output.h"
 #include "common/text.h"
+#include "common/vocabulary.h"
 #include "platform/thread.h"
 #include "scanner/command/commands.h"
 #include "scanner/doctor/checks.h"
@@ -163,7 +164,13 @@ void AddDoctor(tools::CommandLine* program, Command* chosen) {
       });
   tools::AddRepeatable(
       command, {"--product", "NAME", "Is the PC found by a scanner of this product?  Repeatable"},
-      [options](const std::string& product) { options->products.push_back(product); });
+      [options](const std::string& product) {
+        const std::string problem = tools::NameProblem(product);
+        if (!problem.empty()) {
+          tools::RefuseCommandLine("--product: " + problem);
+        }
+        options->products.push_back(product);
+      });
   tools::AddHost(command,
                  {"--scanner", "HOST", "Does this scanner reach the address that is announced?"},
                  &options->scanner);

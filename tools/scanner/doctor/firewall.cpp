@@ -55,7 +55,8 @@ bool IsForOthers(const std::string& word, const std::string& next, const std::st
   const bool isLoopback =
       (word == "iif" || word == "iifname") && (next == "\"lo\"" || next == "lo");
   const bool isOther = word == "tcp" || word == "udp" || word.rfind("icmp", 0) == 0 ||
-                       word == "ip6" || word == "ct" || word == "igmp";
+                       word == "ip6" || word == "ct" || word == "igmp" ||
+                       (word == "nfproto" && next == "ipv6");
   return isLoopback || (isOther && word != protocol) ||
          ((word == "l4proto" || word == "protocol") && next != protocol);
 }
@@ -110,7 +111,7 @@ std::string DecisionOf(const std::string& line, const std::string& protocol) {
 }
 
 struct Chain {
-  bool arriving = false;
+  bool arriving = false;  // what comes to this machine passes it
   bool policyDrops = false;
   std::vector<std::string> rules;
 };
@@ -204,7 +205,8 @@ FirewallFinding JudgeNftables(const std::string& ruleset, const std::string& pro
     } else if (text == "}") {
       chain = nullptr;
     } else if (chain != nullptr && text.rfind("type ", 0) == 0) {
-      chain->arriving = text.rfind("type filter hook input", 0) == 0;
+      chain->arriving = text.rfind("type filter hook input", 0) == 0 ||
+                        text.rfind("type filter hook prerouting", 0) == 0;
       chain->policyDrops = text.find("policy drop") != std::string::npos;
     } else if (chain != nullptr) {
       chain->rules.push_back(text);

@@ -94,9 +94,10 @@ void CheckNumber(const char* option, const std::string& text, std::int32_t least
 }
 
 void CheckText(const char* option, const std::string& text) {
-  if (text.empty() || text.size() > tools::NAME_LIMIT) {
-    tools::RefuseCommandLine(std::string(option) +
-                             ": 1 to 31 bytes (--unchecked sends it all the same)");
+  const std::string problem = tools::NameProblem(text);
+  if (!problem.empty()) {
+    tools::RefuseCommandLine(std::string(option) + ": " + problem +
+                             " (--unchecked sends it all the same)");
   }
 }
 

@@ -18,7 +18,7 @@ namespace zvqrn::scanner {
 
 namespace {
 
-// A reply takes so long, and a repeat of its search is dropped meanwhile.
+// A reply takes so long from its first datagram on.
 constexpr std::int64_t REPLY_US = 1'500'000;
 // A reply that comes later belongs to no search.
 constexpr std::int64_t REPLY_PATIENCE_US = 30'000'000;
@@ -155,6 +155,17 @@ void TakeReply(Searches* searches, const Packet& packet, const SlpDatagram& data
   items->push_back(item);
 }
 
+// True while the reply to a search may be in progress, and a repeat of it is dropped.  The host's
+// filter may take any time before the first datagram; a search that it declines is not repeated
+// with more success, so a late reply is to the first one.
+bool MayBeInProgress(const std::vector<Item>& items, std::size_t search, std::int64_t nowUs) {
+  const Item& item = items[search];
+  if (!item.others.empty()) {
+    return nowUs - items[item.others.front()].timeUs < REPLY_US;
+  }
+  return nowUs - item.timeUs < (item.rule == RULE_SCOPE_ASKED ? REPLY_PATIENCE_US : REPLY_US);
+}
+
 // The last search in order of this name that could have reached the same PC; NO_ITEM for none.
 std::size_t EarlierSearch(const Searches& searches, const SearchName& name, std::uint32_t to) {
   std::size_t latest = NO_ITEM;
@@ -177,13 +188,15 @@ void TakeSearch(Searches* searches, const Packet& packet, const SlpDatagram& dat
   item.detail = datagram.judgement.detail;
   const SearchName name{packet.from.address, datagram.xid};
   OpenSearch search{items->size(), datagram};
-  if (RuleOf(item.rule).outcome == OUTCOME_ACCEPTED) {
+  const bool inOrder = RuleOf(item.rule).outcome == OUTCOME_ACCEPTED;
+  // The library looks at the language tag last.
+  if (inOrder || item.rule == RULE_LANGUAGE_TAG) {
     const std::size_t earlier = EarlierSearch(*searches, name, packet.to.address);
-    if (earlier != NO_ITEM && packet.timeUs - (*items)[earlier].timeUs < REPLY_US) {
+    if (earlier != NO_ITEM && MayBeInProgress(*items, earlier, packet.timeUs)) {
       search.repeats = earlier;
       item.rule = RULE_REPEATED;
       item.detail = "first seen in frame " + std::to_string((*items)[earlier].frame);
-    } else {
+    } else if (inOrder) {
       const bool isGroup = IsGroup(packet.to.address);
       searches->inOrder[{name, isGroup ? GROUP : packet.to.address}] = items->size();
       searches->inOrder[{name, ANYWHERE}] = items->size();
@@ -244,14 +257,15 @@ void SettleSearch(const Searches& searches, const OpenSearch& search, bool fromC
     item->rule = search.datagram.judgement.rule;
     item->detail = search.datagram.judgement.detail;
   }
-  if (RuleOf(item->rule).outcome != OUTCOME_ACCEPTED) {
+  const bool inOrder = RuleOf(item->rule).outcome == OUTCOME_ACCEPTED;
+  if (!inOrder && item->rule != RULE_REPEATED && item->rule != RULE_LANGUAGE_TAG) {
     return;
   }
   const std::string responder = KnownResponder(searches, search, *item, surroundings.pcAddress);
   if (!responder.empty()) {
     item->rule = RULE_PREVIOUS_RESPONDER;
     item->detail = responder;
-  } else if (fromCapture) {
+  } else if (inOrder && fromCapture) {
     item->rule = item->rule == RULE_SCOPE_ASKED ? RULE_SCOPE_UNSERVED : RULE_NO_REPLY;
   }
 }
@@ -279,6 +293,11 @@ void SettleUnanswered(const ConnectionAccount& connection, Item* item) {
 }
 
 }  // namespace
+
+Outcome OutcomeOf(const Item& item) {
+  const Outcome outcome = RuleOf(item.rule).outcome;
+  return item.onExtra && outcome == OUTCOME_DROPPED ? OUTCOME_CLOSED : outcome;
+}
 
 std::vector<Item> ExplainCapture(const Capture& capture, const Surroundings& surroundings) {
   std::vector<Item> items;

@@ -37,6 +37,7 @@ struct Item {
   std::vector<Field> fields;
   bool hasRule = false;
   RuleId rule = RULE_ACCEPTED;
+  bool onExtra = false;             // on a connection beside the main one
   std::string detail;               // as it came
   std::string status;               // x-status of an answer
   std::string statusOut;            // StatusOut of an answer, if any
@@ -44,6 +45,10 @@ struct Item {
   std::size_t start = NO_ITEM;      // of an END its START
   std::vector<std::size_t> others;  // of a search its replies
 };
+
+// What became of an item with a rule: that of the rule, but a connection beside the main one has a
+// single message, and is closed with what would be dropped.
+Outcome OutcomeOf(const Item& item);
 
 // What is known from elsewhere.
 struct Surroundings {

@@ -10,7 +10,7 @@ namespace zvqrn::scanner {
 namespace {
 
 // The library's limits: of a message in memory, of silence inside a head and inside a body, and of
-// one body altogether.
+// one body altogether, from when its head is whole.
 constexpr std::size_t MESSAGE_LIMIT = std::size_t{1024} * 1024;
 constexpr std::int64_t HEAD_SILENCE_US = 10'000'000;
 constexpr std::int64_t BODY_PAUSE_US = 300'000;
@@ -88,6 +88,7 @@ void TakeMessage(ConnectionAccount* connection, const Head& head, const std::str
     connection->waiting[item.uid].push_back(items->size());
   }
   item.size = message.size();
+  item.onExtra = !connection->isMain;
   item.fields = head.fields;
   ListElements(body, head.length, &item.fields);
   ConnectionView view;
@@ -125,6 +126,7 @@ void DropHeld(ConnectionAccount* connection, RuleId rule, const Head& head,
   item.title = "no whole message";
   item.uid = HeaderText(head, tools::HEADER_UID);
   item.size = side->held.size();
+  item.onExtra = !connection->isMain;
   item.fields = head.fields;
   item.hasRule = true;
   item.rule = rule;
@@ -133,6 +135,7 @@ void DropHeld(ConnectionAccount* connection, RuleId rule, const Head& head,
   item.detail = side->held.substr(line, std::min<std::size_t>(lineSize, 60));
   items->push_back(item);
   side->held.clear();
+  side->inBody = false;
 }
 
 // Why what is held is no whole head yet.
@@ -149,7 +152,8 @@ std::size_t SizeOf(const Head& head) {
 // Makes messages of what is held, as far as they are whole; `last` takes an unfinished body as it
 // stands.
 void CutMessages(ConnectionAccount* connection, bool last, std::vector<Item>* items) {
-  std::string* held = &connection->fromScanner.held;
+  Side* side = &connection->fromScanner;
+  std::string* held = &side->held;
   while (!held->empty()) {
     const Head head = ReadHead(*held);
     if (head.state == HEAD_UNFINISHED) {
@@ -169,8 +173,11 @@ void CutMessages(ConnectionAccount* connection, bool last, std::vector<Item>* it
     }
     const std::size_t wanted = total < 0 ? held->size() : SizeOf(head);
     if (held->size() < wanted && !last) {
+      side->bodySinceUs = side->inBody ? side->bodySinceUs : side->lastUs;
+      side->inBody = true;
       return;
     }
+    side->inBody = false;
     TakeMessage(connection, head, held->substr(0, wanted), items);
     held->erase(0, wanted);
   }
@@ -188,7 +195,7 @@ void AgeHeld(ConnectionAccount* connection, std::int64_t nowUs, std::vector<Item
     if (silenceUs >= HEAD_SILENCE_US) {
       DropHeld(connection, WhyUnfinished(side->held), head, items);
     }
-  } else if (silenceUs > BODY_PAUSE_US || nowUs - side->firstUs > BODY_TIME_US) {
+  } else if (silenceUs > BODY_PAUSE_US) {
     CutMessages(connection, true, items);
   }
 }
@@ -211,6 +218,10 @@ void TakeExtraBytes(ConnectionAccount* connection, const Piece& piece, std::vect
                       (head.state == HEAD_MALFORMED && head.problem == RULE_LF_LINES);
     DropHeld(connection, bare ? RULE_LF_LINES : RULE_EXTRA_HEAD, head, items);
   }
+  if (connection->othersOpen >= EXTRA_PLACES) {
+    items->back().rule = RULE_PLACES_TAKEN;
+    items->back().detail.clear();
+  }
 }
 
 void TakeScannerBytes(ConnectionAccount* connection, const Piece& piece, std::vector<Item>* items) {
@@ -222,7 +233,6 @@ void TakeScannerBytes(ConnectionAccount* connection, const Piece& piece, std::ve
   Side* side = &connection->fromScanner;
   NotePiece(side, piece);
   for (std::size_t at = 0; at < piece.bytes.size();) {
-    side->firstUs = side->held.empty() ? piece.timeUs : side->firstUs;
     // The library takes in no more at once than a head may have, or than a body lacks.
     const Head head = ReadHead(side->held);
     const std::size_t most = head.state == HEAD_COMPLETE ? SizeOf(head) : HEAD_LIMIT;
@@ -230,6 +240,9 @@ void TakeScannerBytes(ConnectionAccount* connection, const Piece& piece, std::ve
     at += taken.size();
     side->held += taken;
     CutMessages(connection, false, items);
+    if (side->inBody && piece.timeUs - side->bodySinceUs >= BODY_TIME_US) {
+      CutMessages(connection, true, items);
+    }
   }
 }
 
@@ -422,6 +435,7 @@ bool TakeEarly(Side* side, Piece* piece) {
   }
   if (side->early.size() > EARLY_LIMIT) {
     side->held.clear();
+    side->inBody = false;
     side->next = side->early.front().sequence;
     return TakeEarly(side, piece);
   }

@@ -28,8 +28,9 @@ struct Side {
   bool ended = false;
   std::vector<Packet> early;  // packets that came before their turn
   std::string held;           // bytes that no message has been made of
-  std::int64_t firstUs = 0;   // when the first of them came
-  std::size_t lastFrame = 0;  // and the last
+  bool inBody = false;        // what is held has a whole head, and since when
+  std::int64_t bodySinceUs = 0;
+  std::size_t lastFrame = 0;  // where the last bytes came
   std::int64_t lastUs = 0;
 };
 

@@ -106,7 +106,7 @@ void PrintItemJson(const std::vector<Item>& items, std::size_t number) {
   if (item.hasRule) {
     const Rule& rule = RuleOf(item.rule);
     object["rule"] = rule.name;
-    object["outcome"] = OutcomeWord(rule.outcome);
+    object["outcome"] = OutcomeWord(OutcomeOf(item));
     object["status"] = rule.status;
     object["text"] = rule.sentence;
     object["detail"] = tools::JsonText(item.detail);
@@ -178,7 +178,7 @@ void PrintItem(const std::vector<Item>& items, std::size_t number, bool brief) {
   if (item.hasRule) {
     const Rule& rule = RuleOf(item.rule);
     text += brief ? "  [" : "\n    ";
-    text += OutcomeText(rule) + " by the rule " + rule.name + ": " + rule.sentence;
+    text += OutcomeText(rule, OutcomeOf(item)) + " by the rule " + rule.name + ": " + rule.sentence;
     text += item.detail.empty() ? "" : " (" + tools::EscapeBytes(item.detail) + ")";
     text += brief ? "]" : "";
   }
@@ -203,9 +203,10 @@ Totals Count(const std::vector<Item>& items) {
   Totals totals;
   for (const Item& item : items) {
     if (item.hasRule) {
-      const Outcome outcome = RuleOf(item.rule).outcome;
+      const Outcome outcome = OutcomeOf(item);
       // Responses are dropped by right: a scanner sends one for each piece of data.
-      const bool isFine = outcome == OUTCOME_ACCEPTED || item.rule == RULE_RESPONSE;
+      const bool isFine =
+          outcome == OUTCOME_ACCEPTED || (item.rule == RULE_RESPONSE && outcome == OUTCOME_DROPPED);
       ++totals.judged;
       totals.unexpected += outcome == OUTCOME_UNEXPECTED ? 1 : 0;
       totals.unanswered += outcome == OUTCOME_UNANSWERED ? 1 : 0;
@@ -270,7 +271,8 @@ ExitCode PrintRules(bool json) {
                             {"status", rule.status},
                             {"text", rule.sentence}});
     } else {
-      tools::PrintLine(std::string(rule.name) + " | " + OutcomeText(rule) + " | " + rule.sentence);
+      tools::PrintLine(std::string(rule.name) + " | " + OutcomeText(rule, rule.outcome) + " | " +
+                       rule.sentence);
     }
   }
   return EXIT_OK;
@@ -320,6 +322,9 @@ void AddExplain(tools::CommandLine* program, Command* chosen) {
       tools::AddCommand(program, "explain", DESCRIPTION, EXAMPLES, [options, chosen] {
         if (options->file.empty() && !options->rules) {
           tools::RefuseCommandLine("FILE is missing: a capture, or the bytes of a message");
+        }
+        if (!options->file.empty() && options->rules) {
+          tools::RefuseCommandLine("--rules reads no FILE, and '" + options->file + "' was given");
         }
         chosen->json = options->json;
         chosen->run = [options] { return RunExplain(*options); };

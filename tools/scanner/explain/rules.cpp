@@ -108,9 +108,9 @@ const char* OutcomeWord(Outcome outcome) {
   return OUTCOME_WORDS[outcome];
 }
 
-std::string OutcomeText(const Rule& rule) {
+std::string OutcomeText(const Rule& rule, Outcome outcome) {
   const std::string status = rule.status;
-  return OutcomeWord(rule.outcome) + (status.empty() ? "" : " " + status);
+  return OutcomeWord(outcome) + (status.empty() ? "" : " " + status);
 }
 
 }  // namespace zvqrn::scanner

@@ -64,7 +64,7 @@ enum RuleId {
 enum Outcome {
   OUTCOME_ACCEPTED,    // all is well
   OUTCOME_REFUSED,     // it is answered, with a code that says no
-  OUTCOME_DROPPED,     // a message that gets no answer; the connection stays open
+  OUTCOME_DROPPED,     // a message that gets no answer; the main connection stays open
   OUTCOME_CLOSED,      // the connection is closed without an answer
   OUTCOME_IGNORED,     // a search that gets no reply
   OUTCOME_UNANSWERED,  // an answer was due, and none was seen
@@ -83,7 +83,7 @@ const Rule& RuleOf(RuleId id);
 // "accepted", "refused", "dropped", "closed", "ignored", "unanswered" or "unexpected".
 const char* OutcomeWord(Outcome outcome);
 
-// The outcome with the x-status, if any: "refused 1004".
-std::string OutcomeText(const Rule& rule);
+// An outcome of the rule with the x-status, if any: "refused 1004".
+std::string OutcomeText(const Rule& rule, Outcome outcome);
 
 }  // namespace zvqrn::scanner

@@ -7,6 +7,7 @@
 #include "common/json_lines.h"
 #include "common/output.h"
 #include "common/text.h"
+#include "common/vocabulary.h"
 #include "common/utf8.h"
 #include "scanner/command/commands.h"
 #include "scanner/command/exit_code.h"
@@ -195,12 +196,14 @@ ExitCode RunDiscover(const DiscoverOptions& options) {
 void AddRequestTexts(tools::CommandLine* command, DiscoverOptions* options) {
   const char* group = "Request";
   AttributeRequest* request = &options->search.request;
-  const auto add = [&](const char* name, std::string* value, const char* type, const char* text) {
-    return tools::AddText(command, {name, type, text, group, tools::SHOW_DEFAULT}, value);
+  const auto add = [&](const char* name, std::string* value, const char* type, const char* text,
+                       const tools::TextCheck& check = {}) {
+    return tools::AddText(command, {name, type, text, group, tools::SHOW_DEFAULT}, value, check);
   };
   CLI::Option* scope = add("--scope", &request->scopes, "TEXT", "The scope list as it is sent");
   tools::Exclude(add("--product", &options->product, "NAME",
-                     "Scope of this product: NAME with a backslash before each \\ , ( and )"),
+                     "Scope of this product: NAME with a backslash before each \\ , ( and )",
+                     tools::NameProblem),
                  scope);
   add("--service-type", &request->serviceType, "TEXT", "The service asked for");
   add("--language", &request->language, "TAG", "The language tag, which the reply must repeat");
