@@ -34,10 +34,8 @@ begin() {
   return 1
 }
 
-# Leaves its exit code in $ended.
 end_last() {
-  kill "-${1:-TERM}" "${background[-1]}" 2>/dev/null || true
-  ended=0
-  wait "${background[-1]}" || ended=$?
+  kill "${background[-1]}" 2>/dev/null || true
+  wait "${background[-1]}" || true
   unset 'background[-1]'
 }

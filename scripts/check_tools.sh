@@ -92,6 +92,8 @@ check no-capture 1 "cannot read 'nothing'" quorin-scanner explain nothing
 check rules-and-file 2 "'extra' was given" quorin-scanner explain --rules extra
 check no-product 2 '1 to 31 bytes' quorin-scanner doctor --product ''
 check long-product 2 '1 to 31 bytes' quorin-scanner doctor --product "$(printf '%0100d' 0)"
+printf 'HTTP/1.0 200 OK\r\n' | gzip >"$work/packed"
+check packed-capture 6 'unpack it first' quorin-scanner explain "$work/packed"
 check empty-file 3 '0 judged' quorin-scanner explain /dev/null
 check wrong-words 2 'not expected: --foo 1' quorin-scanner push --foo 1
 check scanner-version 0 "quorin-scanner $version" quorin-scanner --version
@@ -144,12 +146,15 @@ for text in "$work/libZVQRN.so" 'UDP 2968: quorin-host' 'via 10.68.0.1' 'entPort
   if grep -qF -- "$text" "$work/ticket.txt"; then continue; fi
   report report-text "it lacks '$text'"
 done
-end_last HUP
+kill -HUP "${background[-1]}"
+host_code=0
+wait "${background[-1]}" || host_code=$?
+unset 'background[-1]'
 cp "$work/host.out" "$work/output"
-if [[ $ended -eq 0 ]] && grep -q 'The service has ended' "$work/output"; then
+if [[ $host_code -eq 0 ]] && grep -q 'The service has ended' "$work/output"; then
   report hang-up good
 else
-  report hang-up "exit code $ended"
+  report hang-up "exit code $host_code"
 fi
 
 # Doctor watches until the host is there.

@@ -491,7 +491,7 @@ end
 local function begin_connection(segment)
   local connection = {
     is_main = true, pc = segment.pc, opened_in = segment.frame, opening = segment.sequence,
-    others_open = 0, jobs = {}, requests = {}, waiting = {}, from_scanner = new_side(),
+    others_open = 0, jobs = {}, last_request = {}, waiting = {}, from_scanner = new_side(),
     from_pc = new_side(),
   }
   local main = main_of[connection.pc]
@@ -560,7 +560,7 @@ local function take_message(connection, head, message)
   if rule == "busy" then
     item.detail = "the connection that is served began in frame " .. connection.main_since
   end
-  table.insert(connection.requests, item)
+  connection.last_request[item.uid] = item
   if not head.is_response then
     add_to(connection.waiting, item.uid, item)
   end
@@ -764,13 +764,7 @@ local function take_pc_message(connection, head, message)
     tie_answer(connection, item)
     return
   end
-  local parent = header(head, "x-parent-uid")
-  for at = #connection.requests, 1, -1 do
-    if connection.requests[at].uid == parent then
-      item.request = connection.requests[at]
-      return
-    end
-  end
+  item.request = connection.last_request[header(head, "x-parent-uid") or ""]
 end
 
 local function take_pc_bytes(connection, piece)

@@ -18,6 +18,9 @@ constexpr std::uint32_t PCAPNG_PACKET = 6;
 constexpr std::uint32_t PCAPNG_TIME_RESOLUTION = 9;
 constexpr std::uint32_t IPV4 = 0x0800;
 constexpr std::int64_t SECOND_US = 1'000'000;
+constexpr char PACKED[] = "it is compressed; unpack it first (gunzip, zstd -d, lz4 -d)";
+constexpr char FOREIGN[] =
+    "it is a capture of another format; Wireshark saves it as pcapng, or: editcap -F pcapng FILE NEW";
 
 // Numbers at offsets of a run of bytes; beyond its end they are 0.
 struct Bytes {
@@ -239,9 +242,35 @@ bool ReadPcapng(Bytes file, Capture* capture) {
   return true;
 }
 
+// Why a file that begins so cannot be read; null for any that no other format is known by.
+const char* WhyForeign(const std::string& bytes) {
+  constexpr struct {
+    std::string_view begin;
+    const char* why;
+  } FORMATS[] = {
+      {"\x1F\x8B", PACKED},
+      {"\x28\xB5\x2F\xFD", PACKED},
+      {"\x04\x22\x4D\x18", PACKED},
+      {"snoop", FOREIGN},
+      {"GMBU", FOREIGN},
+      {"RTSS", FOREIGN},
+      {"\x34\xCD\xB2\xA1", FOREIGN},
+      {"\xA1\xB2\xCD\x34", FOREIGN},
+  };
+  for (const auto& format : FORMATS) {
+    if (bytes.compare(0, format.begin.size(), format.begin) == 0) {
+      return format.why;
+    }
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 bool LooksLikeCapture(const std::string& bytes) {
+  if (WhyForeign(bytes) != nullptr) {
+    return true;
+  }
   const Bytes file{bytes};
   const Bytes other{bytes, true};
   for (const std::uint32_t magic : {PCAP_MICROSECONDS, PCAP_NANOSECONDS, PCAPNG_SECTION}) {
@@ -253,6 +282,10 @@ bool LooksLikeCapture(const std::string& bytes) {
 }
 
 bool ReadCapture(const std::string& bytes, Capture* capture, std::string* why) {
+  if (const char* foreign = WhyForeign(bytes)) {
+    *why = foreign;
+    return false;
+  }
   Bytes file{bytes};
   if (file.Number32(0) == PCAPNG_SECTION) {
     return ReadPcapng(file, capture);

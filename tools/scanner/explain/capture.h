@@ -1,5 +1,7 @@
 // Reads captures: the formats pcap and pcapng, IPv4 in the frames of the usual links.  Takes them
-// apart by itself, so that a capture can be read wherever the tool runs.
+// apart by itself and not by libpcap, so that a capture can be read wherever the tool runs, under
+// Windows without an installation too; and libpcap gives up a capture of several adapters when they
+// are of different kinds, which is what Wireshark writes of "any" and "lo" together.
 #pragma once
 
 #include <cstdint>
@@ -33,7 +35,7 @@ struct Capture {
   std::string lastSent;       // by the machine that captured, to know it when it comes to itself
 };
 
-// True when the bytes begin as a capture does.
+// True when the bytes begin as a capture does, perhaps one that ReadCapture cannot read.
 bool LooksLikeCapture(const std::string& bytes);
 
 // Takes a capture apart; false, and why, when it is none that can be read.

@@ -82,8 +82,8 @@ void TakeMessage(ConnectionAccount* connection, const Head& head, const std::str
   Item item = MakeItem(ITEM_REQUEST, side, connection->scanner, connection->pc);
   const std::string_view body = std::string_view(message).substr(head.length);
   item.title = RequestTitle(head, body);
-  connection->requests.push_back(items->size());
   item.uid = HeaderText(head, tools::HEADER_UID);
+  connection->lastRequest[item.uid] = items->size();
   if (!head.isResponse) {
     connection->waiting[item.uid].push_back(items->size());
   }
@@ -345,12 +345,9 @@ void TieAnswer(ConnectionAccount* connection, std::size_t answer, std::vector<It
 
 void TieData(const ConnectionAccount& connection, std::size_t data, const std::string& parentUid,
              std::vector<Item>* items) {
-  const auto& requests = connection.requests;
-  const auto found = std::find_if(requests.rbegin(), requests.rend(), [&](std::size_t request) {
-    return (*items)[request].uid == parentUid;
-  });
-  if (found != requests.rend()) {
-    (*items)[data].partner = *found;
+  const auto found = connection.lastRequest.find(parentUid);
+  if (found != connection.lastRequest.end()) {
+    (*items)[data].partner = found->second;
   }
 }
 

@@ -58,7 +58,7 @@ struct ConnectionAccount {
   Side fromScanner;
   Side fromPc;
   std::map<std::string, std::vector<Job>> jobs;             // by uid, oldest first
-  std::vector<std::size_t> requests;                        // all of them, as items
+  std::map<std::string, std::size_t> lastRequest;           // by uid, the last of all, as item
   std::map<std::string, std::vector<std::size_t>> waiting;  // by uid, those without an answer
 };
 
