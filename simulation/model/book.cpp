@@ -228,7 +228,9 @@ void HearData(Conversation* conversation, const std::string& message) {
 // A connection that was accepted while no other was there must be served.
 void CheckTurnedAway(const Conversation& conversation) {
   const Socket* server = ServerOf(conversation);
-  if (!Undisturbed(conversation.begunAt) || server == nullptr) {
+  // Another program may have the port.
+  const bool isOthers = server != nullptr && server->acceptedAt == NEVER && !book.runs;
+  if (!Undisturbed(conversation.begunAt) || server == nullptr || isOthers) {
     return;
   }
   for (const Socket& other : network.sockets) {
