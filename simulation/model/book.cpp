@@ -228,9 +228,8 @@ void HearData(Conversation* conversation, const std::string& message) {
 // A connection that was accepted while no other was there must be served.
 void CheckTurnedAway(const Conversation& conversation) {
   const Socket* server = ServerOf(conversation);
-  // Another program may have the port.
-  const bool isOthers = server != nullptr && server->acceptedAt == NEVER && !book.runs;
-  if (!Undisturbed(conversation.begunAt) || server == nullptr || isOthers) {
+  // Another program may have the port, which a service that waits for an address finds out later.
+  if (!Undisturbed(conversation.begunAt) || server == nullptr || !book.runs) {
     return;
   }
   for (const Socket& other : network.sockets) {
