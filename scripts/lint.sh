@@ -46,8 +46,9 @@ if grep -rnE '^#include <(windows|winsock|ws2|unistd|sys/|netinet|arpa|pthread|d
 fi
 
 # Looks at what a preset compiles from the folders of a pattern, as it compiles it (many files
-# included into one take a third of the time).  Paths are followed into functions of this repository,
-# not into those of the C++ library, and as many STEPS as given: around the library not as far as in it.
+# included into one take a third of the time), but for what the tests compile with settings of their
+# own.  Paths are followed into functions of this repository, not into those of the C++ library, and
+# as many STEPS as given: around the library not as far as in it.
 tidy() {
   local preset=$1 steps=$2 folders=$3 option options=()
   for option in c++-stdlib-inlining=false "max-nodes=$steps"; do
@@ -57,7 +58,8 @@ tidy() {
   [[ -e build/$preset/compile_commands.json ]] || cmake --preset "$preset" >/dev/null
   python3 -c 'import json, sys
 for command in json.load(open(sys.argv[1])):
-    print(command["file"].removeprefix(sys.argv[2] + "/"))' \
+    if not command["output"].startswith("tests/"):
+        print(command["file"].removeprefix(sys.argv[2] + "/"))' \
     "build/$preset/compile_commands.json" "$PWD" >"build/$preset/compiled_files"
   # The files that include others lie among what is built, in folders that are called alike.
   grep -E "^(build/$preset/)?($folders)/" "build/$preset/compiled_files" | sed "s|^|$PWD/|" |

@@ -110,6 +110,9 @@ Place FindPlace(Listener* listener) {
   if (place == PLACE_TAKEN && now >= listener->nextDoubt) {
     doubts = DOUBTING_LOOKS;
     listener->nextDoubt = now + DOUBT_INTERVAL_MS;
+  } else if (place == PLACE_ENDING) {
+    // While its last bytes are read, Wine does not tell that they were the last.
+    doubts = DOUBTING_LOOKS;
   }
   while (((place == PLACE_ENDING && now < deadline) || (place == PLACE_TAKEN && doubts-- > 0)) &&
          !StopRequested()) {
