@@ -118,6 +118,13 @@ TEST_F(Discovery, AcceptsByTheRules) {
   // An XID is its sender's own.
   SlpScanner other("127.0.0.9");
   other.Send(cases[0].bytes);
+  // Somebody else's group, which another program of this PC has joined.
+  const platform::SocketHandle member = platform::OpenUdpSocket();
+  std::uint32_t group = 0;
+  platform::GroupMembership membership{};
+  EXPECT_TRUE(platform::TextToAddress("239.1.2.3", &group) &&
+              platform::JoinGroup(member, group, &membership));
+  scanner.Send(Encode({44}), "239.1.2.3");
 #endif
   const int all = std::accumulate(expected.begin(), expected.end(), 0,
                                   [](int sum, const auto& entry) { return sum + entry.second; });
@@ -127,6 +134,8 @@ TEST_F(Discovery, AcceptsByTheRules) {
   }
 #if !defined(_WIN32)
   EXPECT_EQ(other.CountReplies(PATIENCE_MS, 3)[0], 3) << "another sender with the same XID";
+  EXPECT_EQ(counts.count(44), 0U) << "another group";
+  platform::CloseSocket(member);
 #endif
   for (const auto& c : cases) {
     EXPECT_EQ(counts[std::atoi(c.name)], c.replies) << c.name;

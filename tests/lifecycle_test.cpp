@@ -297,11 +297,17 @@ TEST(Lifecycle, LeavesNoDescriptorToOtherPrograms) {
 std::atomic<std::int32_t> signalsHeard{0};
 
 // A signal of the host's interrupts the wait of each thread that does not block it: here its own,
-// the watcher's and the main connection's.
+// the watcher's and the main connection's.  One that the host's thread blocks stays its own.
 TEST(Lifecycle, GoesOnAfterASignal) {
   Host host(LibraryPath());
+  sigset_t own;
+  sigemptyset(&own);
+  sigaddset(&own, SIGUSR2);
+  pthread_sigmask(SIG_BLOCK, &own, nullptr);
   EXPECT_EQ(host.Start(), 1);
-  std::signal(SIGUSR1, [](int) { signalsHeard++; });
+  for (const int signal : {SIGUSR1, SIGUSR2}) {
+    std::signal(signal, [](int) { signalsHeard++; });
+  }
   Scanner scanner;
   for (int i = 0; i < 2; i++) {
     scanner.Send(Request(Identity("2.00", "1"), DOCUMENT_V2));
@@ -312,8 +318,16 @@ TEST(Lifecycle, GoesOnAfterASignal) {
     }
     EXPECT_TRUE(Eventually([&] { return signalsHeard.load() >= 3 * (i + 1); }));
   }
+  kill(getpid(), SIGUSR2);
+  platform::SleepMilliseconds(100);
+  sigset_t pending;
+  sigpending(&pending);
+  EXPECT_EQ(sigismember(&pending, SIGUSR2), 1);
   EXPECT_EQ(host.Stop(), 1);
-  std::signal(SIGUSR1, SIG_DFL);
+  pthread_sigmask(SIG_UNBLOCK, &own, nullptr);
+  for (const int signal : {SIGUSR1, SIGUSR2}) {
+    std::signal(signal, SIG_DFL);
+  }
 }
 
 #endif
