@@ -86,6 +86,7 @@ TEST(MeasureHead, StopsAtTheFirstBadLineAndReadsTheFirstLength) {
       {"POST / HTTP/1.0\r\na : b\r\n\r", HEAD_UNFINISHED},
       {"POST / HTTP/1.0\r\na : b\r\n\r\nbody", HEAD_COMPLETE},
       {"POST / HTTP/1.0\r\ncontent-LENGTH: 12\r\nContent-Length: 3\r\n\r\n", HEAD_COMPLETE, 12},
+      {"POST / HTTP/1.0\r\nContent-Lengths: 9\r\nContent-Length: 3\r\n\r\n", HEAD_COMPLETE, 3},
       {"POST / HTTP/1.0\r\nContent-Length:\v\r\n7 : 7\r\n\r\n", HEAD_COMPLETE, 0},
   };
   for (const auto& c : cases) {
