@@ -157,6 +157,12 @@ else
   report hang-up "exit code $host_code"
 fi
 
+asked=good
+/usr/bin/python3 "$here/check_ask.py" "$work/quorin-host" "$work/quorin-scanner" \
+  "$here/../docs/ask.schema.json" "$address" >"$work/output" 2>&1 || asked='it said otherwise'
+report ask "$asked"
+check ask-alone 2 'leaves answers' quorin-host --ask --answer OK
+
 # Doctor watches until the host is there.
 begin "$work/watch.out" 'does not answer' "$work/quorin-scanner" doctor --local --watch --timeout 500
 watcher=${background[-1]}

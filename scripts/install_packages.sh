@@ -22,7 +22,7 @@ case ${1:-} in
     # clang-tidy looks at the sources of the benchmarks too.
     packages+=("${for_packages[@]}" "${for_bench[@]}" "${for_fuzz[@]}" "${for_wine[@]}"
       libgtest-dev clang-format clang-tidy shellcheck groff-base lld make mono-mcs mono-runtime mypy
-      nftables pkg-config python3-venv tshark unzip wireshark-common)
+      nftables pkg-config python3-jsonschema python3-venv tshark unzip wireshark-common)
     ;;
   *)
     printf 'usage: scripts/install_packages.sh build|package|bench|fuzz|valgrind|emulated|test\n' >&2

@@ -30,7 +30,7 @@ gather() {
   mkdir -p "$root/docs" "$root/wireshark"
   cp tools/wireshark/zvqrn.lua "$root/wireshark/"
   cp -R examples CHANGELOG.md LICENCE.md "$root/"
-  cp docs/host-guide.md docs/network.md docs/protocol.md "$root/docs/"
+  cp docs/ask.md docs/ask.schema.json docs/host-guide.md docs/network.md docs/protocol.md "$root/docs/"
   sed "s/@VERSION@/$version/g" "packaging/$readme" >"$root/README.md"
 }
 

@@ -64,6 +64,52 @@ std::string JsonText(const std::string& bytes) {
   return text;
 }
 
+bool ReadJsonObject(const std::string& line, JsonMembers* members, std::string* why) {
+  nlohmann::json object;
+  try {
+    object = nlohmann::json::parse(line);
+  } catch (const nlohmann::json::parse_error& error) {
+    *why = "no JSON, from byte " + std::to_string(error.byte) + " on";
+    return false;
+  } catch (const nlohmann::json::exception&) {
+    *why = "a number of it is too large";
+    return false;
+  }
+  if (!object.is_object()) {
+    *why = "JSON, but no object";
+    return false;
+  }
+  for (const auto& [name, value] : object.items()) {
+    JsonMember& member = (*members)[name];
+    if (value.is_string()) {
+      member.kind = JSON_TEXT;
+      member.text = value.get<std::string>();
+    } else if (value.is_number_integer()) {
+      member.kind = JSON_INTEGER;
+      member.integer = value.get<std::int64_t>();
+    } else if (value.is_boolean()) {
+      member.kind = JSON_TRUTH;
+      member.truth = value.get<bool>();
+    }
+  }
+  return true;
+}
+
+bool BytesOfJsonText(const std::string& text, std::string* bytes) {
+  bytes->clear();
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    if (byte < 0x80) {
+      bytes->push_back(text[i]);
+    } else if ((byte == 0xC2 || byte == 0xC3) && i + 1 < text.size()) {
+      bytes->push_back(static_cast<char>((byte & 0x03U) << 6U | (text[++i] & 0x3FU)));
+    } else {
+      return false;
+    }
+  }
+  return true;
+}
+
 void PrintJsonLine(const JsonObject& object) {
   JsonObject line = object;
   line["at"] = TimeText();

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <map>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -54,5 +55,22 @@ std::string JsonText(const std::string& bytes);
 // Prints one object as one line to standard output and flushes it at once; its last member, "at",
 // is the time in UTC.
 void PrintJsonLine(const JsonObject& object);
+
+// A member of an object that was read.
+enum JsonKind { JSON_TEXT, JSON_INTEGER, JSON_TRUTH, JSON_OTHER };
+struct JsonMember {
+  JsonKind kind = JSON_OTHER;
+  std::string text;
+  std::int64_t integer = 0;
+  bool truth = false;
+};
+using JsonMembers = std::map<std::string, JsonMember>;
+
+// Reads a line that holds one object; false, and why, when it holds anything else.
+bool ReadJsonObject(const std::string& line, JsonMembers* members, std::string* why);
+
+// Gives the bytes of a text that has a character for each of them, as JsonText makes it; false when
+// it has a character beyond U+00FF.
+bool BytesOfJsonText(const std::string& text, std::string* bytes);
 
 }  // namespace zvqrn::tools

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "common/text.h"
+#include "host/asking.h"
 #include "host/event_log.h"
 #include "host/request_text.h"
 #include "platform/clock.h"
@@ -45,6 +46,9 @@ HeldLock LockState(HostState* state) {
 
 std::int32_t QRN_CALLBACK OnPeer(const PeerDescription* peer, FilterContext context) {
   auto* state = static_cast<HostState*>(context);
+  if (state->options->asks) {
+    return AskAboutPeer(state, *peer);
+  }
   if (state->options->filterDelayMs > 0) {
     platform::SleepMilliseconds(state->options->filterDelayMs);
   }
@@ -60,6 +64,9 @@ std::int32_t QRN_CALLBACK OnScanEvent(EventHeader* header, std::int32_t document
   auto* state = static_cast<HostState*>(context);
   const HostOptions& options = *state->options;
   const EventHeader request = *header;
+  if (options.asks) {
+    return AskAboutRequest(state, request, documentKind, requestData, requestDataSize);
+  }
   const std::int32_t code =
       AnswerFor(options, DriverName(documentKind, requestData, requestDataSize));
   std::int32_t number = 0;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -21,6 +22,14 @@ struct DueSend {
   EventHeader header;
 };
 
+// A question to the program that reads this one's output; it belongs to the callback that waits.
+struct Question {
+  bool isPeer;
+  platform::Event* settled;
+  bool hasWord;
+  std::int32_t word;  // as the callback is to return it
+};
+
 struct HostState {
   const HostOptions* options = nullptr;
   const ServiceLibrary* library = nullptr;
@@ -30,6 +39,11 @@ struct HostState {
   std::int32_t answered = 0;
   bool toldNoNetwork = false;
   std::vector<DueSend> dueSends;
+  // What --ask needs; see asking.h.
+  std::int32_t lastNumber = 0;
+  bool asksNoMore = false;
+  std::map<std::int32_t, Question*> questions;   // by number, those that wait
+  std::map<std::int32_t, EventHeader> requests;  // by number, the last of them
 };
 
 // Takes the state's lock; it is given back when the result goes out of scope.

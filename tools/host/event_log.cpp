@@ -5,6 +5,7 @@
 #include "common/output.h"
 #include "common/text.h"
 #include "common/utf8.h"
+#include "host/asking.h"
 #include "host/options.h"
 #include "host/request_text.h"
 
@@ -16,12 +17,23 @@ std::string Uid(const EventHeader& header) {
   return tools::FieldText(header.uid, sizeof header.uid);
 }
 
+void AddPeerFields(const PeerDescription& peer, tools::JsonObject* object) {
+  (*object)["driverName"] = tools::JsonText(peer.driverName);
+  (*object)["serviceType"] = tools::JsonText(peer.serviceType);
+  (*object)["scopeList"] = tools::JsonText(peer.scopeList);
+  (*object)["tagList"] = tools::JsonText(peer.tagList);
+}
+
 }  // namespace
 
-void LogStarted(bool json, const std::string& pcName, bool waiting) {
-  if (json) {
-    tools::PrintJsonLine(
-        {{"event", "started"}, {"pcName", tools::JsonText(pcName)}, {"waiting", waiting}});
+void LogStarted(const HostOptions& options, const std::string& pcName, bool waiting) {
+  if (options.json) {
+    tools::JsonObject object = {
+        {"event", "started"}, {"pcName", tools::JsonText(pcName)}, {"waiting", waiting}};
+    if (options.asks) {
+      object["ask"] = ASK_VERSION;
+    }
+    tools::PrintJsonLine(object);
     return;
   }
   if (!waiting) {
@@ -75,14 +87,30 @@ void LogSend(bool json, std::int32_t number, const EventHeader& header, const st
                                 : what + " not taken: the request is not open any more"));
 }
 
+void LogPeerQuestion(std::int32_t number, const PeerDescription& peer) {
+  tools::JsonObject object = {{"event", "peer"}, {"number", number}};
+  AddPeerFields(peer, &object);
+  tools::PrintJsonLine(object);
+}
+
+void LogPeerAnswer(std::int32_t number, bool answered) {
+  tools::PrintJsonLine({{"event", "peerAnswer"}, {"number", number}, {"answered", answered}});
+}
+
+void LogExpired(std::int32_t number) {
+  tools::PrintJsonLine({{"event", "expired"}, {"number", number}});
+}
+
+void LogMistake(std::size_t line, const std::string& reason) {
+  tools::PrintJsonLine({{"event", "mistake"}, {"line", line}, {"reason", reason}});
+}
+
 void LogPeer(bool json, const PeerDescription& peer, bool answered) {
   if (json) {
-    tools::PrintJsonLine({{"event", "peer"},
-                          {"driverName", tools::JsonText(peer.driverName)},
-                          {"serviceType", tools::JsonText(peer.serviceType)},
-                          {"scopeList", tools::JsonText(peer.scopeList)},
-                          {"tagList", tools::JsonText(peer.tagList)},
-                          {"answered", answered}});
+    tools::JsonObject object = {{"event", "peer"}};
+    AddPeerFields(peer, &object);
+    object["answered"] = answered;
+    tools::PrintJsonLine(object);
     return;
   }
   tools::PrintLine("a scanner looks for this PC: scope " + tools::QuoteBytes(peer.scopeList) +

@@ -5,12 +5,13 @@
 #include <cstdint>
 #include <string>
 
+#include "host/options.h"
 #include "zvqrn/zvqrn.h"
 
 namespace zvqrn::host {
 
 // The service runs (`waiting`: as soon as the PC has a usable address).
-void LogStarted(bool json, const std::string& pcName, bool waiting);
+void LogStarted(const HostOptions& options, const std::string& pcName, bool waiting);
 
 // A request has come; `number` counts them.
 void LogRequest(bool json, std::int32_t number, const EventHeader& header,
@@ -23,6 +24,16 @@ void LogAnswer(bool json, std::int32_t number, const EventHeader& header, std::i
 // which it travels, `result` what QRNSendData gave.
 void LogSend(bool json, std::int32_t number, const EventHeader& header, const std::string& newUid,
              const std::string& bytes, std::int32_t result);
+
+// The same to the program that --ask asks: a question, and its word on it.
+void LogPeerQuestion(std::int32_t number, const PeerDescription& peer);
+void LogPeerAnswer(std::int32_t number, bool answered);
+
+// No word on a question came in time; what follows is this host's own.
+void LogExpired(std::int32_t number);
+
+// A line of that program that cannot be followed, and why.
+void LogMistake(std::size_t line, const std::string& reason);
 
 // A scanner looks for this PC by its own name.
 void LogPeer(bool json, const PeerDescription& peer, bool answered);

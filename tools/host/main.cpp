@@ -2,10 +2,12 @@
 // until it is to end, stops the service.
 #include <memory>
 
+#include "common/input_lines.h"
 #include "common/interrupt.h"
 #include "common/machine_text.h"
 #include "common/output.h"
 #include "common/port_owner.h"
+#include "host/asking.h"
 #include "host/callbacks.h"
 #include "host/event_log.h"
 #include "host/exit_codes.h"
@@ -91,6 +93,9 @@ bool WaitUntilFinished(HostState* state, const Deadlines& deadlines) {
     platform::WaitEvent(state->changed, LOOK_EVERY_MS);
     platform::ClearEvent(state->changed);
     SendWhatIsDue(state);
+    if (state->options->asks && !TakeWords(state)) {
+      break;
+    }
   }
   return true;
 }
@@ -109,7 +114,7 @@ bool Serve(const HostOptions& options, const ServiceLibrary& library, HostState*
   {
     const std::string pcName = PcName(library);
     const HeldLock lock = LockState(state);
-    LogStarted(options.json, pcName, state->toldNoNetwork);
+    LogStarted(options, pcName, state->toldNoNetwork);
   }
   *finished = WaitUntilFinished(state, deadlines);
   return true;
@@ -118,12 +123,15 @@ bool Serve(const HostOptions& options, const ServiceLibrary& library, HostState*
 // From a start of the service to its stop; `library` stays loaded.
 int RunServiceOnce(const HostOptions& options, const ServiceLibrary& library, HostState* state,
                    const Deadlines& deadlines, bool* finished) {
+  state->asksNoMore = false;
   if (library.startService(OnPeer, OnScanEvent, OnStatus, state, state, state) != 1) {
     tools::PrintError("The service did not start: " + WhyNotStarted(ToldNoNetwork(state)) + ".");
     *finished = true;
     return EXIT_NO_SERVICE;
   }
   int exitCode = Serve(options, library, state, deadlines, finished) ? EXIT_OK : EXIT_FAILED;
+  // The stop waits for the callbacks, and these for words that nobody takes any more.
+  AskNoMore(state);
   const std::int32_t result = library.stopService();
   const HeldLock lock = LockState(state);
   LogStopped(options.json, result, state->received);
@@ -159,8 +167,8 @@ int Run(const HostOptions& options) {
       &library, UnloadServiceLibrary);
   const std::unique_ptr<platform::Semaphore, decltype(&platform::CloseSemaphore)> lock(
       platform::MakeSemaphore(1, 1), platform::CloseSemaphore);
-  const std::unique_ptr<platform::Event, decltype(&platform::CloseEvent)> changed(
-      platform::MakeEvent(), platform::CloseEvent);
+  std::unique_ptr<platform::Event, decltype(&platform::CloseEvent)> changed(platform::MakeEvent(),
+                                                                            platform::CloseEvent);
   if (lock == nullptr || changed == nullptr) {
     tools::PrintError("The system gives no semaphore or event.");
     return EXIT_FAILED;
@@ -170,6 +178,14 @@ int Run(const HostOptions& options) {
   state.library = &library;
   state.lock = lock.get();
   state.changed = changed.get();
+  if (options.asks) {
+    // The reading goes on to the end of the process.
+    state.changed = changed.release();
+    if (!tools::StartInputLines(state.changed)) {
+      tools::PrintError("The system gives no thread.");
+      return EXIT_FAILED;
+    }
+  }
   return RunService(options, library, &state);
 }
 

@@ -100,6 +100,19 @@ void CheckPcName(std::string* name) {
   }
 }
 
+// Who asks another program decides nothing alone.
+void CheckAsking(HostOptions* options) {
+  const bool decides = options->answer != 1 || !options->answerOf.empty() || options->delayMs > 0 ||
+                       options->filterDelayMs > 0 || options->ignoresPeers ||
+                       !options->sends.empty();
+  if (options->asks && decides) {
+    tools::RefuseCommandLine(
+        "--ask leaves answers, data and the word on scanners to the other program; no option for them "
+        "can stand beside it");
+  }
+  options->json = options->json || options->asks;
+}
+
 std::string VersionText(const HostOptions& options) {
   const std::string path = LibraryPath(options);
   const std::string version = tools::ModuleVersion(path);
@@ -151,6 +164,15 @@ CLI::Option* AddOptions(tools::CommandLine* line, HostOptions* options) {
       &options->filterDelayMs, 0, MILLISECONDS_LIMIT);
   AddAnswerOptions(line, options);
   AddSendOptions(line, options);
+  tools::AddFlag(
+      line,
+      {"--ask", nullptr,
+       "Ask the program that started this one: questions on standard output, its words on standard input, a JSON object a line (docs/ask.md)"},
+      &options->asks);
+  tools::AddNumber(
+      line,
+      {"--ask-timeout", "MS", "With --ask: longest wait for a word, then BUSY (default 60000)"},
+      &options->askTimeoutMs, 1, MILLISECONDS_LIMIT);
   tools::AddNumber(line, {"--requests", "N", "End after this many requests were answered"},
                    &options->requests, 1, 1'000'000);
   tools::AddNumber(line, {"--for", "SECONDS", "End after this time"}, &options->seconds, 0.001,
@@ -180,6 +202,7 @@ bool ReadOptions(const std::vector<std::string>& arguments, HostOptions* options
     if (tools::WasGiven(name)) {
       CheckPcName(&options->pcName);
     }
+    CheckAsking(options);
   };
   const auto version = [&] { return VersionText(*options); };
   return tools::ReadCommandLine(arguments, {"quorin-host", DESCRIPTION, FOOTER, version},

@@ -26,6 +26,8 @@ struct HostOptions {
   std::vector<std::string> sends;  // data for the scanner, in this order
   SendTo sendTo = SEND_TO_START;
   std::int32_t sendAfterMs = SEND_INSIDE_CALLBACK;  // or so long after the callback returned
+  bool asks = false;                                // the program that reads the output decides
+  std::int32_t askTimeoutMs = 60'000;               // longest wait for its word
   std::int32_t requests = 0;                        // end after so many answers; 0: no limit
   double seconds = 0;                               // end after this time; 0: no limit
   double restartSeconds = 0;                        // stop and start so often; 0: never
