@@ -102,7 +102,7 @@ void CheckPcName(std::string* name) {
 
 // Who asks another program decides nothing alone.
 void CheckAsking(HostOptions* options) {
-  const bool decides = options->answer != 1 || !options->answerOf.empty() || options->delayMs > 0 ||
+  const bool decides = options->answerGiven || !options->answerOf.empty() || options->delayMs > 0 ||
                        options->filterDelayMs > 0 || options->ignoresPeers ||
                        !options->sends.empty();
   if (options->asks && decides) {
@@ -122,7 +122,10 @@ std::string VersionText(const HostOptions& options) {
 
 void AddAnswerOptions(tools::CommandLine* line, HostOptions* options) {
   tools::AddTextAction(line, {"--answer", "CODE", "Answer to every request (default 1, OK)"},
-                       [=](const std::string& text) { options->answer = AnswerCode(text); });
+                       [=](const std::string& text) {
+                         options->answer = AnswerCode(text);
+                         options->answerGiven = true;
+                       });
   tools::AddRepeatable(line,
                        {"--answer-for", "\"DRIVER NAME=CODE\"",
                         "Answer to requests of the scanners that this driver serves; repeatable"},

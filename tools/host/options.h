@@ -20,6 +20,7 @@ struct HostOptions {
   std::int32_t filterDelayMs = 0;  // before the filter returns
   bool json = false;               // one object a line instead of prose
   std::int32_t answer = 1;         // result of the callback
+  bool answerGiven = false;
   std::map<std::string, std::int32_t>
       answerOf;                    // by driver name as the library gives it; before `answer`
   std::int32_t delayMs = 0;        // before the callback returns
