@@ -1,6 +1,6 @@
 #include "common/input_lines.h"
 
-#include <mutex>
+#include <memory>
 #include <utility>
 
 #include "platform/thread.h"
@@ -24,12 +24,24 @@ constexpr char BYTE_ORDER_MARK[] = "\xEF\xBB\xBF";
 
 // Shared with the reading thread, and so never released.
 struct Mailbox {
-  std::mutex mutex;
+  platform::Semaphore* turn = nullptr;
   std::vector<InputLine> lines;
   bool ended = false;
   platform::Event* came = nullptr;
 };
 Mailbox* mailbox = nullptr;
+
+struct GiveBack {
+  void operator()(platform::Semaphore* turn) const { platform::SignalSemaphore(turn); }
+};
+// (MinGW's threads of Windows know no std::mutex.)
+using Turn = std::unique_ptr<platform::Semaphore, GiveBack>;
+
+// Waits until nobody else is at the mailbox.
+Turn TakeTurn() {
+  platform::WaitSemaphore(mailbox->turn, platform::WAIT_WITHOUT_END);
+  return Turn(mailbox->turn);
+}
 
 // Reads what there is, waiting for some; 0 at the end, and when reading fails.
 std::size_t ReadSome(char* block, std::size_t size) {
@@ -56,7 +68,7 @@ void Deliver(InputLine line) {
   }
   while (true) {
     {
-      const std::lock_guard<std::mutex> held(mailbox->mutex);
+      const Turn turn = TakeTurn();
       if (mailbox->lines.size() < WAITING_LIMIT) {
         mailbox->lines.push_back(std::move(line));
         break;
@@ -87,7 +99,7 @@ void ReadLines(void* /*argument*/) {
     Deliver(std::move(line));
   }
   {
-    const std::lock_guard<std::mutex> held(mailbox->mutex);
+    const Turn turn = TakeTurn();
     mailbox->ended = true;
   }
   platform::SignalEvent(mailbox->came);
@@ -98,11 +110,13 @@ void ReadLines(void* /*argument*/) {
 bool StartInputLines(platform::Event* came) {
   mailbox = new Mailbox;
   mailbox->came = came;
-  return platform::StartThread(ReadLines, nullptr, platform::STACK_FOR_HOST_CALLBACKS) != 0;
+  mailbox->turn = platform::MakeSemaphore(1, 1);
+  return mailbox->turn != nullptr &&
+         platform::StartThread(ReadLines, nullptr, platform::STACK_FOR_HOST_CALLBACKS) != 0;
 }
 
 bool TakeInputLines(std::vector<InputLine>* lines) {
-  const std::lock_guard<std::mutex> held(mailbox->mutex);
+  const Turn turn = TakeTurn();
   lines->clear();
   lines->swap(mailbox->lines);
   return !mailbox->ended || !lines->empty();

@@ -22,7 +22,7 @@ struct InputLine {
 };
 
 // Begins to read, once in a process.  `came` is set whenever there is something to take, and must
-// not be closed any more.  False when the system gives no thread.
+// not be closed any more.  False when the system gives no thread or no lock.
 bool StartInputLines(platform::Event* came);
 
 // Takes the lines that have come, in their order; false when none will come any more.
