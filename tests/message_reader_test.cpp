@@ -107,6 +107,8 @@ TEST(ReadMessage, SplitsWhatArrivesAtOnce) {
        Head("-3").substr(0, Head("-3").size() - 3), "\n\r\n12345"},
       {"a length far below 0", Head("-999999999999") + "12345", READ_DONE,
        Head("-999999999999") + "12345", ""},
+      {"a length below the head's", Head("-1000") + "12345", READ_DONE, Head("-1000") + "12345",
+       ""},
       {"a body that stops short", Head("9") + "12345", READ_TIMED_OUT, Head("9") + "12345", ""},
       {"2 GB announced", Head("2147483647") + "12345", READ_TIMED_OUT, Head("2147483647") + "12345",
        ""},
