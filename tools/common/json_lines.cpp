@@ -102,7 +102,8 @@ bool BytesOfJsonText(const std::string& text, std::string* bytes) {
     if (byte < 0x80) {
       bytes->push_back(text[i]);
     } else if ((byte == 0xC2 || byte == 0xC3) && i + 1 < text.size()) {
-      bytes->push_back(static_cast<char>((byte & 0x03U) << 6U | (text[++i] & 0x3FU)));
+      const auto low = static_cast<unsigned char>(text[++i]);
+      bytes->push_back(static_cast<char>((byte & 0x03U) << 6U | (low & 0x3FU)));
     } else {
       return false;
     }
