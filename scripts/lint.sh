@@ -58,7 +58,7 @@ tidy() {
   [[ -e build/$preset/compile_commands.json ]] || cmake --preset "$preset" >/dev/null
   python3 -c 'import json, sys
 for command in json.load(open(sys.argv[1])):
-    if not command["output"].startswith("tests/"):
+    if " -o tests/" not in command["command"]:
         print(command["file"].removeprefix(sys.argv[2] + "/"))' \
     "build/$preset/compile_commands.json" "$PWD" >"build/$preset/compiled_files"
   # The files that include others lie among what is built, in folders that are called alike.
