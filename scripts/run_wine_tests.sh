@@ -35,7 +35,6 @@ readonly NOT_IN_PC=(
   EventFlow.ServesAScannerThatConnectsAgainAtOnce
   HostilePeer.DoesNotDisturbTheScannerThatIsServed
   HostilePeer.MayAskThousandsOfTimesAtOnce
-  Lifecycle.SurvivesExportsAtAnyMoment
   Thread.IsNotTakenForOneThatHasEnded
 )
 readonly STATES=(stopped waiting idle callback starting flooded)
