@@ -44,9 +44,10 @@ void* TakeBytes(std::size_t size) {
 
 #else
 
-// Most that is looked at at the end of a life.
 constexpr bool KEEPS_RELEASED = true;
-constexpr std::size_t ARENA_BYTES = std::size_t{1} << 30U;
+
+// Most that a life asks for, all together: rooms that want more copy what grows again and again.
+constexpr std::size_t ARENA_BYTES = std::size_t{1} << 26U;
 char* arena = nullptr;
 std::size_t arenaUsed = 0;
 
@@ -58,8 +59,12 @@ void* TakeBytes(std::size_t size) {
     WatchArena(arena, arena != nullptr ? ARENA_BYTES : 0);
   }
   const std::size_t rounded = (size + 15) / 16 * 16;
-  if (arena == nullptr || ARENA_BYTES - arenaUsed < rounded) {
+  if (arena == nullptr) {
     return nullptr;
+  }
+  if (ARENA_BYTES - arenaUsed < rounded) {
+    Finding("more than %zu MiB were asked for in one life, most of them to copy",
+            ARENA_BYTES >> 20U);
   }
   void* bytes = arena + arenaUsed;
   arenaUsed += rounded;

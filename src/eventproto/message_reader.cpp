@@ -19,21 +19,6 @@ struct Holding {
   std::int32_t held;
 };
 
-// Gives the buffer room for `wanted` bytes; false, and the buffer as it was, when memory runs out.
-bool Grow(Holding* holding, std::int32_t wanted) {
-  if (holding->capacity >= wanted) {
-    return true;
-  }
-  char* larger = NewBytes(wanted);
-  if (larger == nullptr) {
-    return false;
-  }
-  std::memcpy(larger, holding->bytes.get(), static_cast<std::size_t>(holding->held));
-  holding->bytes.reset(larger);
-  holding->capacity = wanted;
-  return true;
-}
-
 // Moves the leftover into a new buffer with room for a first receive.
 bool BeginHolding(Holding* holding, OwnedBlock<char> leftover, std::int32_t leftoverLength) {
   holding->capacity = HEAD_LIMIT;
@@ -60,15 +45,31 @@ HeadState LookAtHead(const Holding& holding, std::int64_t* total) {
   return state;
 }
 
-// Receives the rest of a body.  The buffer grows with what has arrived, not with what was
-// announced.  READ_DONE when the body is complete or can grow no further.
+// Makes room in a full buffer for more of a message of `total` bytes: as much again as has arrived,
+// whatever was announced, so that the copies stay few however small the pieces are.  False when it
+// can grow no further: at the limit, or when memory runs out; the buffer is as it was then.
+bool GrowBody(Holding* holding, std::int64_t total) {
+  const std::int64_t doubled = 2 * static_cast<std::int64_t>(holding->capacity);
+  const auto wanted =
+      static_cast<std::int32_t>(std::min<std::int64_t>({total, doubled, MESSAGE_LIMIT}));
+  if (wanted <= holding->capacity) {
+    return false;
+  }
+  char* larger = NewBytes(wanted);
+  if (larger == nullptr) {
+    return false;
+  }
+  std::memcpy(larger, holding->bytes.get(), static_cast<std::size_t>(holding->held));
+  holding->bytes.reset(larger);
+  holding->capacity = wanted;
+  return true;
+}
+
+// Receives the rest of a body.  READ_DONE when it is complete or can grow no further.
 ReadResult ReceiveBody(platform::SocketHandle socket, Holding* holding, std::int64_t total) {
   const std::int64_t deadline = platform::MonotonicMilliseconds() + BODY_TIME_LIMIT_MS;
   while (holding->held < total) {
-    const std::int64_t doubled =
-        std::max<std::int64_t>(HEAD_LIMIT, 2 * static_cast<std::int64_t>(holding->held));
-    const std::int64_t wanted = std::min<std::int64_t>({total, doubled, MESSAGE_LIMIT});
-    if (holding->held >= MESSAGE_LIMIT || !Grow(holding, static_cast<std::int32_t>(wanted))) {
+    if (holding->held == holding->capacity && !GrowBody(holding, total)) {
       return READ_DONE;
     }
     const std::int64_t ask = std::min<std::int64_t>(total, holding->capacity) - holding->held;
