@@ -50,17 +50,21 @@ fi
 # own.  Paths are followed into functions of this repository, not into those of the C++ library, and
 # as many STEPS as given: around the library not as far as in it.
 tidy() {
-  local preset=$1 steps=$2 folders=$3 option options=()
+  local preset=$1 steps=$2 folders=$3 option options=() database
   for option in c++-stdlib-inlining=false "max-nodes=$steps"; do
     options+=(--extra-arg=-Xclang --extra-arg=-analyzer-config
       --extra-arg=-Xclang "--extra-arg=$option")
   done
-  [[ -e build/$preset/compile_commands.json ]] || cmake --preset "$preset" >/dev/null
+  database=build/$preset/compile_commands.json
+  if [[ ! -e $database || -n $(git ls-files '*CMakeLists.txt' '*.cmake' CMakePresets.json |
+    xargs -I{} find {} -newer "$database") ]]; then
+    cmake --preset "$preset" >/dev/null
+  fi
   python3 -c 'import json, sys
 for command in json.load(open(sys.argv[1])):
     if " -o tests/" not in command["command"]:
         print(command["file"].removeprefix(sys.argv[2] + "/"))' \
-    "build/$preset/compile_commands.json" "$PWD" >"build/$preset/compiled_files"
+    "$database" "$PWD" >"build/$preset/compiled_files"
   # The files that include others lie among what is built, in folders that are called alike.
   grep -E "^(build/$preset/)?($folders)/" "build/$preset/compiled_files" | sed "s|^|$PWD/|" |
     xargs -n 1 -P "$(nproc)" clang-tidy --quiet -p "build/$preset" "${options[@]}" \
