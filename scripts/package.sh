@@ -30,8 +30,12 @@ gather() {
   mkdir -p "$root/docs" "$root/wireshark"
   cp tools/wireshark/zvqrn.lua "$root/wireshark/"
   cp -R examples CHANGELOG.md LICENCE.md "$root/"
+  mkdir "$root/docs/hosts"
+  cp docs/hosts/*.md "$root/docs/hosts/"
   cp docs/ask.md docs/ask.schema.json docs/host-guide.md docs/network.md docs/protocol.md "$root/docs/"
   sed "s/@VERSION@/$version/g" "packaging/$readme" >"$root/README.md"
+  # What scripts/check_guides.py is told about the blocks of code.
+  sed -i '/^<!-- try: .* -->$/d' "$root/README.md" "$root"/docs/*.md "$root"/docs/hosts/*.md
 }
 
 # The rest of the package in `root`: what it is made of, checksums, one time for all, plain permissions.

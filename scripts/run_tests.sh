@@ -106,6 +106,7 @@ part tests tools-windows windows-x64 \
 part check package "compile-release,compile-windows-x64,compile-windows-x86" scripts/package.sh
 part tests packages package scripts/check_package.sh
 part tests bindings package scripts/check_bindings.sh
+part tests guides package scripts/check_guides.py
 part tests fuzz compile-fuzz fuzz
 
 run_parts
