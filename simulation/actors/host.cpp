@@ -186,8 +186,8 @@ std::int32_t QRN_CALLBACK OnStatus(std::int32_t statusClass, std::int32_t status
   return 0;
 }
 
-// After a stop nothing of the service is left but what the load made.
-void CheckStopped(const char* after) {
+// After a stop nothing of the service is left but what the load made, after an unload nothing.
+void CheckStopped(const char* after, std::int64_t handlesLeft) {
   for (const Thread* thread : machine.threads) {
     if (thread->ofLibrary) {
       Finding("%s is left after %s", thread->name.c_str(), after);
@@ -197,6 +197,10 @@ void CheckStopped(const char* after) {
     Finding("after %s %lld sockets are open, sockets are used %lld times, %d callbacks run", after,
             static_cast<long long>(OpenSockets()), static_cast<long long>(machine.socketUses),
             book.callbacks);
+  }
+  if (machine.handles != handlesLeft) {
+    Finding("after %s %lld semaphores, events or other objects are left", after,
+            static_cast<long long>(machine.handles - handlesLeft));
   }
 }
 
@@ -278,7 +282,7 @@ std::int32_t StopService() {
     }
     // A stop that cannot have its turn stops nothing.
     if (result == 1 || machine.failures == 0) {
-      CheckStopped("the stop");
+      CheckStopped("the stop", book.handlesOfLoad);
       book.servesSince = NEVER;
     }
   }
@@ -307,11 +311,7 @@ void UnloadLibrary() {
   }
   // The use of the socket library cannot be ended while the system unloads a library.
   machine.socketUses = 0;
-  CheckStopped("the unload");
-  if (machine.handles != 0) {
-    Finding("%lld semaphores, events or other objects are left",
-            static_cast<long long>(machine.handles));
-  }
+  CheckStopped("the unload", 0);
   const std::string left = EndMemory();
   if (!left.empty()) {
     Finding("after the unload %s", left.c_str());

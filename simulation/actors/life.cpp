@@ -139,6 +139,7 @@ bool Load() {
   WatchRecord(&service, sizeof service);
   book.isLoaded = true;
   const bool loaded = platform::OnLibraryLoad();
+  book.handlesOfLoad = machine.handles;
   DIARY("the library is loaded: %d", loaded ? 1 : 0);
   return loaded;
 }
@@ -177,6 +178,12 @@ bool Run(Dice* dice, bool chaos, const std::function<void()>& sendActors) {
   }
   if (!chaos && started == 0 && machine.failures == 0) {
     book.servesSince = NEVER;
+  }
+  // One that could not have its turn, or not ask whether the service runs, undoes nothing.
+  if (!chaos && started == 0 && service.serviceRunning.load() == 0 &&
+      service.watcherStopEvent == nullptr && machine.handles != book.handlesOfLoad) {
+    Finding("after a start in vain %lld semaphores, events or other objects are left",
+            static_cast<long long>(machine.handles - book.handlesOfLoad));
   }
   book.runs = !chaos && started == 1 && RunsNow();
   Sleep(1);  // what begins from now on is undisturbed by the start

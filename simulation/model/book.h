@@ -50,6 +50,7 @@ struct Book {
   bool hadFailures;
   bool unloads;  // while the service runs: threads cannot be started any more
   bool isLoaded;
+  std::int64_t handlesOfLoad;      // open objects of the library's when it was loaded
   std::int32_t calls;              // of exports, by threads of the host's
   bool oddSearches;                // so do searchers
   bool mutations;                  // scanners send bytes that nobody has judged
