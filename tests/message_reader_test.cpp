@@ -211,11 +211,12 @@ TEST(ReadMessage, TellsTheEndFromAnError) {
 
 // A body longer than a message may be is handed back in pieces instead of being collected.
 TEST(ReadMessage, LimitsTheBodyInMemory) {
+  constexpr std::int32_t ONE_MEBIBYTE = 1048576;
   const Connection connection;
   std::thread sender([&] {
     const std::string head = Head("2000000000");
     const std::string block(65536, 'x');
-    std::int64_t left = MESSAGE_LIMIT + 100000;
+    std::int64_t left = ONE_MEBIBYTE + 100000;
     connection.Send(head);
     while (left > 0) {
       const std::int32_t sent = platform::SendBytes(connection.far, block.data(), 65536);
@@ -231,7 +232,7 @@ TEST(ReadMessage, LimitsTheBodyInMemory) {
     read = ReadOnce(connection.near, read.leftover);
   }
   EXPECT_EQ(read.result, READ_DONE);
-  EXPECT_EQ(read.message.size(), static_cast<std::size_t>(MESSAGE_LIMIT));
+  EXPECT_EQ(read.message.size(), static_cast<std::size_t>(ONE_MEBIBYTE));
   EXPECT_EQ(read.message.compare(0, 15, "POST / HTTP/1.0"), 0);
   for (read = ReadOnce(connection.near); !read.leftover.empty();) {
     read = ReadOnce(connection.near);

@@ -240,9 +240,9 @@ TEST(AttributeList, ConvertsTheWesternCharactersOfTheirOwn) {
   std::int32_t length = 0;
   AnsiToUtf8(
       "\x80\x82\x83\x84\x85\x86\x87\x88\x89\x8A\x8B\x8C\x8E\x91\x92\x93\x94\x95\x96\x97\x98\x99\x9A"
-      "\x9B\x9C\x9E\x9F",
+      "\x9B\x9C\x9E\x9F\xA0\x81",
       &utf8, &length);
-  EXPECT_STREQ(utf8, "€‚ƒ„…†‡ˆ‰Š‹ŒŽ‘’“”•–—˜™š›œžŸ");
+  EXPECT_STREQ(utf8, "€‚ƒ„…†‡ˆ‰Š‹ŒŽ‘’“”•–—˜™š›œžŸ\u00A0\u0081");
   std::free(utf8);
 }
 #endif
