@@ -83,6 +83,9 @@ TEST(XmlWriter, RefusesALineThatIsTooLong) {
   EXPECT_EQ(c->depth, 0);
   EXPECT_EQ(AppendLine(c, nullptr, 0), 0);
   EXPECT_EQ(AppendLine(c, "x", -1), 0);
+  // The block is full but for the byte of the NUL.
+  const std::string rest(static_cast<std::size_t>(c->textCapacity - c->textLength), 'x');
+  EXPECT_EQ(AppendLine(c, rest.c_str(), static_cast<std::int32_t>(rest.size())), 1);
 }
 
 TEST(XmlReader, FindsTagsByTheirBytes) {
