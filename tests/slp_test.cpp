@@ -254,8 +254,8 @@ TEST(AttributeList, TellsNameAddressAndPort) {
     const char* list;
   } cases[] = {
       {"OFFICE-PC", 0x1401A8C0, "(ClientName=OFFICE-PC),(IPAddress=192.168.1.20),(EventPort=2968)"},
-      {"LAB(2),A\\B", 0x0100000A,
-       "(ClientName=LAB\\(2\\)\\,A\\\\B),(IPAddress=10.0.0.1),(EventPort=2968)"},
+      {"LAB(2),A\\B", 0xFF006D64,
+       "(ClientName=LAB\\(2\\)\\,A\\\\B),(IPAddress=100.109.0.255),(EventPort=2968)"},
       {",,,,,,,,,,,,,,,", 0x0100000A,
        "(ClientName=\\,\\,\\,\\,\\,\\,\\,\\,\\,\\,\\,\\,\\,\\,\\,),(IPAddress=10.0.0.1),"
        "(EventPort=2968)"},
