@@ -227,6 +227,7 @@ TEST_F(TwoAdapters, AreToldApartByTheirRoutes) {
 TEST_F(TwoAdapters, AreFollowed) {
   RunCommand("ip route replace default via 10.68.0.1");
   SlpScanner scanner("10.99.0.8", "other0");
+  SlpScanner left("10.68.0.8");
   EXPECT_EQ(host.Start(), 1);
   WaitForAnnounced("10.68.0.2");
   EXPECT_EQ(scanner.AskByMulticast(300), "") << "the group is joined on the first adapter";
@@ -238,6 +239,7 @@ TEST_F(TwoAdapters, AreFollowed) {
   WaitForStatus(RESTART);
   WaitForAnnounced("10.99.0.2");
   WaitForMulticasts(&scanner, "10.99.0.2");
+  EXPECT_EQ(left.AskByMulticast(300), "") << "the group is left where the service was";
   RunCommand("ip route add 10.123.0.0/16 via 10.99.0.1");
   platform::SleepMilliseconds(500);
   EXPECT_EQ(host.StatusTexts(), RESTART) << "a route of no concern";
