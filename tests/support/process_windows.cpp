@@ -4,6 +4,12 @@
 // After both.
 #include <psapi.h>
 #include <tlhelp32.h>
+#include <winternl.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <vector>
 
 namespace zvqrn::test {
 
@@ -30,10 +36,27 @@ std::ptrdiff_t Threads() {
   return count;
 }
 
+// From the list of the whole system: Wine says 0 when it is asked for the number of a process.
 std::ptrdiff_t Handles() {
-  DWORD count = 0;
-  GetProcessHandleCount(GetCurrentProcess(), &count);
-  return static_cast<std::ptrdiff_t>(count);
+  constexpr auto ALL_HANDLES = static_cast<SYSTEM_INFORMATION_CLASS>(16);
+  constexpr auto TOO_SHORT = static_cast<NTSTATUS>(0xC0000004);
+  // The first holds the count as well.
+  std::vector<SYSTEM_HANDLE_INFORMATION> list(512);
+  NTSTATUS status = TOO_SHORT;
+  while (status == TOO_SHORT) {
+    list.resize(2 * list.size());
+    const std::size_t size = list.size() * sizeof list[0];
+    status = NtQuerySystemInformation(ALL_HANDLES, list.data(), static_cast<ULONG>(size), nullptr);
+  }
+  EXPECT_EQ(status, 0);
+  const auto* const entries = list[0].Handle;
+  // Windows keeps something else in the upper half of the field.
+  const std::ptrdiff_t count =
+      std::count_if(entries, entries + list[0].Count, [](const SYSTEM_HANDLE_ENTRY& entry) {
+        return static_cast<WORD>(entry.OwnerPid) == static_cast<WORD>(GetCurrentProcessId());
+      });
+  EXPECT_GT(count, 0);
+  return count;
 }
 
 std::int64_t ResidentKilobytes() {
