@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Checks the bindings for other languages as their users get them, after `make package`: the wheels by
-# pip, and the package for Python, in an environment that has nothing else, against the packaged
-# scanner.  Prints a line a case; ends with 0 when all passed.
+# pip, and the package for Python, in an environment that has nothing else; the NuGet package by the
+# rules that NuGet documents, and its assembly under Mono; both against the packaged scanner.  Prints a
+# line a case; ends with 0 when all passed.
 #
 # Python for Windows is not to be had here: pip installs the wheels for it as for that platform, and
-# what is in them is compared with the packages, whose DLLs are run elsewhere.
+# what is in them is compared with the packages, whose DLLs are run elsewhere.  Nor is the .NET SDK.
 set -euo pipefail
 
 scripts=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -109,11 +110,52 @@ for name in sys.argv[1:]:
 END
 }
 
-# The numbers that the header for C names have the same names in Python, and are used in C++.
+# What NuGet's documentation asks of a package, and the packages' own files in it.
+nuget() {
+  mkdir nuget
+  unzip -q "$packages/Zvqrn.$version.nupkg" -d nuget
+  cmp nuget/runtimes/linux-x64/native/libZVQRN.so "$linux/lib/libZVQRN.so"
+  for machine in x86 x64; do
+    cmp "nuget/runtimes/win-$machine/native/ZVQRN.dll" "ZVQRN-$version-windows-$machine/bin/ZVQRN.dll"
+  done
+  python3 - "$version" <<'END'
+import os, re, sys
+import xml.etree.ElementTree as ElementTree
+names = {os.path.relpath(os.path.join(folder, name), "nuget")
+         for folder, _, files in os.walk("nuget") for name in files}
+(nuspec,) = (name for name in names if "/" not in name and name.endswith(".nuspec"))
+space = "{http://schemas.microsoft.com/packaging/2013/05/nuspec.xsd}"
+metadata = ElementTree.parse(f"nuget/{nuspec}").getroot().find(f"{space}metadata")
+said = {element.tag.replace(space, ""): (element.text or "").strip() for element in metadata}
+assert {"id", "version", "authors", "description"} <= {word for word, text in said.items() if text}, said
+assert re.fullmatch(r"[A-Za-z0-9_.-]{1,100}", said["id"]) and nuspec == said["id"] + ".nuspec"
+assert said["version"] == sys.argv[1] and {said["license"], said["readme"]} <= names
+assert metadata.find(f"{space}license").get("type") == "file"
+frameworks = {name.split("/")[1] for name in names if name.startswith("lib/")}
+assert all(name.count("/") == 2 for name in names if name.startswith("lib/"))
+groups = {group.get("targetFramework") for group in metadata.iter(f"{space}group")}
+full = {"net46": ".NETFramework4.6", "netstandard2.0": ".NETStandard2.0"}
+assert frameworks == set(full) and groups == set(full.values())
+assert [name for name in names if name.startswith("build/")] == [f"build/{said['id']}.targets"]
+for name in names:
+    if name.startswith("runtimes/"):
+        assert re.fullmatch(r"runtimes/(win-x86|win-x64|linux-x64)/native/[A-Za-z.]+", name), name
+    assert name.split("/")[0] in ("lib", "build", "runtimes", "tools", "_rels") or "/" not in name, name
+types = ElementTree.parse("nuget/[Content_Types].xml").getroot()
+endings = {element.get("Extension") for element in types}
+assert {name.rpartition(".")[2] for name in names} - {"xml"} <= endings
+(relationship,) = ElementTree.parse("nuget/_rels/.rels").getroot()
+assert relationship.get("Target") == f"/{nuspec}" and relationship.get("Type").endswith("/manifest")
+ElementTree.parse(f"nuget/build/{said['id']}.targets")
+END
+}
+
+# The numbers that the header for C names have the same names in Python and C#, and are used in C++.
 numbers() {
-  "$python" - "$linux/include/zvqrn" <<'END'
+  "$python" - "$linux/include/zvqrn" "$top/bindings/dotnet/Zvqrn/Records.cs" <<'END'
 import re, sys, zvqrn
 header, wrapper = (open(f"{sys.argv[1]}/zvqrn.{end}", encoding="utf-8").read() for end in ("h", "hpp"))
+sharp = open(sys.argv[2], encoding="utf-8").read()
 found = re.findall(r"QRN_(IMAGE|COLOR|LOAD|PAPER|RESPONSE|STATUS)_([A-Z0-9_]+) = (\d+)", header)
 for enumeration, family in (
     (zvqrn.ImageFormat, "IMAGE"), (zvqrn.ColorType, "COLOR"), (zvqrn.LoadPaper, "LOAD"),
@@ -125,6 +167,11 @@ for enumeration, family in (
             del wanted[name]
         else:
             assert re.search(rf" = QRN_{family}_{name}\b", wrapper), name
+    (body,) = re.findall(rf"enum {enumeration.__name__} \{{(.*?)\}}", sharp, re.S)
+    pairs = re.findall(r"(\w+) = (\d+)", body)
+    assert {name: int(number) for name, number in pairs} == {
+        "".join(word.capitalize() for word in name.split("_")): number for name, number in wanted.items()
+    }, family
     assert wanted == {member.name: member.value for member in enumeration} and wanted, family
 assert zvqrn.__version__ == re.search(r'^#define QRN_VERSION "(.*)"$', header, re.M)[1]
 END
@@ -150,4 +197,15 @@ if ! tail -n 1 logs/python | grep -qx OK ||
   grep -q '^FAILED ' logs/python || printf 'FAILED  bindings-python\n'
   tail -n 60 logs/python
 fi
-[[ $failed -eq 0 ]]
+
+# The NuGet package, with its files where a project's build puts them.
+check nuget nuget
+mkdir program program/stand-in
+cp -R nuget/lib/net46/Zvqrn.dll nuget/runtimes program
+cp -R nuget/tools/stand-in/. program/stand-in
+check dotnet-compiles mcs -warnaserror -r:program/Zvqrn.dll -out:program/Tests.exe \
+  "$top/bindings/dotnet/tests/Tests.cs"
+code=0
+LC_ALL=C.UTF-8 QUORIN_SCANNER=$linux/bin/quorin-scanner timeout 300 "$scripts/private_network.sh" \
+  --with-scanner mono program/Tests.exe || code=$?
+[[ $code -eq 0 && $failed -eq 0 ]]

@@ -11,7 +11,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 readonly tools=$1
-readonly documents=(README.md docs/*.md packaging/*.md)
+readonly documents=(README.md docs/*.md docs/hosts/*.md packaging/*.md)
 broken=0
 compared=0
 complain() {

@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev iproute2 util-linux hostname)
 for_windows=(g++-mingw-w64-i686-win32 g++-mingw-w64-x86-64-win32)
-for_packages=("${for_windows[@]}" llvm help2man python3 zip)
+for_packages=("${for_windows[@]}" llvm help2man mono-mcs python3 zip)
 for_bench=(libbenchmark-dev libexpat1-dev libhttp-parser-dev libmicrohttpd-dev libpugixml-dev
   llvm wine64 debootstrap bubblewrap "${for_windows[@]}")
 for_fuzz=(clang libclang-rt-14-dev llvm)
@@ -21,7 +21,7 @@ case ${1:-} in
   test)
     # clang-tidy looks at the sources of the benchmarks too.
     packages+=("${for_packages[@]}" "${for_bench[@]}" "${for_fuzz[@]}" "${for_wine[@]}"
-      libgtest-dev clang-format clang-tidy shellcheck groff-base lld make mono-mcs mono-runtime mypy
+      libgtest-dev clang-format clang-tidy shellcheck groff-base lld make mono-runtime mypy
       nftables pkg-config python3-jsonschema python3-venv tshark unzip wireshark-common)
     ;;
   *)

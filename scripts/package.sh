@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Makes the packages for host programmers, a ZVQRN-VERSION-SYSTEM.zip each for 32-bit and 64-bit
-# Windows and a .tar.gz for Linux, and a Python wheel of each, of what the presets windows-x86,
+# Windows and a .tar.gz for Linux, a Python wheel of each, and a NuGet package of all, of what the presets windows-x86,
 # windows-x64 and release have built, with their checksums.  The same sources give the same bytes:
 # files are sorted, belong to nobody, and carry the time of the last commit (SOURCE_DATE_EPOCH).
 # Usage: scripts/package.sh [FOLDER], by default build/packages
@@ -17,7 +17,7 @@ export LC_ALL=C TZ=UTC
 work=$(mktemp -d)
 trap 'rm -rf -- "$work"' EXIT
 mkdir -p "$out"
-rm -f -- "$out/zvqrn-$version-"*.whl
+rm -f -- "$out/zvqrn-$version-"*.whl "$out"/*.nupkg
 
 # Installs a preset into a folder named like the package, with all that every package holds.
 # Arguments: preset, system, README, options of cmake --install.
@@ -97,6 +97,9 @@ make_man_pages "$root/bin/quorin-scanner" 'try a PC with scanners that misbehave
 finish
 tar -C "$work" --sort=name --owner=0 --group=0 --numeric-owner --format=gnu -cf - "${root##*/}" |
   gzip -n9 >"$out/${root##*/}.tar.gz"
-[[ $(uname -m) != x86_64 ]] || make_wheel
+if [[ $(uname -m) == x86_64 ]]; then
+  make_wheel
+  python3 bindings/dotnet/nuget_package.py "$out" "$root" "$work/ZVQRN-$version-windows-"x{86,64} >/dev/null
+fi
 
-(cd "$out" && sha256sum -- *"-$version-"* | tee SHA256SUMS)
+(cd "$out" && sha256sum -- *"-$version-"* *".$version.nupkg" | tee SHA256SUMS)
