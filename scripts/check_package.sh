@@ -156,7 +156,7 @@ same_again() {
   for package in again/*; do
     cmp "$top/build/packages/${package##*/}" "$package"
   done
-  [[ $(find again -type f | wc -l) -eq 7 && $(wc -l <again/SHA256SUMS) -eq 6 ]]
+  [[ $(find again -type f | wc -l) -eq 8 && $(wc -l <again/SHA256SUMS) -eq 7 ]]
 }
 
 # The library, checked on its own by scripts/check_dll.sh, is built once more, elsewhere: the same
@@ -339,25 +339,6 @@ with_makefiles() {
   done
 }
 
-# The first hosts of the documents, built in each package by the lines that stand there.
-documents() {
-  local document folder compiler line
-  for document in README.md docs/host-guide.md; do
-    for folder in linux "${MACHINES[@]/#/windows-}"; do
-      compiler=gcc
-      [[ $folder == linux ]] || compiler=${CROSS[x64]}-gcc
-      awk '/^```c$/ && !done { on = 1; next } /^```$/ { done += on; on = 0 } on' "$top/$document" \
-        >"$folder/first_host.c"
-      line=$(grep -m1 -E "^ *$compiler -Iinclude first_host.c" "$top/$document")
-      [[ $folder == linux ]] || line=${line/${CROSS[x64]}/${CROSS[${folder#windows-}]}}
-      (cd "$folder" && bash -c "$line")
-    done
-    # It runs from any folder.
-    (cd / && ldd "$work/linux/first_host") | grep -F "$work/linux/lib/libZVQRN.so"
-    rm linux/first_host windows-x*/first_host.exe ./*/first_host.c
-  done
-}
-
 # The other import library, with two linkers.
 with_msvc_library() {
   local machine=$1 options=()
@@ -484,7 +465,6 @@ done
 check pkg-config with_pkg_config
 check installed installed
 check ports ports
-check documents documents
 check c-sharp c_sharp
 
 export LD_LIBRARY_PATH=$work/linux/lib
