@@ -3,6 +3,7 @@
 THIRD-PARTY-NOTICES.txt, with the licences of others' software that is inside the programs.
 
     bill_of_materials.py PACKAGE VERSION
+    bill_of_materials.py --notices FOLDER       only the notices, for the tools for Linux
 
 PACKAGE is the folder of an unpacked package.  What it was built with is asked of the Debian packages
 that are installed here.  SOURCE_DATE_EPOCH is the time that it states.
@@ -113,8 +114,8 @@ def write_bill(root, version, parts):
             package_entry(identifier, name, debian_version(package), licence, filesAnalyzed=False)
         )
         for file in files:
-            # As a program is called, with or without an ending.
-            if file["fileName"].split("/")[-1] in {
+            # As a program is called, with or without an ending; in share/ are texts for it.
+            if not file["fileName"].startswith("./share/") and file["fileName"].split("/")[-1] in {
                 p + end for p in programs for end in ("", ".exe", ".dll")
             }:
                 relationships.append((file["SPDXID"], "STATIC_LINK", identifier))
@@ -150,6 +151,9 @@ def write_bill(root, version, parts):
 
 
 def main():
+    if sys.argv[1] == "--notices":
+        write_notices(Path(sys.argv[2]), HEADERS)
+        return
     root, version = Path(sys.argv[1]), sys.argv[2]
     parts = HEADERS + (RUN_TIME if list(root.glob("bin/*.exe")) else [])
     write_notices(root, parts)

@@ -73,6 +73,29 @@ same 'answer codes, header and docs/protocol.md' "$answers" \
 same 'answer codes, header and docs/host-guide.md' "$(cut -d' ' -f1 <<<"$answers")" \
   "$(sed -nE 's/^\| ([1-8]) `QRN_RESPONSE_[A-Z_]+`.*/\1/p' docs/host-guide.md)"
 
+# ---- Manual pages of the functions ----
+# Prototypes, with one way of writing spaces.
+prototypes() {
+  tr -s ' \n' ' ' | grep -oE 'int32_t QRN[A-Za-z]+\([^)]*\);'
+}
+functions=$(sed -E 's/QRN_(PUBLIC|EXPORT) //g' include/zvqrn/zvqrn.h | prototypes)
+while read -r function; do
+  page=docs/man/$function.3.in
+  same "prototype of $function, header and $page" "$(grep -F " $function(" <<<"$functions")" \
+    "$([[ ! -e $page ]] || groff -man -Tascii -P-cbou "$page" | prototypes)"
+done < <(grep -oE 'QRN[A-Za-z]+' <<<"$functions")
+same 'prototypes, header and docs/man/libzvqrn.3.in' "$functions" \
+  "$(groff -man -Tascii -P-cbou docs/man/libzvqrn.3.in | prototypes)"
+same 'functions, header and pages' "$(grep -oE 'QRN[A-Za-z]+' <<<"$functions" | sort)" \
+  "$(find docs/man -name 'QRN*' -printf '%f\n' | sed 's/\.3\.in$//' | sort)"
+while read -r name; do
+  compared=$((compared + 1))
+  grep -qw "$name" include/zvqrn/zvqrn.h || complain "docs/man uses $name, which the header lacks"
+done < <(grep -ohE '(QRN|DOCUMENT|SUBEVENT)_[A-Z0-9_]+[A-Z0-9]\b' docs/man/* | sort -u)
+same 'functions, header and the list of symbols for Debian' \
+  "$(grep -oE 'QRN[A-Za-z]+' <<<"$functions" | sort)" \
+  "$(sed -nE 's/^ (QRN[A-Za-z]+)@.*/\1/p' packaging/debian/libzvqrn*.symbols | sort)"
+
 # ---- One vocabulary: the library's, the tools', the documents', the dissector's ----
 readonly library_words=src/pushscan/vocabulary.cpp tool_words=tools/common/vocabulary.cpp
 readonly dissector=tools/wireshark/zvqrn.lua
@@ -165,7 +188,7 @@ done < <(grep -ohE '"[a-z]+(-[a-z]+)+"' tools/scanner/doctor/*_checks.cpp | tr -
 
 while read -r target; do
   grep -qE "^$target:" Makefile || complain "the documents use 'make $target', which the Makefile lacks"
-done < <(grep -ohE '(^    |`)make [a-z]+' "${documents[@]}" | sed 's/.*make //' | sort -u)
+done < <(grep -ohE '(^    |`)make [a-z-]+' "${documents[@]}" | sed 's/.*make //' | sort -u)
 same 'commands, Makefile and its help' \
   "$(sed -n 's/^\.PHONY: help //p' Makefile | tr ' ' '\n' | sort)" \
   "$(make -s help | sed -nE 's/^make ([a-z-]+) .*/\1/p' | sort)"

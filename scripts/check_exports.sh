@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Compares what libZVQRN.so exports with the list in the public header; scripts/check_dll.sh does so
-# for the DLLs.
+# Compares what libZVQRN.so exports with the list in the public header, and each version with that in
+# the soname; scripts/check_dll.sh does so for the DLLs.
 # Usage: scripts/check_exports.sh LIBRARY.so
 set -euo pipefail
 [[ -f ${1:-} ]] || {
@@ -9,7 +9,10 @@ set -euo pipefail
 }
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-wanted=$(grep -oE 'QRN_EXPORT QRN[A-Za-z]+' include/zvqrn/zvqrn.h | awk '{print $2}' | sort)
-found=$(nm -D --defined-only "$1" | awk '{print $3}' | sort)
+interface=$(readelf -d "$1" | sed -nE 's/.*soname: \[libZVQRN\.so\.([0-9.]+)\]/ZVQRN_\1/p')
+[[ -n $interface ]]
+wanted=$(grep -oE 'QRN_EXPORT QRN[A-Za-z]+' include/zvqrn/zvqrn.h |
+  awk -v interface="$interface" '{ print $2 "@@" interface }' | sort)
+found=$(nm -D --defined-only "$1" | awk '$2 != "A" { print $3 }' | sort)
 [[ -n $wanted ]]
 diff <(printf '%s\n' "$wanted") <(printf '%s\n' "$found") >&2

@@ -233,9 +233,23 @@ header() {
   done
 }
 
+# There is a page for each tool and subcommand, with the options that its --help has, and no other.
 man_pages() {
+  local page command words
   groff -man -Tutf8 -ww -z linux/share/man/man?/* 2>&1 | tee warnings.txt
   [[ ! -s warnings.txt ]]
+  for page in linux/share/man/man1/*; do
+    command=$(basename "$page" .1)
+    words=${command#quorin-scanner-}
+    [[ $words != "$command" ]] || words=
+    diff <("linux/bin/${command%"${words:+-$words}"}" ${words:+"$words"} --help |
+      grep -oE '^  -[^ ]+' | tr , '\n' | tr -d ' ') \
+      <(sed -nE '/^\.TP/ { n; s/\\f[A-Z]|\\//g; p }' "$page" | grep -oE '^-[^ ]+' | tr , '\n')
+    lexgrog "$page" | grep -F "\"$command - "
+  done
+  diff <(linux/bin/quorin-scanner --help | sed -nE '/^Subcommands:/,/^$/s/^  ([a-z]+) .*/\1/p' | sort) \
+    <(find linux/share/man -name 'quorin-scanner-*' -printf '%f\n' | sed -E 's/quorin-scanner-|\.1//g' |
+      sort)
 }
 
 # Builds examples/LANGUAGE of a package with CMake, in a folder of its own.

@@ -163,6 +163,13 @@ asked=good
 report ask "$asked"
 check ask-alone 2 'leaves answers' quorin-host --ask --answer OK
 
+# What bash completes is read from --help.
+if [[ -z $suffix ]]; then
+  completion=good
+  "$here/check_completion.sh" "$work" >"$work/output" 2>&1 || completion='something is completed to the wrong words'
+  report completion "$completion"
+fi
+
 # Doctor watches until the host is there.
 begin "$work/watch.out" 'does not answer' "$work/quorin-scanner" doctor --local --watch --timeout 500
 watcher=${background[-1]}

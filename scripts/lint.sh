@@ -7,7 +7,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 mapfile -t sources < <(find src include tools tests bench fuzz simulation examples packaging \
   -name '*.c' -o -name '*.cpp' -o -name '*.h' -o -name '*.hpp' | sort)
 clang-format --dry-run --Werror "${sources[@]}"
-shellcheck scripts/*.sh .ci/run
+shellcheck scripts/*.sh .ci/run tools/completion/quorin.bash
 
 # A file may include files of its own floor or of a floor below.
 declare -A floors=([platform]=1 [base]=2 [eventproto]=3 [discovery]=3 [pushscan]=4 [eventserver]=5

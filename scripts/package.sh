@@ -54,20 +54,6 @@ make_wheel() {
   python3 bindings/python/wheel_backend.py "$out" "$root" >/dev/null
 }
 
-# A page for the program and for each of its subcommands, made of what its --help says.
-make_man_pages() {
-  local program=$1 about=$2
-  shift 2
-  local page=${program##*/}
-  for word in "$@"; do
-    program+=" $word"
-    page+=-$word
-  done
-  mkdir -p "$root/share/man/man1"
-  help2man --no-info --version-string "$version" --name "$about" --source "ZVQRN $version" \
-    --output "$root/share/man/man1/$page.1" "$program"
-}
-
 # What differs between the two for Windows: in the README, and in the C# project.
 for machine in x86 x64; do
   case $machine in
@@ -86,14 +72,7 @@ for machine in x86 x64; do
 done
 
 gather release "linux-$(uname -m)" linux.md --strip
-make_man_pages "$root/bin/quorin-host" 'host program that prints and answers push-scan requests'
-make_man_pages "$root/bin/quorin-scanner" 'play a network scanner'
-make_man_pages "$root/bin/quorin-scanner" 'find the PCs that take scans' discover
-make_man_pages "$root/bin/quorin-scanner" 'say why a PC does not show' doctor
-make_man_pages "$root/bin/quorin-scanner" 'send a push-scan request' push
-make_man_pages "$root/bin/quorin-scanner" 'show what a host sends back' listen
-make_man_pages "$root/bin/quorin-scanner" 'say why a message was dropped' explain
-make_man_pages "$root/bin/quorin-scanner" 'try a PC with scanners that misbehave' stress
+scripts/man_pages.sh "$root/bin" "$version" "$root/share/man/man1"
 finish
 tar -C "$work" --sort=name --owner=0 --group=0 --numeric-owner --format=gnu -cf - "${root##*/}" |
   gzip -n9 >"$out/${root##*/}.tar.gz"

@@ -85,12 +85,14 @@ std::string LibraryPath(const HostOptions& options) {
   }
   const std::filesystem::path folder = tools::PathOf(tools::ProgramFolder());
   const std::filesystem::path beside = folder / tools::SERVICE_LIBRARY_FILE;
-  const std::filesystem::path installed =
-      folder / QUORIN_INSTALLED_LIBRARY_FOLDER / tools::SERVICE_LIBRARY_FILE;
+#if defined(QUORIN_INSTALLED_LIBRARY)
+  const std::filesystem::path installed = folder / QUORIN_INSTALLED_LIBRARY;
   std::error_code failed;
-  const bool useInstalled =
-      !std::filesystem::exists(beside, failed) && std::filesystem::exists(installed, failed);
-  return tools::TextOf(useInstalled ? installed : beside);
+  if (!std::filesystem::exists(beside, failed) && std::filesystem::exists(installed, failed)) {
+    return tools::TextOf(installed);
+  }
+#endif
+  return tools::TextOf(beside);
 }
 
 bool LoadServiceLibrary(const std::string& path, ServiceLibrary* library, std::string* why) {
