@@ -1,7 +1,7 @@
 # The commands of this repository.  Each installs the Debian packages that it needs if they are
 # missing (as root, or with sudo).
 
-.PHONY: help demo test simulate simulate-mutants simulate-coverage bench fuzz soak windows package install uninstall format lint clean
+.PHONY: help demo test simulate simulate-mutants simulate-coverage bench fuzz soak windows package deb check-packages install uninstall format lint clean
 
 help:
 	@echo 'make demo     build, and show a scanner and a host talking through the library'
@@ -14,6 +14,8 @@ help:
 	@echo 'make soak     ten minutes of everything at once (MINUTES=n), watched for what grows'
 	@echo 'make windows  build ZVQRN.dll and the tools for 32-bit and 64-bit Windows'
 	@echo 'make package  make the packages for host programmers, in build/packages/'
+	@echo 'make deb      make the packages for Debian, there too'
+	@echo 'make check-packages   install, use and purge them in a clean Debian (as root)'
 	@echo 'make install  build, and put library, headers and tools under PREFIX=/usr/local, in DESTDIR if set'
 	@echo 'make uninstall  remove what make install has put there'
 	@echo 'make format   lay out the source files'
@@ -65,6 +67,14 @@ package:
 	@scripts/install_packages.sh package
 	@scripts/build.sh release windows-x86 windows-x64
 	@scripts/package.sh
+
+deb:
+	@scripts/install_packages.sh deb
+	@scripts/make_deb.sh
+
+check-packages: deb
+	@scripts/install_packages.sh check-packages
+	@scripts/check_deb.sh
 
 PREFIX = /usr/local
 install:
