@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Checks the Debian packages as their users get them, after `make deb`, in a copy of a clean Debian:
-# installed by apt, used by a host in C that pkg-config helps to compile and that serves a request,
-# purged again without a trace.  Prints a line a case; ends with 0 when all passed.
+# what the host guide says, from the installation by apt to the first request; manual pages, tools,
+# completion; purged again without a trace.  Prints a line a case; ends with 0 when all passed.
 #
 # The clean Debian is made once, by debootstrap, outside the repository (QUORIN_DEBIAN_ROOT, by default
 # /var/cache/zvqrn/debian); beside the base it has what compiles a program in C, man and bash-completion.
@@ -40,10 +40,37 @@ everything() {
     -o -path /var/lib/dpkg -o -path /var/lib/apt \) -prune -o -print | sort
 }
 
-install_packages() {
+# What the host guide says, with the host of C's page; a line a command.
+guide() {
+  awk '/^<!-- try: elsewhere: scripts\/check_deb.sh/ { on = 1 } /^[^ ]/ { if (on > 1) on = 0 }
+    on && /^    / { on = 2; print substr($0, 5) }' /packages/host-guide.md
+}
+
+from_nothing() {
+  local begin commands host
   everything >/tmp/before
-  apt-get install -y /packages/*[!m]_*.deb # all but the debug symbols
+  begin=$(date +%s%N)
+  cd /packages
+  awk '/^```/ { on = 0 } on; /^```c$/ && !past { on = past = 1 }' c.md >first_host.c
+  mapfile -t commands < <(guide)
+  [[ ${#commands[@]} -eq 4 ]]
+  bash -ec "${commands[0]}" <<<Y # which apt asks for
+  bash -ec "${commands[1]}"
+  mkfifo keys
+  exec 3<>keys
+  bash -ec "exec ${commands[2]}" <keys >printed &
+  host=$!
+  wait_for_port "$host"
+  bash -ec "${commands[3]}"
+  printf '%d commands, first request after %d ms\n' 4 $((($(date +%s%N) - begin) / 1000000)) >/tmp/time
+  sleep 0.6 # the service takes a moment to see that the scanner before has gone
+  quorin-scanner push --pair --hold 100 --protocol 2 | grep -x ' *ready'
+  echo >&3
+  wait "$host"
+  grep -cF 'driver Quorin XS-200' printed | grep -x 3
   ldconfig -p | grep -F 'libZVQRN.so.0.1 '
+  # It says which version of the interface it was linked to.
+  objdump -T first_host | grep -E 'ZVQRN_0\.1\)? +QRNStartService'
 }
 
 manual_pages() {
@@ -55,37 +82,23 @@ manual_pages() {
   apropos PC | grep -F 'QRNSetPCName (3)'
 }
 
-# Serves until it has been told so often to end; the scanner's exit code counts.
-serves() {
-  local host i
-  "$@" &
-  host=$!
-  for ((i = 0; i < 200; ++i)); do
-    grep -qE '^ *[0-9]+: [0-9A-F]{8}:0B98 00000000:0000 0A' /proc/net/tcp && break
-    kill -0 "$host"
-    sleep 0.1
+# Until a program that has been started serves at TCP port 2968.
+wait_for_port() {
+  local i
+  for ((i = 0; i < 1000; ++i)); do
+    ! grep -qE '^ *[0-9]+: [0-9A-F]{8}:0B98 00000000:0000 0A' /proc/net/tcp || return 0
+    kill -0 "$1"
+    sleep 0.02
   done
-  quorin-scanner push --pair --hold 100 --protocol 2
-  wait "$host"
-}
-
-# What the page for C says, and no more.
-host_in_c() {
-  local flags
-  mkdir -p /tmp/host
-  cd /tmp/host
-  read -ra flags < <(pkg-config --cflags --libs zvqrn)
-  gcc -Wall -Wextra -Werror /usr/share/doc/libzvqrn-dev/examples/c/first_host.c "${flags[@]}" -o host
-  # It says which version of the interface it was linked to.
-  objdump -T host | grep -E 'ZVQRN_0\.1\)? +QRNStartService'
-  serves ./host 1 8 | tee printed
-  grep -F 'START, driver "Quorin XS-200"' printed
-  grep -F 'END, driver' printed
+  false
 }
 
 tools() {
   quorin-host --version | grep -E '^library [0-9.]+ \(/usr/.*libZVQRN\.so\.0\.1\)'
-  serves quorin-host --requests 2
+  quorin-host --requests 2 &
+  wait_for_port "$!"
+  quorin-scanner push --pair --hold 100 --protocol 2
+  wait "$!"
 }
 
 # Bash finds the completion by the program's name.
@@ -103,7 +116,7 @@ without_headers() {
   printf 'XS-900 = Quorin XS-900\n' >>/etc/quorin/DRAVLIB.txt
   apt-get remove -y libzvqrn-dev quorin-stand-in
   [[ ! -e /usr/include/zvqrn && -e /etc/quorin/DRAVLIB.txt ]]
-  /tmp/host/host 1 1
+  echo | /packages/first_host
 }
 
 purge() {
@@ -116,13 +129,13 @@ purge() {
 if [[ ${1:-} == --inside ]]; then
   mount -t proc proc /proc
   export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 PATH=/usr/sbin:/usr/bin:/sbin:/bin MANWIDTH=90
-  check install install_packages
+  check from-nothing from_nothing
   check manual-pages manual_pages
-  check host-in-c host_in_c
   check tools tools
   check completion completion
   check without-headers without_headers
   check purge purge
+  [[ ! -s /tmp/time ]] || cat /tmp/time
   [[ $failed -eq 0 ]]
   exit
 fi
@@ -145,7 +158,7 @@ if [[ ! -x $base/usr/bin/gcc ]]; then
   rm -rf -- "$base.new"
   mkdir -p "${base%/*}"
   PATH=$PATH:/usr/sbin:/sbin debootstrap --variant=minbase \
-    --include=gcc,libc6-dev,pkgconf,man-db,bash-completion "$codename" "$base.new" "$mirror" >"$base.log"
+    --include=gcc,libc6-dev,pkg-config,man-db,bash-completion "$codename" "$base.new" "$mirror" >"$base.log"
   mv -- "$base.new" "$base"
 fi
 
@@ -172,7 +185,7 @@ check debug-symbols debug_symbols
 cp -a --reflink=auto "$base" "$work/root"
 mkdir "$work/root/packages"
 cp "$packages"/*_"$version"_*.deb "$work/root/packages/"
-cp "$scripts/check_deb.sh" "$work/root/packages/"
+cp "$scripts/check_deb.sh" "$top/docs/host-guide.md" "$top/docs/hosts/c.md" "$work/root/packages/"
 "$scripts/private_network.sh" unshare --mount --pid --fork --kill-child \
   chroot "$work/root" /packages/check_deb.sh --inside || failed=1
 [[ $failed -eq 0 ]]
