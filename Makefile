@@ -15,7 +15,7 @@ help:
 	@echo 'make windows  build ZVQRN.dll and the tools for 32-bit and 64-bit Windows'
 	@echo 'make package  make the packages for host programmers, in build/packages/'
 	@echo 'make deb      make the packages for Debian, there too'
-	@echo 'make check-packages   install, use and purge them in a clean Debian (as root)'
+	@echo 'make check-packages   use all packages in a clean Debian, as the host guide says (as root)'
 	@echo 'make install  build, and put library, headers and tools under PREFIX=/usr/local, in DESTDIR if set'
 	@echo 'make uninstall  remove what make install has put there'
 	@echo 'make format   lay out the source files'
@@ -72,9 +72,10 @@ deb:
 	@scripts/install_packages.sh deb
 	@scripts/make_deb.sh
 
-check-packages: deb
+check-packages: package deb
 	@scripts/install_packages.sh check-packages
 	@scripts/check_deb.sh
+	@scripts/check_clean_hosts.sh
 
 PREFIX = /usr/local
 install:

@@ -145,22 +145,7 @@ fi
 base=${QUORIN_DEBIAN_ROOT:-/var/cache/zvqrn/debian}
 version=$(sed -nE 's/^project\(ZVQRN VERSION ([0-9.]+).*/\1/p' "$top/CMakeLists.txt")
 readonly base version packages=$top/build/packages
-[[ $(id -u) -eq 0 ]] || {
-  printf 'Only root can make and use a clean Debian.\n' >&2
-  exit 1
-}
-if [[ ! -x $base/usr/bin/gcc ]]; then
-  # shellcheck source=/dev/null
-  codename=$(. /etc/os-release && printf '%s' "${VERSION_CODENAME:-}")
-  mirror=$(apt-get indextargets --format "\$(RELEASE) \$(COMPONENT) \$(SITE)" 'Created-By: Packages' |
-    awk -v name="$codename" '$1 == name && $2 == "main" { print $3; exit }')
-  printf 'Making a clean Debian in %s (a minute or two) ...\n' "$base"
-  rm -rf -- "$base.new"
-  mkdir -p "${base%/*}"
-  PATH=$PATH:/usr/sbin:/sbin debootstrap --variant=minbase \
-    --include=gcc,libc6-dev,pkg-config,man-db,bash-completion "$codename" "$base.new" "$mirror" >"$base.log"
-  mv -- "$base.new" "$base"
-fi
+"$scripts/clean_debian.sh" "$base" gcc,libc6-dev,pkg-config,man-db,bash-completion
 
 work=$(mktemp -d)
 trap 'rm -rf --one-file-system -- "$work"' EXIT

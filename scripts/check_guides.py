@@ -103,6 +103,8 @@ def wine_missing():
     """Whether there is no Wine for 64-bit programs, and nobody insists on one."""
     if "CI" in os.environ:
         return False
+    if not (SCRIPTS / "wine64_prefix.sh").exists():
+        return True
     return subprocess.run([str(SCRIPTS / "wine64_prefix.sh")], stdout=subprocess.DEVNULL,
                           stderr=subprocess.DEVNULL, check=False).returncode != 0
 
