@@ -22,7 +22,8 @@ while IFS=: read -r file included; do
 done < <(grep -rEo '^#include "(platform|base|eventproto|discovery|pushscan|eventserver|service)/[^"]+' \
   src | sed 's/#include "//')
 # So may a room of quorin-scanner; rooms of one floor do not know each other.
-declare -A rooms=([command]=1 [wire]=2 [search]=3 [exchange]=3 [doctor]=4 [stress]=4 [explain]=4)
+declare -A rooms=([command]=1 [wire]=2 [search]=3 [exchange]=3 [doctor]=4 [stress]=4 [explain]=4
+  [panel]=5)
 while IFS=: read -r file included; do
   room=${file#tools/scanner/}
   room=${room%%/*}

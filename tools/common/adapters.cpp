@@ -287,6 +287,24 @@ bool BindSource(platform::SocketHandle socket, std::uint32_t address) {
               sizeof name) == 0;
 }
 
+bool BindListeningAddress(platform::SocketHandle socket, std::uint32_t address,
+                          std::uint16_t port) {
+  const int on = 1;
+#if defined(_WIN32)
+  const int option = SO_EXCLUSIVEADDRUSE;  // nobody else may take the port over
+#else
+  const int option = SO_REUSEADDR;  // connections of an earlier run may still be dying
+#endif
+  setsockopt(static_cast<SystemSocket>(socket), SOL_SOCKET, option,
+             reinterpret_cast<const char*>(&on), sizeof on);
+  sockaddr_in name{};
+  name.sin_family = AF_INET;
+  name.sin_port = htons(port);
+  name.sin_addr.s_addr = address;
+  return bind(static_cast<SystemSocket>(socket), reinterpret_cast<const sockaddr*>(&name),
+              sizeof name) == 0;
+}
+
 std::string AddressText(std::uint32_t address) {
   char text[platform::ADDRESS_TEXT_SIZE];
   platform::AddressToText(address, text);

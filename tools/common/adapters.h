@@ -49,6 +49,10 @@ bool ResolveHost(const std::string& name, std::uint32_t* address);
 // Lets a connection that is to be made come from this address; false when it is not the machine's.
 bool BindSource(platform::SocketHandle socket, std::uint32_t address);
 
+// Lets a socket listen for connections to this address and port only (0: a port of the system's
+// choice); false when the address is not the machine's, or another program listens there.
+bool BindListeningAddress(platform::SocketHandle socket, std::uint32_t address, std::uint16_t port);
+
 // An address as text.
 std::string AddressText(std::uint32_t address);
 

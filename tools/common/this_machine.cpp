@@ -12,6 +12,7 @@
 #if defined(_WIN32)
 #include "platform/windows/windows_headers.h"
 // After the header above.
+#include <shellapi.h>
 #include <tlhelp32.h>
 #else
 #include <sys/stat.h>
@@ -173,6 +174,20 @@ bool RunCommand(const char* command, std::string* output) {
     output->append(block, count);
   }
   return ClosePipe(pipe) == 0;
+}
+
+bool OpenInBrowser(const std::string& address) {
+#if defined(_WIN32)
+  constexpr INT_PTR LAST_ERROR_CODE = 32;
+  const HINSTANCE result =
+      ShellExecuteW(nullptr, L"open", WideText(address).c_str(), nullptr, nullptr, SW_SHOWNORMAL);
+  return reinterpret_cast<INT_PTR>(result) > LAST_ERROR_CODE;
+#else
+  std::string output;
+  const std::string command = "command -v xdg-open >/dev/null && { xdg-open '" + address +
+                              "' </dev/null >/dev/null 2>&1 & }";
+  return RunCommand(command.c_str(), &output);
+#endif
 }
 
 }  // namespace zvqrn::tools

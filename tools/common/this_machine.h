@@ -28,4 +28,8 @@ std::string FindModulePath(const std::vector<std::string>& paths, const std::str
 // when it cannot be run or ends with another code than 0.
 bool RunCommand(const char* command, std::string* output);
 
+// Shows a page in the user's browser; false when the system has none.  `address` may hold only what
+// a shell leaves alone: letters, digits, and any of :/.?=-
+bool OpenInBrowser(const std::string& address);
+
 }  // namespace zvqrn::tools

@@ -21,6 +21,7 @@ constexpr char EXAMPLES[] =
     "  quorin-scanner push --help                everything that can be tried\n"
     "  quorin-scanner listen --to 192.0.2.7      what does the host send back?\n"
     "  quorin-scanner explain scan.pcapng        why was my message dropped?\n"
+    "  quorin-scanner panel --open               all of that in the browser\n"
     "  quorin-scanner stress --to 192.0.2.7      does the PC survive bad scanners?\n"
     "\n"
     "In --json output each text from a PC has one character (U+00HH) for a byte; only the names\n"
@@ -35,6 +36,7 @@ int Main(const std::vector<std::string>& arguments) {
     AddPush(program, &chosen);
     AddListen(program, &chosen);
     AddExplain(program, &chosen);
+    AddPanel(program, &chosen);
     AddStress(program, &chosen);
   };
   const tools::ProgramHelp help = {"quorin-scanner", DESCRIPTION,

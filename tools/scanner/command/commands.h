@@ -30,6 +30,9 @@ void AddListen(tools::CommandLine* program, Command* chosen);
 // explain: says what the library does with captured messages, and by which rule.
 void AddExplain(tools::CommandLine* program, Command* chosen);
 
+// panel: serves a page with a scanner's panel and the whole exchange.
+void AddPanel(tools::CommandLine* program, Command* chosen);
+
 // stress: plays bad scanners against a PC.
 void AddStress(tools::CommandLine* program, Command* chosen);
 

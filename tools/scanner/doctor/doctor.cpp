@@ -8,7 +8,7 @@
 #include "common/vocabulary.h"
 #include "platform/thread.h"
 #include "scanner/command/commands.h"
-#include "scanner/doctor/checks.h"
+#include "scanner/doctor/examine.h"
 #include "scanner/doctor/ticket.h"
 #include "scanner/wire/reply_socket.h"
 
@@ -17,11 +17,9 @@ namespace zvqrn::scanner {
 namespace {
 
 struct DoctorOptions {
-  ServiceChecks checks;
-  std::vector<std::string> products;
+  Examination examination;
   std::string scanner;  // its address, as text; empty: none
   std::string reportFile;
-  bool local = false;
   bool watch = false;
   bool json = false;
 };
@@ -64,49 +62,6 @@ constexpr char EXAMPLES[] =
     "machine (no sockets); 2 wrong command line; 3 no service answers, and nothing but its absence\n"
     "explains it; 4 a problem was found.";
 
-// The part that asks the service.
-void AskService(Account* account, const DoctorOptions& options, Patient* patient) {
-  CheckDirectRequest(account, options.checks, patient);
-  if (!options.local) {
-    CheckGroupRequest(account, options.checks, patient);
-  }
-  if (patient->eventPort == 0) {
-    return;
-  }
-  const int problems = account->problems;
-  CheckEventPort(account, options.checks, *patient);
-  if (account->problems == problems) {
-    CheckUtilityLibrary(account, options.checks, *patient);
-  }
-  for (const std::string& product : options.products) {
-    CheckProduct(account, options.checks, product, *patient);
-  }
-}
-
-ExitCode Examine(const DoctorOptions& options, Account* account, Patient* patient) {
-  std::uint32_t scanner = 0;
-  platform::TextToAddress(options.scanner.c_str(), &scanner);
-  CheckAdapters(account, patient);
-  CheckAnnouncedAddress(account, scanner, patient);
-  CheckName(account);
-  CheckPorts(account, patient);
-  CheckFirewall(account);
-  if (!options.local) {
-    CheckGroup(account);
-  }
-  if (patient->address != 0) {
-    AskService(account, options, patient);
-  }
-  ExitCode exitCode = EXIT_OK;
-  if (account->problems > 0) {
-    exitCode = EXIT_PROBLEM_FOUND;
-  } else if (!account->answered) {
-    exitCode = EXIT_NOTHING_THERE;
-  }
-  PrintSummary(account, exitCode);
-  return exitCode;
-}
-
 void Rest(std::int32_t milliseconds) {
   for (; milliseconds > 0 && !tools::InterruptCame(); milliseconds -= LOOK_EVERY_MS) {
     platform::SleepMilliseconds(LOOK_EVERY_MS);
@@ -123,7 +78,7 @@ ExitCode Watch(const DoctorOptions& options, ExitCode exitCode, Account* account
     Patient found;
     now.json = options.json;
     now.quiet = true;
-    exitCode = Examine(options, &now, &found);
+    exitCode = Examine(options.examination, &now, &found);
     PrintChanges(*account, now);
     *account = now;
     *patient = found;
@@ -141,7 +96,7 @@ ExitCode RunDoctor(const DoctorOptions& options) {
   Account account;
   Patient patient;
   account.json = options.json;
-  ExitCode exitCode = Examine(options, &account, &patient);
+  ExitCode exitCode = Examine(options.examination, &account, &patient);
   if (options.watch && exitCode != EXIT_OK) {
     exitCode = Watch(options, exitCode, &account, &patient);
   }
@@ -159,6 +114,7 @@ void AddDoctor(tools::CommandLine* program, Command* chosen) {
   const auto options = std::make_shared<DoctorOptions>();
   tools::CommandLine* command =
       tools::AddCommand(program, "doctor", DESCRIPTION, EXAMPLES, [options, chosen] {
+        platform::TextToAddress(options->scanner.c_str(), &options->examination.scanner);
         chosen->json = options->json;
         chosen->run = [options] { return RunDoctor(*options); };
       });
@@ -169,7 +125,7 @@ void AddDoctor(tools::CommandLine* program, Command* chosen) {
         if (!problem.empty()) {
           tools::RefuseCommandLine("--product: " + problem);
         }
-        options->products.push_back(product);
+        options->examination.products.push_back(product);
       });
   tools::AddHost(command,
                  {"--scanner", "HOST", "Does this scanner reach the address that is announced?"},
@@ -183,14 +139,14 @@ void AddDoctor(tools::CommandLine* program, Command* chosen) {
                  &options->watch);
   tools::AddFlag(command,
                  {"--local", nullptr, "No multicast: only requests to this PC's own address"},
-                 &options->local);
+                 &options->examination.local);
   tools::AddNumber(
       command, {"--timeout", "MS", "Longest wait for each answer", "Options", tools::SHOW_DEFAULT},
-      &options->checks.timeoutMs, 1, 3'600'000);
+      &options->examination.checks.timeoutMs, 1, 3'600'000);
   tools::AddFlag(command, {"--json", nullptr, "Print one JSON object a line"}, &options->json);
   tools::AddFlag(command,
                  {"--trace", nullptr, "Show every byte sent and received (standard error)"},
-                 &options->checks.trace);
+                 &options->examination.checks.trace);
 }
 
 }  // namespace zvqrn::scanner

@@ -10,8 +10,6 @@ namespace zvqrn::scanner {
 
 namespace {
 
-constexpr const char* VERDICT_WORDS[] = {"ok", "note", "warning", "problem"};
-
 std::string Column(const std::string& text, std::size_t width) {
   return text.size() < width ? text + std::string(width - text.size(), ' ') : text + " ";
 }
@@ -26,16 +24,13 @@ void Print(Account* account, const std::string& line) {
 }
 
 tools::JsonObject FindingObject(const Finding& finding, const std::string& advice) {
-  return {{"event", "finding"},
-          {"topic", finding.topic},
-          {"verdict", VERDICT_WORDS[finding.verdict]},
-          {"cause", finding.cause},
-          {"text", finding.text},
-          {"advice", advice}};
+  return {
+      {"event", "finding"},     {"topic", finding.topic}, {"verdict", VerdictWord(finding.verdict)},
+      {"cause", finding.cause}, {"text", finding.text},   {"advice", advice}};
 }
 
 std::string FindingLine(const Finding& finding) {
-  return Column(VERDICT_WORDS[finding.verdict], 9) + Column(finding.topic, 12) + finding.text;
+  return Column(VerdictWord(finding.verdict), 9) + Column(finding.topic, 12) + finding.text;
 }
 
 // "1 problem", "2 problems".
@@ -44,6 +39,11 @@ std::string Count(int number, const std::string& noun) {
 }
 
 }  // namespace
+
+const char* VerdictWord(Verdict verdict) {
+  constexpr const char* WORDS[] = {"ok", "note", "warning", "problem"};
+  return WORDS[verdict];
+}
 
 void PrintAdapter(Account* account, const tools::Adapter& adapter) {
   const std::string address = adapter.address == 0 ? "" : tools::AddressText(adapter.address);
@@ -79,7 +79,7 @@ void Report(Account* account, const std::string& topic, Verdict verdict, const s
             const std::string& cause, const std::string& advice) {
   account->warnings += verdict == VERDICT_WARNING ? 1 : 0;
   account->problems += verdict == VERDICT_PROBLEM ? 1 : 0;
-  const Finding finding{topic, verdict, cause, text};
+  const Finding finding{topic, verdict, cause, text, advice};
   account->findings.push_back(finding);
   const std::string place = cause.empty() ? "" : " (" + (DOCUMENT + cause) + ")";
   const std::string hint = advice.empty() ? "" : std::string(21, ' ') + "-> " + advice + place;

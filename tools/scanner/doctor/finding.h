@@ -17,6 +17,7 @@ struct Finding {
   Verdict verdict;
   std::string cause;  // a name that stays, and an anchor in docs/network.md; empty: all is well
   std::string text;
+  std::string advice;  // what to do; empty: nothing
 };
 
 // The account of one run.  Texts are printed as they are: whoever makes a finding has escaped what
@@ -31,6 +32,9 @@ struct Account {
   std::string log;    // all of it as prose
   std::string trace;  // the exchanged bytes
 };
+
+// "ok", "note", "warning" or "problem".
+const char* VerdictWord(Verdict verdict);
 
 // Prints one address of an adapter.
 void PrintAdapter(Account* account, const tools::Adapter& adapter);

@@ -1,5 +1,7 @@
 #include "scanner/exchange/request_options.h"
 
+#include <utility>
+
 #include "common/text.h"
 #include "common/vocabulary.h"
 #include "platform/clock.h"
@@ -76,28 +78,30 @@ void AddFaultOptions(tools::CommandLine* command, RequestOptions* options) {
                    &options->link.pauseMs, 0, MILLISECONDS_LIMIT);
 }
 
-void CheckWord(const char* option, const std::string& text, const tools::Words& words) {
-  if (tools::FindWord(words, text) == nullptr) {
-    tools::RefuseCommandLine(std::string(option) + ": '" + text + "' is none of " +
-                             tools::ListWords(words, " ") + " (--unchecked sends it all the same)");
-  }
-}
+// The options by the elements that they fill.
+constexpr std::pair<const char*, const char*> FIELD_OPTIONS[] = {
+    {"ProductNameIn", "--product"},
+    {"IPAddressIn", "--ip"},
+    {"PushScanIDIn", "--id"},
+    {"ImageFormatIn", "--image-format"},
+    {"ColorTypeIn", "--color"},
+    {"LoadPaperIn", "--load-paper"},
+    {"PaperTypeIn", "--paper-type"},
+    {"PaperWidthIn", "--paper-width"},
+    {"PaperHeightIn", "--paper-height"},
+    {"ScanXIn", "--scan-x"},
+    {"ScanYIn", "--scan-y"},
+};
 
-void CheckNumber(const char* option, const std::string& text, std::int32_t least,
-                 std::int32_t most) {
-  std::int32_t number = 0;
-  if (!tools::ParseNumber(text, &number) || number < least || number > most) {
-    tools::RefuseCommandLine(std::string(option) + ": '" + text + "' is no number from " +
-                             std::to_string(least) + " to " + std::to_string(most) +
-                             " (--unchecked sends it all the same)");
+void CheckElement(const Element& element, const PushScanFields& fields) {
+  const std::string problem = ElementProblem(element, fields.*element.text);
+  if (problem.empty()) {
+    return;
   }
-}
-
-void CheckText(const char* option, const std::string& text) {
-  const std::string problem = tools::NameProblem(text);
-  if (!problem.empty()) {
-    tools::RefuseCommandLine(std::string(option) + ": " + problem +
-                             " (--unchecked sends it all the same)");
+  for (const auto& [name, option] : FIELD_OPTIONS) {
+    if (std::string(name) == element.name) {
+      tools::RefuseCommandLine(option + (": " + problem) + " (--unchecked sends it all the same)");
+    }
   }
 }
 
@@ -141,18 +145,11 @@ void CheckRequestOptions(const RequestOptions& options) {
   if (options.unchecked) {
     return;
   }
-  const PushScanFields& fields = options.fields;
-  CheckText("--product", fields.productName);
-  CheckText("--ip", fields.ipAddress);
-  CheckNumber("--id", fields.pushScanId, 1, 3);
-  CheckWord("--image-format", fields.imageFormat, tools::IMAGE_FORMATS);
-  CheckWord("--color", fields.colorType, tools::COLOR_TYPES);
-  CheckWord("--load-paper", fields.loadPaper, tools::LOAD_PAPERS);
-  CheckWord("--paper-type", fields.paperType, tools::PAPER_TYPES);
-  CheckNumber("--paper-width", fields.paperWidth, 0, tools::MEASURE_LIMIT);
-  CheckNumber("--paper-height", fields.paperHeight, 0, tools::MEASURE_LIMIT);
-  CheckNumber("--scan-x", fields.scanX, 0, tools::MEASURE_LIMIT);
-  CheckNumber("--scan-y", fields.scanY, 0, tools::MEASURE_LIMIT);
+  for (const bool isVersion2 : {false, true}) {
+    for (const Element& element : ElementsOf(isVersion2)) {
+      CheckElement(element, options.fields);
+    }
+  }
 }
 
 void AddConnectionOptions(tools::CommandLine* command, RequestOptions* options) {

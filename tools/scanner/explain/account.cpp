@@ -277,21 +277,6 @@ void SettleSearches(const Searches& searches, bool fromCapture, const Surroundin
   }
 }
 
-// A request that nobody answered.
-void SettleUnanswered(const ConnectionAccount& connection, Item* item) {
-  const Outcome outcome = RuleOf(item->rule).outcome;
-  if (outcome == OUTCOME_ACCEPTED && connection.fromPc.known) {
-    item->rule = RULE_NO_ANSWER;
-    if (connection.endedBy != nullptr) {
-      item->detail = std::string(connection.endedBy) + " ended the connection first";
-    }
-  } else if (outcome == OUTCOME_ACCEPTED || outcome == OUTCOME_REFUSED) {
-    item->detail += std::string(item->detail.empty() ? "" : "; ") +
-                    (connection.fromPc.known ? "no answer was seen"
-                                             : "nothing that the PC sent is in the capture");
-  }
-}
-
 }  // namespace
 
 Outcome OutcomeOf(const Item& item) {
@@ -315,11 +300,7 @@ std::vector<Item> ExplainCapture(const Capture& capture, const Surroundings& sur
     EndConnection(&connection, &items);
   }
   for (const ConnectionAccount& connection : connections.all) {
-    for (const auto& [uid, waiting] : connection.waiting) {
-      for (const std::size_t request : waiting) {
-        SettleUnanswered(connection, &items[request]);
-      }
-    }
+    SettleUnanswered(connection, &items);
   }
   SettleSearches(searches, true, surroundings, &items);
   return items;

@@ -34,6 +34,7 @@ struct Item {
   std::string uid;
   std::size_t offset = 0;  // in the bytes that were given, when there is no capture
   std::size_t size = 0;
+  std::string bytes;  // only when its connection keeps them
   std::vector<Field> fields;
   bool hasRule = false;
   RuleId rule = RULE_ACCEPTED;

@@ -88,6 +88,7 @@ void TakeMessage(ConnectionAccount* connection, const Head& head, const std::str
     connection->waiting[item.uid].push_back(items->size());
   }
   item.size = message.size();
+  item.bytes = connection->keepsBytes ? message : std::string();
   item.onExtra = !connection->isMain;
   item.fields = head.fields;
   ListElements(body, head.length, &item.fields);
@@ -126,6 +127,7 @@ void DropHeld(ConnectionAccount* connection, RuleId rule, const Head& head,
   item.title = "no whole message";
   item.uid = HeaderText(head, tools::HEADER_UID);
   item.size = side->held.size();
+  item.bytes = connection->keepsBytes ? side->held : std::string();
   item.onExtra = !connection->isMain;
   item.fields = head.fields;
   item.hasRule = true;
@@ -357,6 +359,7 @@ void TakePcMessage(ConnectionAccount* connection, const Head& head, const std::s
                        connection->pc, connection->scanner);
   item.uid = HeaderText(head, tools::HEADER_UID);
   item.size = message.size();
+  item.bytes = connection->keepsBytes ? message : std::string();
   item.fields = head.fields;
   item.status = HeaderText(head, tools::HEADER_STATUS);
   if (head.isResponse) {
@@ -475,6 +478,21 @@ void AddConnectionItem(const ConnectionAccount& connection, RuleId rule, std::ve
   items->push_back(item);
 }
 
+// A request that nobody answered.
+void NoteNoAnswer(const ConnectionAccount& connection, Item* item) {
+  const Outcome outcome = RuleOf(item->rule).outcome;
+  if (outcome == OUTCOME_ACCEPTED && connection.fromPc.known) {
+    item->rule = RULE_NO_ANSWER;
+    if (connection.endedBy != nullptr) {
+      item->detail = std::string(connection.endedBy) + " ended the connection first";
+    }
+  } else if (outcome == OUTCOME_ACCEPTED || outcome == OUTCOME_REFUSED) {
+    item->detail += std::string(item->detail.empty() ? "" : "; ") +
+                    (connection.fromPc.known ? "no answer was seen"
+                                             : "nothing that the PC sent is in the capture");
+  }
+}
+
 }  // namespace
 
 void TakePacket(ConnectionAccount* connection, const Packet& packet, std::vector<Item>* items) {
@@ -543,6 +561,14 @@ void EndConnection(ConnectionAccount* connection, std::vector<Item>* items) {
       CutMessages(connection, true, items);
     } else {
       DropHeld(connection, WhyUnfinished(side->held), head, items);
+    }
+  }
+}
+
+void SettleUnanswered(const ConnectionAccount& connection, std::vector<Item>* items) {
+  for (const auto& [uid, waiting] : connection.waiting) {
+    for (const std::size_t request : waiting) {
+      NoteNoAnswer(connection, &(*items)[request]);
     }
   }
 }

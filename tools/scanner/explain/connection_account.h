@@ -47,6 +47,7 @@ struct ConnectionAccount {
   platform::Endpoint pc{};
   bool isMain = true;
   bool timed = true;           // the pieces have times
+  bool keepsBytes = false;     // the items get theirs
   std::size_t mainSince = 0;   // of another connection: the frame where the main one began
   std::size_t othersOpen = 0;  // extra connections that were open when this one began
   Packet opening;
@@ -71,5 +72,8 @@ void TakeUntimedBytes(ConnectionAccount* connection, const std::string& bytes, b
 
 // Judges what is still held when no more comes.
 void EndConnection(ConnectionAccount* connection, std::vector<Item>* items);
+
+// Says of the requests of a connection that has ended that nobody answered them.
+void SettleUnanswered(const ConnectionAccount& connection, std::vector<Item>* items);
 
 }  // namespace zvqrn::scanner

@@ -87,20 +87,6 @@ void PrintAsking(bool json, const Search& search) {
                    ", scope '" + tools::EscapeUtf8(search.request.scopes) + "'");
 }
 
-// What is worth a look though the reply is well-formed.
-std::vector<std::string> NotesOn(const FoundPc& pc) {
-  std::vector<std::string> notes;
-  const std::string sender = tools::AddressText(pc.sender);
-  // A PC that answers itself does so from whichever of its addresses was asked.
-  if (sender != pc.description.address && !IsOwnAddress(pc.sender)) {
-    notes.push_back("the reply came from " + sender + ", not from the address that it announces");
-  }
-  if (pc.differs) {
-    notes.emplace_back("its datagrams differ; the first one is shown");
-  }
-  return notes;
-}
-
 void PrintPc(bool json, int number, const FoundPc& pc) {
   const std::vector<std::string> notes = NotesOn(pc);
   if (json) {

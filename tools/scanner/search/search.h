@@ -53,6 +53,9 @@ struct SearchResult {
   int foreign = 0;                        // datagrams that answer other requests
 };
 
+// What is worth a look though the reply is well-formed.
+std::vector<std::string> NotesOn(const FoundPc& pc);
+
 // Gives a search for any PC: the default request with a fresh XID, to `to`.
 Search MakeSearch(std::uint32_t to);
 

@@ -120,7 +120,7 @@ void BadPeer::Judge() {
   std::string why;
   ReadResult result = READ_MORE;
   Tally* tally = &attack_->tally;
-  while ((result = TakeMessage(&received_, &message, &why)) == READ_DONE) {
+  while ((result = TakeMessage(&received_, BODY_LIMIT, &message, &why)) == READ_DONE) {
     if (IsRequest(message)) {
       ++tally->answers["data"];
       continue;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <fstream>
 
 #include "common/machine_text.h"
 #include "scanner/command/exit_code.h"
@@ -41,24 +42,24 @@ std::uint32_t Checksum(const std::string& bytes) {
   return ~sum & 0xFFFFU;
 }
 
-std::string FileHeader() {
+}  // namespace
+
+std::string CaptureHeader() {
   return Big(MAGIC, 4) + Big(2, 2) + Big(4, 2) + Big(0, 4) + Big(0, 4) + Big(SNAP_LENGTH, 4) +
          Big(LINK_IPV4, 4);
 }
 
-}  // namespace
-
-CaptureFile::CaptureFile(const std::string& path)
-    : path_(path), file_(tools::PathOf(path), std::ios::binary | std::ios::trunc) {
-  Write(FileHeader());
-}
-
-void CaptureFile::Write(const std::string& bytes) {
-  file_.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  file_.flush();
-  if (!file_) {
-    throw Failure(EXIT_LOCAL_TROUBLE, "cannot write '" + path_ + "'");
-  }
+CaptureFile::CaptureFile(const std::string& path) {
+  const auto file =
+      std::make_shared<std::ofstream>(tools::PathOf(path), std::ios::binary | std::ios::trunc);
+  takeFrame_ = [path, file](const std::string& bytes) {
+    file->write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    file->flush();
+    if (!*file) {
+      throw Failure(EXIT_LOCAL_TROUBLE, "cannot write '" + path + "'");
+    }
+  };
+  takeFrame_(CaptureHeader());
 }
 
 void CaptureFile::Packet(const platform::Endpoint& from, const platform::Endpoint& to,
@@ -73,15 +74,20 @@ void CaptureFile::Packet(const platform::Endpoint& from, const platform::Endpoin
   summed.replace(sumAt, 2, Big(Checksum(pseudoHeader + payload), 2));
   const std::string packet = header + summed;
   const auto time = static_cast<std::uint64_t>(timeUs);
-  Write(Big(time / 1'000'000, 4) + Big(time % 1'000'000, 4) + Big(packet.size(), 4) +
-        Big(packet.size(), 4) + packet);
+  takeFrame_(Big(time / 1'000'000, 4) + Big(time % 1'000'000, 4) + Big(packet.size(), 4) +
+             Big(packet.size(), 4) + packet);
 }
 
 void CaptureFile::Datagram(const platform::Endpoint& from, const platform::Endpoint& to,
                            const std::string& bytes) {
+  Datagram(from, to, bytes, CaptureTime());
+}
+
+void CaptureFile::Datagram(const platform::Endpoint& from, const platform::Endpoint& to,
+                           const std::string& bytes, std::int64_t timeUs) {
   Packet(from, to, UDP,
          Big(from.port, 2) + Big(to.port, 2) + Big(8 + bytes.size(), 2) + Big(0, 2) + bytes,
-         CaptureTime());
+         timeUs);
 }
 
 void CaptureFile::Segment(bool own, unsigned flags, const std::string& bytes, std::int64_t timeUs) {

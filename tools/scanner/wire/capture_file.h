@@ -4,7 +4,7 @@
 #pragma once
 
 #include <cstdint>
-#include <fstream>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -12,13 +12,22 @@
 
 namespace zvqrn::scanner {
 
+// What a capture begins with, and who takes its frames as they come, each with its own header.
+std::string CaptureHeader();
+using FrameTaker = std::function<void(const std::string& frame)>;
+
 class CaptureFile {
  public:
   // Begins the file; throws a Failure when it cannot be written.
   explicit CaptureFile(const std::string& path);
 
+  // Hands the frames over instead.
+  explicit CaptureFile(FrameTaker takeFrame) : takeFrame_(std::move(takeFrame)) {}
+
   void Datagram(const platform::Endpoint& from, const platform::Endpoint& to,
                 const std::string& bytes);
+  void Datagram(const platform::Endpoint& from, const platform::Endpoint& to,
+                const std::string& bytes, std::int64_t timeUs);
 
   // The life of one connection after the other, from this machine's side.
   void BeginConnection(const platform::Endpoint& own, const platform::Endpoint& pc,
@@ -35,10 +44,8 @@ class CaptureFile {
   void Segment(bool own, unsigned flags, const std::string& bytes, std::int64_t timeUs);
   void Packet(const platform::Endpoint& from, const platform::Endpoint& to, unsigned protocol,
               const std::string& payload, std::int64_t timeUs);
-  void Write(const std::string& bytes);
 
-  std::string path_;
-  std::ofstream file_;
+  FrameTaker takeFrame_;
   platform::Endpoint own_{};
   platform::Endpoint pc_{};
   std::uint32_t ownNext_ = 0;

@@ -188,7 +188,7 @@ void Send(Connection* connection, const std::string& bytes) {
 bool Receive(Connection* connection, std::int64_t deadlineMs, Message* message) {
   while (true) {
     std::string why;
-    switch (TakeMessage(&connection->received, message, &why)) {
+    switch (TakeMessage(&connection->received, connection->link.bodyLimit, message, &why)) {
       case READ_DONE:
         return true;
       case READ_BAD:

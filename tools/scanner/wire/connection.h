@@ -27,6 +27,7 @@ struct Link {
   std::int32_t timeoutMs = 10000;
   std::int32_t pieceSize = 0;
   std::int32_t pauseMs = 0;
+  std::int32_t bodyLimit = BODY_LIMIT;  // the longest body that the PC may send
   bool trace = false;
   std::string* record = nullptr;         // gets the trace too
   std::shared_ptr<CaptureFile> capture;  // null: none is kept

@@ -1,5 +1,7 @@
 #include "scanner/wire/document.h"
 
+#include "common/text.h"
+
 namespace zvqrn::scanner {
 
 namespace {
@@ -56,6 +58,25 @@ std::string Document(const std::string& pushScanNamespace, const std::string& el
 
 const std::vector<Element>& ElementsOf(bool isVersion2) {
   return isVersion2 ? ID_ELEMENTS : SETTINGS_ELEMENTS;
+}
+
+std::string ElementProblem(const Element& element, const std::string& text) {
+  if (element.kind == ELEMENT_TEXT) {
+    return tools::NameProblem(text);
+  }
+  if (element.kind == ELEMENT_WORD) {
+    return tools::FindWord(*element.words, text) != nullptr
+               ? ""
+               : "'" + text + "' is none of " + tools::ListWords(*element.words, " ");
+  }
+  const bool isId = element.kind == ELEMENT_ID;
+  const std::int32_t least = isId ? 1 : 0;
+  const std::int32_t most = isId ? 3 : tools::MEASURE_LIMIT;
+  std::int32_t number = 0;
+  return tools::ParseNumber(text, &number) && number >= least && number <= most
+             ? ""
+             : "'" + text + "' is no number from " + std::to_string(least) + " to " +
+                   std::to_string(most);
 }
 
 std::string SettingsDocument(const PushScanFields& fields) {

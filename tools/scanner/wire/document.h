@@ -37,6 +37,9 @@ struct Element {
 // The elements of a version 1 or a version 2 request, in their order.
 const std::vector<Element>& ElementsOf(bool isVersion2);
 
+// What is wrong with the text of an element, so that a PC refuses it; empty when nothing is.
+std::string ElementProblem(const Element& element, const std::string& text);
+
 // Gives the document of a version 1 request (settings) or a version 2 request (push-scan ID).  The
 // texts go into it as they are: the PC's reader knows no entities.
 std::string SettingsDocument(const PushScanFields& fields);

@@ -116,6 +116,20 @@ bool AwaitData(Connection* connection, std::int64_t deadlineMs, const DataHandle
   return true;
 }
 
+bool AwaitEither(Connection* connection, std::int64_t deadlineMs, const AnswerHandler& onAnswer,
+                 const DataHandler& onData) {
+  Message message;
+  if (!Receive(connection, deadlineMs, &message)) {
+    return false;
+  }
+  if (IsRequest(message)) {
+    TakeData(connection, message, onData);
+  } else {
+    onAnswer(ReadAnswer(message, {}));
+  }
+  return true;
+}
+
 ExitCode JudgeAnswer(const Answer& answer) {
   if (!answer.problem.empty()) {
     return EXIT_PROTOCOL_ERROR;

@@ -32,6 +32,7 @@ struct HostData {
 };
 
 using DataHandler = std::function<void(const HostData& data)>;
+using AnswerHandler = std::function<void(const Answer& answer)>;
 
 // Waits for the answer to request `uid` (empty: to any), at most the link's time-out.  Data that
 // comes first is confirmed and handed to `onData`.
@@ -40,6 +41,10 @@ Answer AwaitAnswer(Connection* connection, const std::string& uid, const DataHan
 // Confirms and hands over the data that comes until `deadlineMs`, at most one message.  False when
 // none came.
 bool AwaitData(Connection* connection, std::int64_t deadlineMs, const DataHandler& onData);
+
+// The same for whatever comes: data, or an answer to any request.
+bool AwaitEither(Connection* connection, std::int64_t deadlineMs, const AnswerHandler& onAnswer,
+                 const DataHandler& onData);
 
 // The exit code that an answer stands for.
 ExitCode JudgeAnswer(const Answer& answer);

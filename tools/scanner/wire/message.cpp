@@ -12,17 +12,18 @@ namespace {
 constexpr char LINE_END[] = "\r\n";
 constexpr char HEAD_END[] = "\r\n\r\n";
 constexpr std::size_t ANSWER_HEAD_LIMIT = 65536;
-constexpr std::int32_t BODY_LIMIT = 256 * 1024 * 1024;
 
-bool ReadContentLength(const Headers& headers, std::size_t* length, std::string* why) {
+bool ReadContentLength(const Headers& headers, std::int32_t limit, std::size_t* length,
+                       std::string* why) {
   const std::string* text = FindHeader(headers, tools::HEADER_CONTENT_LENGTH);
   std::int32_t number = 0;
   if (text != nullptr && (!tools::ParseNumber(*text, &number) || number < 0)) {
     *why = "Content-Length is no length: " + tools::EscapeBytes(*text);
     return false;
   }
-  if (number > BODY_LIMIT) {
-    *why = "Content-Length announces more than 256 MiB: " + tools::EscapeBytes(*text);
+  if (number > limit) {
+    *why = "Content-Length announces more than " + std::to_string(limit >> 20) +
+           " MiB: " + tools::EscapeBytes(*text);
     return false;
   }
   *length = static_cast<std::size_t>(number);
@@ -89,7 +90,8 @@ const std::string* FindHeader(const Headers& headers, const std::string& name) {
   return nullptr;
 }
 
-ReadResult TakeMessage(std::string* bytes, Message* message, std::string* why) {
+ReadResult TakeMessage(std::string* bytes, std::int32_t bodyLimit, Message* message,
+                       std::string* why) {
   const std::size_t headLength = bytes->find(HEAD_END);
   if (headLength == std::string::npos) {
     if (bytes->size() > ANSWER_HEAD_LIMIT) {
@@ -100,7 +102,7 @@ ReadResult TakeMessage(std::string* bytes, Message* message, std::string* why) {
   }
   std::size_t bodyLength = 0;
   if (!ParseHead(bytes->substr(0, headLength), message, why) ||
-      !ReadContentLength(message->headers, &bodyLength, why)) {
+      !ReadContentLength(message->headers, bodyLimit, &bodyLength, why)) {
     return READ_BAD;
   }
   const std::size_t bodyStart = headLength + 4;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,9 +33,14 @@ const std::string* FindHeader(const Headers& headers, const std::string& name);
 
 enum ReadResult { READ_DONE, READ_MORE, READ_BAD };
 
+// The longest body that a PC may send.
+constexpr std::int32_t BODY_LIMIT = 256 * 1024 * 1024;
+
 // Takes one whole message from the front of `bytes`.  READ_MORE: it is not complete yet and `bytes`
-// is untouched; READ_BAD: this will never be a message, `why` says why.
-ReadResult TakeMessage(std::string* bytes, Message* message, std::string* why);
+// is untouched; READ_BAD: this will never be a message, or its body is longer than `bodyLimit`;
+// `why` says why.
+ReadResult TakeMessage(std::string* bytes, std::int32_t bodyLimit, Message* message,
+                       std::string* why);
 
 // True when the start line makes the message an answer (HTTP/1.0 200 OK), or a request.
 bool IsAnswer(const Message& message);
