@@ -20,6 +20,7 @@ constexpr std::int32_t NETWORK_TIME_MS = 3000;
 constexpr std::int32_t SILENCE_MS = 1000;
 constexpr std::int32_t SCANNER_LOOK_MS = 500;
 constexpr std::int32_t CLOSED_REST_MS = 20;  // after a PC has closed the connection
+constexpr int MESSAGES_AT_ONCE = 50;
 constexpr std::int32_t DATA_LIMIT = 32 * 1024 * 1024;
 
 // The bytes as they are to leave, one piece after the other.
@@ -267,14 +268,17 @@ void VirtualScanner::Listen(std::int32_t milliseconds) {
     }
     return;
   }
-  if (platform::WaitReadableOrWoken(connection_->socket, waker_, milliseconds) !=
-      platform::WAKER_SOCKET_READY) {
+  if (!holdsMore_ && platform::WaitReadableOrWoken(connection_->socket, waker_, milliseconds) !=
+                         platform::WAKER_SOCKET_READY) {
     return;
   }
   const std::int64_t nowMs = platform::MonotonicMilliseconds();
   const DataHandler onData = [](const HostData&) {};  // the capture has it
-  while (AwaitEither(
-      connection_.get(), nowMs, [this](const Answer& answer) { OnAnswer(answer); }, onData)) {
+  // A PC that never pauses must not keep the scanner from its other duties.
+  holdsMore_ = true;
+  for (int i = 0; i < MESSAGES_AT_ONCE && holdsMore_; ++i) {
+    holdsMore_ = AwaitEither(
+        connection_.get(), nowMs, [this](const Answer& answer) { OnAnswer(answer); }, onData);
   }
   if (live_->IsFull()) {
     throw Failure(EXIT_PROTOCOL_ERROR, "too many messages on one connection");
@@ -315,6 +319,7 @@ void VirtualScanner::LookAtTime(std::int64_t nowMs) {
 void VirtualScanner::Disconnect(const char* by) {
   pieces_.clear();
   awaits_ = false;
+  holdsMore_ = false;
   const bool wasConnected = connection_ != nullptr;
   connection_.reset();
   if (live_ != nullptr) {

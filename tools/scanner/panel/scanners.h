@@ -87,6 +87,7 @@ class VirtualScanner {
   std::deque<std::string> pieces_;
   std::int64_t nextPieceMs_ = 0;
   bool awaits_ = false;
+  bool holdsMore_ = false;  // bytes that have come may be more messages
   std::string awaitedUid_;
   std::int64_t answerByMs_ = 0;
 };
