@@ -289,4 +289,5 @@ fi
 end_step
 
 printf '\n%d of %d steps went as they should.\n' "$((steps - failed_steps))" "$steps"
+printf '\nTo look at it: start %s/quorin-host and, beside it,\n  %s/quorin-scanner panel --open\n' "$1" "$1"
 [[ $failed_steps -eq 0 ]]

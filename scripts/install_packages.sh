@@ -24,8 +24,9 @@ case ${1:-} in
   test)
     # clang-tidy looks at the sources of the benchmarks too.
     packages+=("${for_packages[@]}" "${for_bench[@]}" "${for_fuzz[@]}" "${for_wine[@]}"
-      libgtest-dev bash-completion clang-format clang-tidy shellcheck groff-base lld make
-      man-db mono-runtime mypy nftables pkg-config python3-jsonschema python3-venv tshark unzip wireshark-common)
+      libgtest-dev bash-completion chromium chromium-driver clang-format clang-tidy shellcheck
+      groff-base lld make man-db mono-runtime mypy nftables pkg-config python3-jsonschema
+      python3-selenium python3-venv tshark unzip wireshark-common)
     ;;
   *)
     printf 'usage: scripts/install_packages.sh build|package|deb|check-packages|bench|fuzz|valgrind|emulated|test\n' >&2

@@ -87,6 +87,7 @@ part tests simulation compile-simulation-asan scripts/simulate_tests.sh
 part check demo asan scripts/demo.sh build/asan
 part check soak demo scripts/soak.sh --seconds 20 --preset asan
 part tests tools compile-asan scripts/check_tools.sh build/asan
+part tests panel demo scripts/check_panel.py build/asan
 part tests verdicts demo scripts/check_verdicts.sh build/asan
 part tests setups verdicts scripts/check_setups.sh build/asan
 part check documents compile-asan scripts/check_documents.sh build/asan
