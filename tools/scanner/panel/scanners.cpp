@@ -126,7 +126,11 @@ void VirtualScanner::Work() {
       if (!TakeOrder()) {
         break;
       }
+      const bool hadOrder = order_.has_value();
       SendNext();
+      if (hadOrder && !order_.has_value()) {
+        continue;  // the next one may wait already, and its call has been heard
+      }
       std::int64_t nowMs = platform::MonotonicMilliseconds();
       SendDuePieces(nowMs);
       nowMs = platform::MonotonicMilliseconds();

@@ -676,7 +676,7 @@ $("scroll").addEventListener("keydown", (event) => {
   event.preventDefault();
 });
 $("follow").addEventListener("change", messagesChanged);
-new ResizeObserver(() => { lanesChanged(); requestAnimationFrame(draw); }).observe($("scroll"));
+new ResizeObserver(() => { lanesChanged(); messagesChanged(); }).observe($("scroll"));
 
 // ---- Downloads -----------------------------------------------------------------------------------
 
