@@ -72,11 +72,12 @@ part compile compile-asan compile-debug compile asan
 last=compile-asan
 compile_for_windows x64
 [[ $way == emulated ]] || compile_for_windows x86
-part compile compile-tsan "$last" compile tsan test_programs
+# What waits for the packages and what is fuzzed lasts longer than what follows.
+part compile compile-release "$last" compile release
+part compile compile-fuzz compile-release compile fuzz fuzz
+part compile compile-tsan compile-fuzz compile tsan test_programs
 part compile compile-simulation compile-tsan compile simulation
 part compile compile-simulation-asan compile-simulation compile simulation-asan
-part compile compile-release compile-simulation-asan compile release
-part compile compile-fuzz compile-release compile fuzz fuzz
 
 # The checks of sources compute all the time: they fill what the others leave.
 part check lint compile-asan lint

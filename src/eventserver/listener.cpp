@@ -28,9 +28,14 @@ constexpr std::int32_t ACCEPT_PAUSE_LOOK_MS = 10;
 
 // The system may tell of a new connection before it tells of the end of the scanner's last one,
 // which came in at the same moment.  So a place that looks taken is looked at again, a few times;
-// but not for each of many connections that storm in.
+// then not for as long, lest connections that storm in have the listener do nothing else.
 constexpr std::int32_t DOUBTING_LOOKS = 10;
-constexpr std::int64_t DOUBT_INTERVAL_MS = 1000;
+constexpr std::int64_t DOUBTLESS_MS = DOUBTING_LOOKS * MAIN_CONNECTION_POLL_MS;
+
+// The same for a place that was ending a moment ago, of the same patience.  While the connection's
+// last bytes are read, Wine does not tell that they were the last, and on an overloaded PC for
+// long.
+constexpr std::int32_t DOUBTING_LOOKS_AT_END = 200;
 
 // What the listener's thread works with.
 struct Listener {
@@ -106,14 +111,10 @@ Place FindPlace(Listener* listener) {
   std::int64_t now = platform::MonotonicMilliseconds();
   const std::int64_t deadline = now + listener->patienceMs;
   Place place = LookAtPlace();
-  std::int32_t doubts = 0;
-  if (place == PLACE_TAKEN && now >= listener->nextDoubt) {
-    doubts = DOUBTING_LOOKS;
-    listener->nextDoubt = now + DOUBT_INTERVAL_MS;
-  } else if (place == PLACE_ENDING) {
-    // While its last bytes are read, Wine does not tell that they were the last.
-    doubts = DOUBTING_LOOKS;
-  }
+  const bool doubting = place == PLACE_TAKEN && now >= listener->nextDoubt;
+  std::int32_t doubts = place == PLACE_ENDING ? DOUBTING_LOOKS_AT_END
+                        : doubting            ? DOUBTING_LOOKS
+                                              : 0;
   while (((place == PLACE_ENDING && now < deadline) || (place == PLACE_TAKEN && doubts-- > 0)) &&
          !StopRequested()) {
     platform::SleepMilliseconds(MAIN_CONNECTION_POLL_MS);
@@ -121,6 +122,9 @@ Place FindPlace(Listener* listener) {
     place = LookAtPlace();
   }
   listener->patienceMs = deadline - now;
+  if (doubting && doubts < 0) {
+    listener->nextDoubt = now + DOUBTLESS_MS;
+  }
   return place;
 }
 
