@@ -42,8 +42,8 @@ def compiled(version):
         )
         assembly, documentation = Path(folder, f"{ID}.dll"), Path(folder, f"{ID}.xml")
         subprocess.run(
-            ["mcs", "-target:library", "-optimize", "-warnaserror", "-nowarn:1591", f"-out:{assembly}",
-             f"-doc:{documentation}", str(information), *map(str, sorted(HERE.glob("Zvqrn/*.cs")))],
+            ["mcs", "-target:library", "-optimize", "-define:TRACE", "-warnaserror", "-nowarn:1591",
+             f"-out:{assembly}", f"-doc:{documentation}", str(information), *map(str, sorted(HERE.glob("Zvqrn/*.cs")))],
             check=True,
             stdout=sys.stderr,
         )

@@ -52,12 +52,16 @@ public static class ScanLibrary {
   private static extern IntPtr GetModuleHandleW(string name);
   [DllImport("kernel32", CharSet = CharSet.Ansi)]
   private static extern IntPtr GetProcAddress(IntPtr module, string name);
+  [DllImport("kernel32")]
+  private static extern int FreeLibrary(IntPtr module);
   private const uint LOAD_WITH_ALTERED_SEARCH_PATH = 8;
 
   [DllImport("libdl.so.2")]
   private static extern IntPtr dlopen(string path, int flags);
   [DllImport("libdl.so.2")]
   private static extern IntPtr dlsym(IntPtr module, string name);
+  [DllImport("libdl.so.2")]
+  private static extern int dlclose(IntPtr module);
   [DllImport("libdl.so.2")]
   private static extern IntPtr dlerror();
   [DllImport("libc")]
@@ -85,7 +89,7 @@ public static class ScanLibrary {
     string wantedUtility = utility == null ? "" : Path.GetFullPath(utility);
     lock (gate) {
       if (functions == null) {
-        functions = Declare(Open(wantedLibrary != "" ? wantedLibrary : Find(), wantedUtility));
+        functions = Open(wantedLibrary != "" ? wantedLibrary : Find(), wantedUtility);
         loadedLibrary = wantedLibrary;
         loadedUtility = wantedUtility;
       } else if ((wantedLibrary != "" && wantedLibrary != loadedLibrary) ||
@@ -108,7 +112,7 @@ public static class ScanLibrary {
       Load();
       if (windows) return GetModuleHandleW(utilityName) != IntPtr.Zero;
       foreach (string line in File.ReadAllLines("/proc/self/maps")) {
-        if (line.EndsWith("/" + utilityName)) return true;
+        if (line.Contains("/" + utilityName)) return true;  // a link's file may have a version behind that
       }
       return false;
     }
@@ -124,14 +128,25 @@ public static class ScanLibrary {
     return libraryName;
   }
 
-  private static IntPtr Open(string path, string utility) {
-    if (utility == "") return OpenOne(path, path);
+  private static Functions Open(string path, string utility) {
+    if (utility == "") return Declare(OpenOne(path, path));
     if (!string.Equals(Path.GetFileName(utility), utilityName,
                        windows ? StringComparison.OrdinalIgnoreCase : StringComparison.Ordinal)) {
       throw new LibraryException("The library looks for " + utilityName + " by its name, not for " +
                                  utility + ".");
     }
-    OpenOne(utility, utility);
+    IntPtr opened = OpenOne(utility, utility);
+    try {
+      return Declare(OpenWith(path, utility));
+    } catch {
+      // It must not pass for the one that the library has when that is loaded in another way.
+      if (windows) FreeLibrary(opened);
+      else dlclose(opened);
+      throw;
+    }
+  }
+
+  private static IntPtr OpenWith(string path, string utility) {
     // Windows gives what is loaded already to whoever asks for the name.
     if (windows) return OpenOne(path, path);
     // Linux does so for a file: the library is loaded from a folder where the file beside it is the one

@@ -32,15 +32,18 @@ public sealed class ScanService : IDisposable {
   [ThreadStatic] private static string inside;
 
   private byte[] name;
+  private int starts;  // requests of an earlier start are closed
   private Functions library;
   private BlockingCollection<StatusEventArgs> statuses;
   private Thread teller;
 
   static ScanService() {
-    AppDomain.CurrentDomain.ProcessExit += (sender, e) => {
+    EventHandler stop = (sender, e) => {
       ScanService running = current;
       if (running != null && inside == null) running.Stop();
     };
+    AppDomain.CurrentDomain.ProcessExit += stop;
+    AppDomain.CurrentDomain.DomainUnload += stop;  // the delegates go with their domain
   }
 
   /// <summary>Decides about a request.  Handlers may take as long as they need (within 300 seconds,
@@ -72,6 +75,7 @@ public sealed class ScanService : IDisposable {
       }
       library = functions;
       statuses = new BlockingCollection<StatusEventArgs>();
+      starts++;
       current = this;
       if (library.Start(onPeer, onEvent, onStatus, IntPtr.Zero, IntPtr.Zero, IntPtr.Zero) != 1) {
         current = null;
@@ -149,10 +153,10 @@ public sealed class ScanService : IDisposable {
     return wanted == null || library.SetName(wanted, wanted.Length) == 1;
   }
 
-  private void Send(byte[] header, byte[] data) {
+  private void Send(int start, byte[] header, byte[] data) {
     string uid = CodePage.Text(header, 8, 20);
     if (current != this) throw new NotServingException("The service has been stopped.");
-    if (library.Send(header, data, data.Length) != 1) {
+    if (start != starts || library.Send(header, data, data.Length) != 1) {
       throw new RequestClosedException("Request " + uid + " is no longer open: its END has come, its scanner " +
                                        "has gone, or the service does not serve.");
     }
@@ -235,7 +239,9 @@ public sealed class ScanService : IDisposable {
     var answer = Answer.Error;
     if (service == null) return (int)Answer.Busy;
     bool done = service.Handle(nameof(RequestReceived), () => {
-      ScanRequest request = ScanRequest.Read(header, kind, data, service.Send);
+      int start = service.starts;
+      ScanRequest request =
+          ScanRequest.Read(header, kind, data, (copy, sent) => service.Send(start, copy, sent));
       EventHandler<RequestEventArgs> handlers = service.RequestReceived;
       var received = new RequestEventArgs(request);
       try {

@@ -110,13 +110,22 @@ static class Tests {
           }
         }
       }
+      // A utility library whose library was not there is not kept for the next.
+      string missing = Path.Combine(folder, "missing.so");
+      Throws<LibraryMissingException>(() => ScanLibrary.Load(missing, ScanLibrary.StandIn));
+      Check(!File.ReadAllText("/proc/self/maps").Contains("libDRAVLIB.so"), "the stand-in stays");
       string other = Path.Combine(folder, "libOTHER.so");
       Check(Throws<LibraryException>(() => ScanLibrary.Load(null, other)).Contains("by its name"), "another name");
+      // A link to a file with a version, as libraries are installed.
+      Check(ScanLibrary.StandIn != null, "there is no stand-in");
+      string table = Path.Combine(Path.GetDirectoryName(ScanLibrary.StandIn), "DRAVLIB.txt");
+      string linked = Path.Combine(folder, "linked");
+      Run("mkdir " + linked + "; cp " + table + " " + linked + "; cp " + ScanLibrary.StandIn + " " + linked +
+          "/libDRAVLIB.so.1; ln -s libDRAVLIB.so.1 " + linked + "/libDRAVLIB.so");
+      ScanLibrary.Load(utility: Path.Combine(linked, "libDRAVLIB.so"));
     } finally {
       Directory.Delete(folder, true);
     }
-    Check(ScanLibrary.StandIn != null, "there is no stand-in");
-    ScanLibrary.Load(utility: ScanLibrary.StandIn);
     ScanLibrary.Load();
     Throws<LibraryException>(() => ScanLibrary.Load(Path.Combine(here, "libZVQRN.so")));
     Check(ScanLibrary.UtilityFound, "the stand-in is not loaded");
@@ -162,6 +171,15 @@ static class Tests {
     foreach (ScanRequest kept in requests) Throws<RequestClosedException>(() => kept.Send(new byte[] { 1 }));
     service.Stop();
     Throws<NotServingException>(() => start.Send(new byte[] { 1 }));
+    // The scanner uses its uid again after a restart.
+    service.RequestReceived += (sender, e) => {
+      if (e.Request.Exchange == Exchange.Start) Throws<RequestClosedException>(() => start.Send(new byte[] { 1 }));
+    };
+    using (service) {
+      service.Start();
+      got = Scan("--uid=one --protocol=2 --pair --hold=700");
+      Equal(ACCEPTED, got.Item1, got.Item2);
+    }
   }
 
   static void failing_handlers_are_answered_and_told_of() {
@@ -191,6 +209,10 @@ static class Tests {
       }
     }
     using (Serve()) Check(Scan().Item2.Contains("\"ERROR\""), "nobody handles it");
+    var trace = new StringWriter();
+    Trace.Listeners.Add(new TextWriterTraceListener(trace));
+    using (Serve((sender, e) => { throw new DivideByZeroException(); })) Scan();
+    Check(trace.ToString().Contains("DivideByZeroException"), "nothing is traced: " + trace);
   }
 
   static void filter() {
@@ -289,7 +311,7 @@ static class Tests {
 
   static void the_process_ends_while_it_serves() {
     foreach (var row in new[] { Tuple.Create("return", 0), Tuple.Create("exit", 3), Tuple.Create("throw", -1),
-                                Tuple.Create("inside", 5) }) {
+                                Tuple.Create("inside", 5), Tuple.Create("domain", 0) }) {
       Process child = BeginChild(row.Item1);
       if (row.Item1 == "inside") {
         while (child.StandardOutput.ReadLine() != "serving") {}
@@ -322,6 +344,17 @@ static class Tests {
         western.Start();
         Equal("\u20AC\u0178\u00FF", western.Name);
       }
+      return 0;
+    }
+    if (what == "domain") {
+      AppDomain domain = AppDomain.CreateDomain("a plug-in's");
+      domain.DoCallBack(() => {
+        ScanLibrary.Load(utility: ScanLibrary.StandIn);
+        Serve((sender, e) => {});
+      });
+      Equal(ACCEPTED, Scan().Item1);
+      AppDomain.Unload(domain);
+      Check(Scan().Item1 != ACCEPTED, "it serves without its domain");
       return 0;
     }
     if (what == "wait") {

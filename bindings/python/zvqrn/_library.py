@@ -95,7 +95,8 @@ def utility_found() -> bool:
         handle.argtypes, handle.restype = [ctypes.c_wchar_p], ctypes.c_void_p
         return bool(handle(UTILITY_NAME))
     with open("/proc/self/maps", encoding="utf-8", errors="replace") as maps:
-        return any(line.rstrip().endswith("/" + UTILITY_NAME) for line in maps)
+        # A link's file may have a version behind that name.
+        return any("/" + UTILITY_NAME in line for line in maps)
 
 
 def _open(path: str, utility: str) -> Any:
