@@ -118,7 +118,7 @@ nuget() {
   for machine in x86 x64; do
     cmp "nuget/runtimes/win-$machine/native/ZVQRN.dll" "ZVQRN-$version-windows-$machine/bin/ZVQRN.dll"
   done
-  python3 - "$version" <<'END'
+  python3 - "$version" "$top/bindings/dotnet/Zvqrn/ScanLibrary.cs" <<'END'
 import os, re, sys
 import xml.etree.ElementTree as ElementTree
 names = {os.path.relpath(os.path.join(folder, name), "nuget")
@@ -146,7 +146,15 @@ endings = {element.get("Extension") for element in types}
 assert {name.rpartition(".")[2] for name in names} - {"xml"} <= endings
 (relationship,) = ElementTree.parse("nuget/_rels/.rels").getroot()
 assert relationship.get("Target") == f"/{nuspec}" and relationship.get("Type").endswith("/manifest")
-ElementTree.parse(f"nuget/build/{said['id']}.targets")
+assert {f"lib/{folder}/{said['id']}.xml" for folder in full} <= names
+# What the targets copy is in the package, and goes where the assembly looks for it.
+copied = [element for element in ElementTree.parse(f"nuget/build/{said['id']}.targets").iter()
+          if element.get("Folder")]
+assert len(copied) == 2, copied
+for element in copied:
+    folder = re.fullmatch(r"\$\(MSBuildThisFileDirectory\)\.\.\\(.+\\)\*\*\\\*\.\*", element.get("Include"))[1]
+    assert any(name.startswith(folder.replace("\\", "/")) for name in names), folder
+    assert f'"{element.get("Folder")[:-1]}", runtime' in open(sys.argv[2], encoding="utf-8").read(), folder
 END
 }
 

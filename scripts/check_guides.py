@@ -21,9 +21,9 @@ have their documents without them):
     <!-- try: elsewhere: WHY -->    it is not tried here: WHY says what is not to be had, or what else
                                     tries it
 
-A block without one fails.  Numbers of nine digits and more are of the moment, and a line of three
-dots is anything.  Pages in docs/hosts come to the first served request in at most five commands; how
-long that took is printed.  Everything runs in a network of its own.
+A block without one fails, and so does a host that is not ended.  Numbers of nine digits and more are
+of the moment, and a line of three dots is anything.  Pages in docs/hosts come to the first served
+request in at most five commands, by a host of less than 30 lines; how long that took is printed.  Everything runs in a network of its own.
 """
 import functools
 import os
@@ -43,6 +43,7 @@ DOCUMENTS = ("README.md", "docs/host-guide.md", "docs/hosts/*.md", "docs/ask.md"
              "packaging/linux.md", "packaging/windows.md", "bindings/*/README.md")
 WINE = [str(SCRIPTS / "under_wine.sh"), "x64"]
 MOST_COMMANDS = 5
+MOST_LINES = 30
 PATIENCE = 90  # seconds, for whatever must come
 
 
@@ -78,6 +79,8 @@ def steps(text):
                             for inside in lines[number - 1:index])
             yield (*(told or (number, "")), "", block)
             told = None
+        elif re.match(r"\s*(<!--\s*try|```|~~~)", line):
+            raise Broken(f"line {number} is read neither as a comment nor as the fence of a block")
     if told:
         yield (*told, "", None)
 
@@ -122,7 +125,7 @@ class Reader:
         self.work, self.files = work, {}
         self.place, self.folder, self.environment = None, None, {}
         self.printed = self.host = self.host_output = None
-        self.commands, self.begun, self.served = 0, None, None
+        self.commands, self.begun, self.served, self.first_host = 0, None, None, None
         self.tried = self.elsewhere = self.without_wine = 0
 
     def at(self, place):
@@ -155,6 +158,8 @@ class Reader:
         return [*WINE, "cmd.exe", "/c", line]
 
     def file(self, name, block):
+        if self.first_host is None:
+            self.first_host = block
         self.files[name] = block
         (self.folder / name).write_text(block, encoding="utf-8")
 
@@ -181,6 +186,8 @@ class Reader:
             self.served = time.monotonic()
 
     def start(self, language, block):
+        if self.host is not None:
+            raise Broken("the host before has not been ended")
         self.count(block)
         if language != "bat":
             block = "exec " + block
@@ -270,10 +277,14 @@ def check(document):
             text = text.replace("@MINGW@", "x86_64-w64-mingw32")
             for number, what, language, block in steps(text):
                 reader.follow(what, language, block)
+            if reader.host is not None:
+                raise Broken("the last host has not been ended")
             if "hosts/" in str(document) and not reader.served:
                 raise Broken("no request was served")
             if "hosts/" in str(document) and reader.commands > MOST_COMMANDS:
                 raise Broken(f"{reader.commands} commands to the first request")
+            if "hosts/" in str(document) and reader.first_host.count("\n") >= MOST_LINES:
+                raise Broken(f"the first host has {MOST_LINES} lines or more")
         except (Broken, subprocess.TimeoutExpired, OSError) as problem:
             print(f"FAILED  {name}: line {number}: {problem}")
             return False

@@ -12,6 +12,7 @@ using System.IO;
 using System.Linq;
 using System.Reflection;
 using System.Runtime.CompilerServices;
+using System.Runtime.InteropServices;
 using System.Text;
 using System.Threading;
 using Zvqrn;
@@ -19,6 +20,7 @@ using Zvqrn;
 static class Tests {
   const int ACCEPTED = 0, NOTHING_FOUND = 3, REFUSED = 4;
   static readonly string address = Environment.GetEnvironmentVariable("QUORIN_PRIVATE_ADDRESS");
+  const string LONGEST = "A driver's name with all 33 bytes";
   static readonly TimeSpan patience = TimeSpan.FromSeconds(60);
 
   // ---- What the cases are made of ----
@@ -88,14 +90,16 @@ static class Tests {
     byte[] library = File.ReadAllBytes(Path.Combine(here, "runtimes/linux-x64/native/libZVQRN.so"));
     byte[] small = (byte[])library.Clone();
     small[4] = 1;  // of 32 bits
-    var windows = File.ReadAllBytes(Path.Combine(here, "runtimes/win-x86/native/ZVQRN.dll"));
+    var x86 = File.ReadAllBytes(Path.Combine(here, "runtimes/win-x86/native/ZVQRN.dll"));
+    var x64 = File.ReadAllBytes(Path.Combine(here, "runtimes/win-x64/native/ZVQRN.dll"));
     Directory.CreateDirectory(Path.Combine(folder, "of"));
     try {
       foreach (var row in new[] {
                  Tuple.Create("missing.so", (byte[])null, typeof(LibraryMissingException), "There is no "),
                  Tuple.Create("text.so", Encoding.ASCII.GetBytes("text"), typeof(LibraryException), "cannot be loaded"),
                  Tuple.Create("32-bit.so", small, typeof(WrongLibraryException), "is for 32-bit Linux programs"),
-                 Tuple.Create("ZVQRN.dll", windows, typeof(WrongLibraryException), "is for 32-bit Windows programs")
+                 Tuple.Create("ZVQRN.dll", x86, typeof(WrongLibraryException), "is for 32-bit Windows programs"),
+                 Tuple.Create("ZVQRN.dll", x64, typeof(WrongLibraryException), "is for 64-bit Windows programs")
                }) {
         foreach (bool asUtility in new[] { false, true }) {
           string path = Path.Combine(folder, asUtility ? "of/libDRAVLIB.so" : row.Item1);
@@ -122,6 +126,7 @@ static class Tests {
       string linked = Path.Combine(folder, "linked");
       Run("mkdir " + linked + "; cp " + table + " " + linked + "; cp " + ScanLibrary.StandIn + " " + linked +
           "/libDRAVLIB.so.1; ln -s libDRAVLIB.so.1 " + linked + "/libDRAVLIB.so");
+      File.AppendAllText(Path.Combine(linked, "DRAVLIB.txt"), "XL-33 = " + LONGEST + "\n");
       ScanLibrary.Load(utility: Path.Combine(linked, "libDRAVLIB.so"));
     } finally {
       Directory.Delete(folder, true);
@@ -129,6 +134,17 @@ static class Tests {
     ScanLibrary.Load();
     Throws<LibraryException>(() => ScanLibrary.Load(Path.Combine(here, "libZVQRN.so")));
     Check(ScanLibrary.UtilityFound, "the stand-in is not loaded");
+  }
+
+  // They differ under 32-bit Windows only.
+  static void calling_conventions() {
+    Type[] types = typeof(ScanService).Assembly.GetTypes().Where(type => type.IsSubclassOf(typeof(Delegate))).ToArray();
+    Equal(8, types.Length);
+    foreach (Type type in types) {
+      var said = type.GetCustomAttribute<UnmanagedFunctionPointerAttribute>();
+      Equal(type.Name.EndsWith("Callback") ? CallingConvention.Cdecl : CallingConvention.StdCall,
+            said.CallingConvention, type.Name);
+    }
   }
 
   static void requests_and_data() {
@@ -144,7 +160,7 @@ static class Tests {
         });
         late.Start();
       } else if (e.Request.Exchange == Exchange.Single) {
-        e.Request.Send(Encoding.ASCII.GetBytes("at once"));
+        foreach (string words in new[] { "at once", "twice" }) e.Request.Send(Encoding.ASCII.GetBytes(words));
         Throws<ArgumentNullException>(() => e.Request.Send(null));
         Throws<ArgumentException>(() => e.Request.Send(new byte[0]));
       }
@@ -153,7 +169,7 @@ static class Tests {
                                   "--load-paper=Double --paper-type=B5_Landscape --paper-width=7 " +
                                   "--paper-height=8 --scan-x=9 --scan-y=999999999");
     Equal(ACCEPTED, got.Item1, got.Item2);
-    Check(got.Item2.Contains("\"at once\""), got.Item2);
+    Check(got.Item2.Contains("\"at once\"") && got.Item2.Contains("\"twice\""), got.Item2);
     got = Scan("--uid=one --protocol=2 --pair --hold=700 --id=3 --product=XS-300");
     Equal(ACCEPTED, got.Item1, got.Item2);
     Check(got.Item2.Contains("\"data\":\"l\\u0000\u00FF\"") || got.Item2.Contains("l\\u0000\\u00ff"), got.Item2);
@@ -168,6 +184,10 @@ static class Tests {
           string.Join(" ", start.Uid, start.Exchange, start.ProtocolVersion, start.DriverName,
                       start.Address, start.ProductName, start.PushScanId));
     Equal(Exchange.End, requests[2].Exchange);
+    foreach (string protocol in new[] { "1", "2" }) {
+      got = Scan("--product=XL-33 --protocol=" + protocol);
+      Equal(LONGEST, requests.Last().DriverName, got.Item2);
+    }
     foreach (ScanRequest kept in requests) Throws<RequestClosedException>(() => kept.Send(new byte[] { 1 }));
     service.Stop();
     Throws<NotServingException>(() => start.Send(new byte[] { 1 }));
@@ -387,8 +407,8 @@ static class Tests {
     if (arguments.Length > 0) return Program(arguments[0]);
     int failed = 0;
     foreach (Action test in new Action[] {
-               says_what_is_wrong_with_the_library, requests_and_data, failing_handlers_are_answered_and_told_of,
-               filter, stops_from_where_it_can, one_service, names, outlives_the_collector,
+               says_what_is_wrong_with_the_library, calling_conventions, requests_and_data,
+               failing_handlers_are_answered_and_told_of, filter, stops_from_where_it_can, one_service, names, outlives_the_collector,
                the_process_ends_while_it_serves, waits_for_an_address
              }) {
       try {
