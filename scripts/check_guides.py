@@ -303,6 +303,8 @@ def main():
     if os.environ.get("QUORIN_PRIVATE_ADDRESS") is None:
         network = str(SCRIPTS / "private_network.sh")
         os.execv(network, [network, "--with-scanner", sys.executable, *sys.argv])
+    # What runs in the background ignores it, and so would the hosts.
+    signal.signal(signal.SIGINT, signal.default_int_handler)
     documents = sys.argv[1:] or [
         str(path.relative_to(TOP)) for pattern in DOCUMENTS for path in sorted(TOP.glob(pattern))]
     return 0 if all([check(document) for document in documents]) else 1

@@ -132,7 +132,7 @@ def make_wheel(folder, root):
         f"Requires-Python: {settings['requires-python']}",
         "Description-Content-Type: text/markdown",
         "",
-        (HERE / settings["readme"]).read_text(encoding="utf-8"),
+        re.sub(r"(?m)^<!-- try: .* -->\n", "", (HERE / settings["readme"]).read_text(encoding="utf-8")),
     ]
     files[f"{information}/METADATA"] = "\n".join(metadata).encode("utf-8")
     wheel = [

@@ -14,6 +14,7 @@ using System.Reflection;
 using System.Runtime.CompilerServices;
 using System.Runtime.InteropServices;
 using System.Text;
+using System.Text.RegularExpressions;
 using System.Threading;
 using Zvqrn;
 
@@ -68,6 +69,11 @@ static class Tests {
     return End(BeginScanner("push --json --to " + address + " " + arguments));
   }
 
+  static Tuple<int, string> Discover(string arguments = "--timeout=20000") {
+    return End(BeginScanner("discover --json --count=1 --from " +
+                            Environment.GetEnvironmentVariable("QUORIN_SCANNER_ADDRESS") + " " + arguments));
+  }
+
   // This program again, as one of those below.
   static Process BeginChild(string what, string before = "env") {
     return Begin(before.Split(' ')[0], string.Join(" ", before.Split(' ').Skip(1)) + " mono " +
@@ -93,6 +99,8 @@ static class Tests {
     var x86 = File.ReadAllBytes(Path.Combine(here, "runtimes/win-x86/native/ZVQRN.dll"));
     var x64 = File.ReadAllBytes(Path.Combine(here, "runtimes/win-x64/native/ZVQRN.dll"));
     Directory.CreateDirectory(Path.Combine(folder, "of"));
+    string temporary = Environment.GetEnvironmentVariable("TMPDIR");
+    Environment.SetEnvironmentVariable("TMPDIR", folder);
     try {
       foreach (var row in new[] {
                  Tuple.Create("missing.so", (byte[])null, typeof(LibraryMissingException), "There is no "),
@@ -128,7 +136,9 @@ static class Tests {
           "/libDRAVLIB.so.1; ln -s libDRAVLIB.so.1 " + linked + "/libDRAVLIB.so");
       File.AppendAllText(Path.Combine(linked, "DRAVLIB.txt"), "XL-33 = " + LONGEST + "\n");
       ScanLibrary.Load(utility: Path.Combine(linked, "libDRAVLIB.so"));
+      Equal("linked of", string.Join(" ", Directory.GetDirectories(folder).Select(Path.GetFileName).OrderBy(s => s)));
     } finally {
+      Environment.SetEnvironmentVariable("TMPDIR", temporary);
       Directory.Delete(folder, true);
     }
     ScanLibrary.Load();
@@ -248,10 +258,8 @@ static class Tests {
     service.Start();
     using (service) {
       foreach (int wanted in new[] { ACCEPTED, NOTHING_FOUND, NOTHING_FOUND }) {
-        Tuple<int, string> got = End(BeginScanner(
-            "discover --json --product=XS-300 --tags=a,b --count=1 --from " +
-            Environment.GetEnvironmentVariable("QUORIN_SCANNER_ADDRESS") +
-            (wanted == ACCEPTED ? " --timeout=20000" : " --timeout=900")));
+        Tuple<int, string> got =
+            Discover("--product=XS-300 --tags=a,b --timeout=" + (wanted == ACCEPTED ? "20000" : "900"));
         Equal(wanted, got.Item1, got.Item2);
         Equal(wanted == ACCEPTED, got.Item2.Contains("\"FILTERED\""));
         Equal("Quorin XS-300 service:Quorin-agent XS-300 a,b", seen.Take());
@@ -331,15 +339,17 @@ static class Tests {
 
   static void the_process_ends_while_it_serves() {
     foreach (var row in new[] { Tuple.Create("return", 0), Tuple.Create("exit", 3), Tuple.Create("throw", -1),
-                                Tuple.Create("inside", 5), Tuple.Create("domain", 0) }) {
-      Process child = BeginChild(row.Item1);
-      if (row.Item1 == "inside") {
+                                Tuple.Create("inside", 5), Tuple.Create("handler", 0),
+                                Tuple.Create("domain", 0) }) {
+      Process child = BeginChild(row.Item1), scanner = null;
+      if (row.Item1 == "inside" || row.Item1 == "handler") {
         while (child.StandardOutput.ReadLine() != "serving") {}
-        BeginScanner("push --to " + address);
+        scanner = BeginScanner("push --to " + address);
       }
       Tuple<int, string> end = End(child);
       Check(row.Item2 < 0 ? end.Item1 != 0 : end.Item1 == row.Item2, row.Item1 + " ends with " + end.Item1 + end.Item2);
       Check(!end.Item2.Contains("Native stacktrace"), end.Item2);
+      if (row.Item1 == "handler") Equal(ACCEPTED, End(scanner).Item1, "the request that was being handled");
     }
   }
 
@@ -363,6 +373,14 @@ static class Tests {
       using (western) {
         western.Start();
         Equal("\u20AC\u0178\u00FF", western.Name);
+        // Every letter that has a number of its own in that code page, as the library turns it.
+        foreach (string others in new[] { "\u20AC\u201A\u0192\u201E\u2026\u2020\u2021\u02C6\u2030",
+                                          "\u0160\u2039\u0152\u017D\u2018\u2019\u201C\u201D\u2022",
+                                          "\u2013\u2014\u02DC\u2122\u0161\u203A\u0153\u017E\u0178" }) {
+          western.Name = others;
+          Tuple<int, string> got = Discover();
+          Check(Regex.Unescape(got.Item2).Contains("\"" + others + "\""), got.Item2);
+        }
       }
       return 0;
     }
@@ -391,8 +409,17 @@ static class Tests {
       }
       return 0;
     }
-    Serve((sender, e) => Environment.Exit(5));
+    var handling = new ManualResetEventSlim();
+    Serve((sender, e) => {
+      if (what == "inside") Environment.Exit(5);
+      handling.Set();
+      Thread.Sleep(1000);
+    });
     switch (what) {
+      case "handler":
+        Console.WriteLine("serving");
+        handling.Wait();
+        break;
       case "exit": Environment.Exit(3); break;
       case "throw": throw new Exception("on purpose");
       case "inside":

@@ -10,6 +10,7 @@ import json
 import logging
 import os
 import queue
+import shutil
 import signal
 import subprocess
 import sys
@@ -418,6 +419,14 @@ class Loading(unittest.TestCase):
                             self.assertIn(str(path), str(caught))
                         else:
                             self.fail("it loaded")
+        # A utility library whose library was not there is not kept for the next.
+        before = Path("/proc/self/maps").read_text(encoding="utf-8").count("libDRAVLIB.so")
+        with tempfile.TemporaryDirectory() as folder:
+            utility = shutil.copy(zvqrn.STAND_IN, folder)
+            with self.assertRaises(zvqrn.LibraryMissing):
+                zvqrn._library._open(folder + "/missing.so", utility)
+        after = Path("/proc/self/maps").read_text(encoding="utf-8").count("libDRAVLIB.so")
+        self.assertEqual(before, after)
         with self.assertRaisesRegex(zvqrn.LibraryError, "by its name"):
             zvqrn._library._open(str(package / "lib/libZVQRN.so"), "/libother.so")
         zvqrn.load()  # once more is nothing

@@ -1,5 +1,6 @@
 """Finds and loads the library, once a process."""
 
+import _ctypes
 import ctypes
 import os
 import sys
@@ -105,20 +106,29 @@ def _open(path: str, utility: str) -> Any:
     if os.path.basename(utility).lower() != UTILITY_NAME.lower():
         raise LibraryError(f"the library looks for {UTILITY_NAME} by its name, not for {utility}")
     kept = _open_one(utility)
-    if WINDOWS:  # which gives what is loaded already to whoever asks for the name
-        module = _open_one(path)
-    else:
-        # Linux does so for a file: the library is loaded from a folder where the file beside it is
-        # the one that was asked for.
-        if not os.path.exists(path):
-            raise LibraryMissing(f"there is no {path}: say where it is, with load(library=...)")
-        with tempfile.TemporaryDirectory() as folder:
-            os.symlink(utility, os.path.join(folder, UTILITY_NAME))
-            link = os.path.join(folder, LIBRARY_NAME)
-            os.symlink(path, link)
-            module = _open_one(link, path)
+    try:
+        module = _open_with(path, utility)
+    except BaseException:
+        # It must not pass for the one that the library has when that is loaded in another way.
+        loader: Any = _ctypes
+        (loader.FreeLibrary if WINDOWS else loader.dlclose)(kept._handle)
+        raise
     module.kept_utility = kept
     return module
+
+
+def _open_with(path: str, utility: str) -> Any:
+    if WINDOWS:  # which gives what is loaded already to whoever asks for the name
+        return _open_one(path)
+    # Linux does so for a file: the library is loaded from a folder where the file beside it is the
+    # one that was asked for.
+    if not os.path.exists(path):
+        raise LibraryMissing(f"there is no {path}: say where it is, with load(library=...)")
+    with tempfile.TemporaryDirectory() as folder:
+        os.symlink(utility, os.path.join(folder, UTILITY_NAME))
+        link = os.path.join(folder, LIBRARY_NAME)
+        os.symlink(path, link)
+        return _open_one(link, path)
 
 
 def _open_one(path: str, shown: str = "") -> Any:
