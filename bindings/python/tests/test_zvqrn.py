@@ -58,6 +58,9 @@ class Service(unittest.TestCase):
                 with self.assertRaises(zvqrn.RequestClosed):  # the scanner uses its uid again
                     requests[0].send(b"for another request")
                 threading.Timer(0.1, request.send, [bytearray(b"late\0r\xff")]).start()
+                if len(requests) > 3:
+                    with self.assertRaises(zvqrn.RequestClosed):
+                        requests[1].send(b"an old one's")
             if request.exchange is zvqrn.Exchange.SINGLE:
                 request.send(b"at once")
                 for wrong, error in (("text", TypeError), (None, TypeError), (b"", ValueError)):
@@ -108,6 +111,10 @@ class Service(unittest.TestCase):
         service.stop()
         with self.assertRaises(zvqrn.NotServing):
             start.send(b"too late")
+        service.start()  # whose scanner has a START of the same name
+        code, output = scan("--uid=one", "--protocol=2", "--pair", "--hold=300", "--id=3")
+        self.assertEqual(code, ACCEPTED, output)
+        self.assertNotIn("an old one's", output)
 
     def test_failing_callbacks_are_answered_and_told_of(self):
         def exit_now():

@@ -13,6 +13,7 @@ import sys
 import threading
 import time
 from contextlib import contextmanager
+from functools import partial
 from types import TracebackType
 from typing import Any, Callable, Iterator, Optional, Type
 
@@ -86,6 +87,7 @@ class Service:
         self._on_status = on_status
         self._name = None if name is None else encode_name(name)
         self._library: Any = None
+        self._starts = 0  # so far: a request belongs to one of them
         self._inbox: "queue.SimpleQueue[Optional[Status]]" = queue.SimpleQueue()
         self.ended = _future()
         self.ended.set_result(None)
@@ -175,6 +177,7 @@ class Service:
                 raise AlreadyRunning("this process runs a service already; stop that one first")
             _current = self
         self._library = library
+        self._starts += 1
         self._inbox = queue.SimpleQueue()
         self.ended = _future()
         started = _future()
@@ -251,11 +254,13 @@ class Service:
             except BaseException:
                 log.exception("on_status raised")
 
-    def _send(self, header: bytes, data: bytes) -> None:
+    def _send(self, start: int, header: bytes, data: bytes) -> None:
         record = EventHeaderRecord.from_buffer_copy(header)
         uid = record.uid.decode("ascii", "replace")
         if not self._runs():
             raise NotServing("the service has been stopped")
+        if start != self._starts:
+            raise RequestClosed(f"request {uid} ended when the service was stopped")
         if self._library.QRNSendData(ctypes.byref(record), data, len(data)) != 1:
             raise RequestClosed(
                 f"request {uid} is no longer open: its END has come, its scanner has gone, or the "
@@ -351,7 +356,7 @@ def _on_event(header: Any, kind: int, data: Any, size: int, context: Any) -> int
             if service is None:
                 return Answer.BUSY
             name = ctypes.string_at(header, ctypes.sizeof(EventHeaderRecord))
-            ticket = Ticket(name, service._send)
+            ticket = Ticket(name, partial(service._send, service._starts))
             request = make_request(name, kind, data, ticket)
             try:
                 return checked_answer(service._on_request(request))
