@@ -1,8 +1,10 @@
-// What the panel's web server takes and whom it serves, and that what it remembers stays bounded.
+// What the panel's web server takes and whom it serves, which PCs it shows, and that what it
+// remembers stays bounded.
 #include <gtest/gtest.h>
 
 #include "scanner/panel/history.h"
 #include "scanner/panel/http.h"
+#include "scanner/panel/pcs.h"
 
 namespace zvqrn::scanner {
 
@@ -69,6 +71,96 @@ TEST(PanelServer, ServesOnlyItsOwnPage) {
   const std::string whole = Get(good, json);
   for (std::size_t size = 0; size < whole.size(); ++size) {
     EXPECT_EQ(HTTP_MORE, Serve(whole.substr(0, size))) << size;
+  }
+}
+
+FoundPc Reply(const char* address, const char* name, std::uint16_t port = 2968) {
+  FoundPc reply;
+  platform::TextToAddress(address, &reply.sender);
+  reply.description.name = name;
+  reply.description.address = address;
+  reply.description.eventPort = port;
+  return reply;
+}
+
+std::string Listed(const PcTable& table) {
+  std::string text;
+  for (const KnownPc& pc : table.pcs) {
+    text += (text.empty() ? "" : "; ") + pc.description.name +
+            (pc.formerName.empty() ? "" : " was " + pc.formerName) +
+            (pc.description.eventPort == 2968 ? "" : " elsewhere") +
+            (pc.notes.empty() ? "" : " noted") +
+            (pc.missed == 0 ? "" : " missed " + std::to_string(pc.missed)) +
+            (pc.gone ? " gone" : "");
+  }
+  return text;
+}
+
+TEST(PanelPcs, FindsMissesAndRenamesThem) {
+  const char* const one = "192.0.2.7";
+  const char* const other = "192.0.2.8";
+  FoundPc odd = Reply(other, "C");
+  odd.differs = true;
+  const struct {
+    std::vector<FoundPc> found;
+    bool isNews;     // while the replies come
+    bool isEndNews;  // when the search is over
+    std::string listed;
+  } searches[] = {
+      {{}, false, false, ""},
+      {{Reply(one, "A")}, true, false, "A"},
+      {{Reply(one, "A")}, false, false, "A"},
+      {{Reply(one, "B")}, true, false, "B was A"},
+      {{Reply(other, "C")}, true, false, "B was A missed 1; C"},
+      {{Reply(other, "C")}, false, false, "B was A missed 2; C"},
+      {{odd}, true, true, "B was A missed 3 gone; C noted"},
+      {{odd}, false, false, "B was A missed 4 gone; C noted"},
+      {{Reply(other, "C"), Reply(one, "B")}, true, false, "B was A; C"},
+      {{Reply(one, "B", 3000)}, true, false, "B was A elsewhere; C missed 1"},
+      {{Reply(one, "A"), Reply(other, "C")}, true, false, "A was B; C"},
+  };
+  PcTable table;
+  std::int64_t nowMs = 0;
+  for (const auto& search : searches) {
+    ++nowMs;
+    EXPECT_EQ(search.isNews, NoteReplies(&table, search.found, nowMs)) << search.listed;
+    EXPECT_EQ(search.isEndNews, NoteEndOfRound(&table, search.found)) << search.listed;
+    EXPECT_EQ(search.listed, Listed(table));
+    for (const FoundPc& reply : search.found) {
+      EXPECT_EQ(nowMs, FindPc(&table, reply.sender)->lastReplyMs);
+    }
+  }
+  // Only who is being examined is kept for ever.
+  table.pcs.back().examining = true;
+  for (int i = 1; i < ROUNDS_UNTIL_FORGOTTEN; ++i) {
+    EXPECT_EQ(i == ROUNDS_UNTIL_GONE, NoteEndOfRound(&table, {})) << i;
+  }
+  EXPECT_TRUE(NoteEndOfRound(&table, {}));
+  EXPECT_EQ("C missed 60 gone", Listed(table));
+}
+
+TEST(PanelPcs, ListsOnlySoManyAndNamesOnlySoLong) {
+  std::vector<FoundPc> crowd(PCS_LIMIT + 3);
+  for (std::size_t i = 0; i < crowd.size(); ++i) {
+    crowd[i].sender = static_cast<std::uint32_t>(i + 1);
+  }
+  PcTable table;
+  NoteReplies(&table, crowd, 1);
+  EXPECT_EQ(PCS_LIMIT, table.pcs.size());
+  EXPECT_EQ(3U, table.moreSenders);
+  EXPECT_FALSE(NoteReplies(&table, crowd, 2));
+  EXPECT_EQ(nullptr, FindPc(&table, crowd.back().sender));
+
+  const std::string longest(SHOWN_OF_A_NAME, 'n');
+  const std::pair<std::string, std::string> names[] = {
+      {"OFFICE", "OFFICE"},
+      {longest, longest},
+      {longest + "n", longest + "..."},
+      {longest.substr(1) + "\u00e9", longest.substr(1) + "..."},
+      {"a\u202eb", "a\\u{202E}b"},
+  };
+  for (const auto& [name, shown] : names) {
+    EXPECT_EQ(shown, ShownName(name));
   }
 }
 
