@@ -235,6 +235,38 @@ def check_finding(page, _):
     assert f"IPAddress {ADDRESS}, EventPort 2968" in facts and "found" in facts, facts
 
 
+def check_changes(page, _):
+    """A PC that is gone and one that has another name look so."""
+    gone, renamed, found = page.run(
+        "const kept = search, pc = search.pcs[0];"
+        "const shown = (change) => { search = {...kept, pcs: [{...pc, ...change}]}; showPcs();"
+        " const row = pcRows.get(pc.from).whole; return `${row.className}: ${row.textContent}`; };"
+        "const seen = [shown({gone: true, missed: 3}), shown({formerName: 'OLD-PC'}), shown({})];"
+        "search = kept; showPcs(); return seen")
+    assert gone.startswith("pc gone:") and "gone: 3 searches" in gone, gone
+    assert renamed.startswith("pc:") and "was called OLD-PC" in renamed, renamed
+    assert found.startswith("pc:") and "gone" not in found and "called" not in found, found
+
+
+def check_words(page, _):
+    """The page has all its words from the one table, which has all of them."""
+    missing = page.run(
+        "const script = [...document.scripts].pop().textContent;"
+        "const found = (pattern, before) => [...script.matchAll(pattern)].map((match) => before + match[1]);"
+        "const names = [...found(/\\bWORDS\\.(\\w+(?:\\.\\w+)?)/g, ''), ...found(/\\bwhat\\.(\\w+)/g, 'what.'),"
+        " ...[...document.querySelectorAll('[data-word]')].map((place) => place.dataset.word),"
+        " ...[...document.querySelectorAll('[data-placeholder]')].map((place) => place.dataset.placeholder),"
+        " ...fixed.faults.map((fault) => `faults.${fault.name}`),"
+        " ...[...fixed.settings, ...fixed.byId].map((part) => `elements.${part.name}`)];"
+        "return names.filter((name) => !name.split('.').reduce((table, key) => table && table[key], WORDS))")
+    assert not missing, missing
+    html = (HERE.parent / "tools/scanner/panel/page/index.html").read_text()
+    assert not re.sub(r"<[^>]*>|@\w+@|\s", "", html), "words beside the table"
+    # Names from the network find nothing that the table does not have itself.
+    found = page.run("return `${statusText('constructor')}${fieldMeaning({name: 'x', value: 'toString'})}`")
+    assert found == "", found
+
+
 def check_single(page, _):
     page.click("#scan")
     page.wait_for_row("Scanner 1: Answer: 0001 (accepted), OK (the host accepted", "answer")
@@ -255,10 +287,36 @@ def check_pair_and_busy(page, panel):
     page.click("#scan")
     row = page.wait_for_row("Scanner 2: Request: take a scan. refused: Another connection is being served", "bad")
     assert "single answer" in row[0], row
-    page.wait_for_row("Scanner 2: Answer: 2001 (busy", "answer")
+    page.wait_for_row("Scanner 2: Answer: 2001 (busy", "answer bad")
+    red, plain = page.run(
+        "return ['.bad', '.answer:not(.bad)'].map((kind) =>"
+        " getComputedStyle(document.querySelector(`#sizer ${kind} .arrow`)).stroke)")
+    assert red != plain, red
     page.choose("scanner", "1")
     page.click("#end")
     page.wait_for_row("END: the scan is over", "request")
+    panel.idle()
+    row = page.wait_for_row("END: the scan is over", "request")
+    assert "bad" not in row[1], row
+
+
+def check_removal(page, panel):
+    """A scanner that is removed in the middle of its START gives its connection back."""
+    page.click("#add-scanner")
+    wait_for("scanner 3", lambda: page.browser.find_elements(By.CSS_SELECTOR, "input[name=scanner][value='3']"))
+    page.choose("scanner", "3")
+    page.choose("exchange", "start")
+    page.click("#scan")
+    wait_for("its START is open", lambda: any(
+        s["number"] == 3 and s["openStart"] for s in panel.state()["scanners"]))
+    page.click("#remove-scanner")
+    page.wait_for_row("Scanner 3: Connection closed by the scanner", "closed")
+    page.choose("exchange", "single")
+    last = panel.state()["messages"][-1]["number"]
+    page.click("#scan")
+    status = wait_for("an answer", lambda: [
+        m["status"] for m in panel.state()["messages"] if m["number"] > last and m["kind"] == "answer"])
+    assert status == ["0001"], status
     panel.idle()
 
 
@@ -283,6 +341,9 @@ def check_picture(page, panel):
             break
     picture = wait_for("the picture", lambda: page.browser.find_elements(By.CSS_SELECTOR, "#data img"))[0]
     wait_for("it is drawn", lambda: page.run("return arguments[0].naturalWidth === 1", picture))
+    page.find("#save-data").click()
+    saved = Path(WORK.name) / "downloads" / f"data-{message['number']}.png"
+    wait_for("the saved picture", lambda: saved.exists() and saved.read_bytes() == PICTURE)
 
 
 def check_downloads(page, panel):
@@ -296,6 +357,9 @@ def check_downloads(page, panel):
     drawing = xml.etree.ElementTree.fromstring((downloads / names[0]).read_bytes())
     texts = [text.text or "" for text in drawing.iter("{http://www.w3.org/2000/svg}text")]
     assert any("busy" in text for text in texts) and "Scanner 2" in texts, texts
+    red = [row for row in drawing.iter("{http://www.w3.org/2000/svg}g") if row.get("class", "").endswith(" bad")]
+    style = drawing.find("{http://www.w3.org/2000/svg}style").text
+    assert any("Another connection" in "".join(row.itertext()) for row in red) and ".bad .arrow{stroke:" in style, style
     explained = subprocess.run([TOOLS / "quorin-scanner", "explain", "--brief", downloads / names[1]],
                                stdout=subprocess.PIPE, text=True, check=False)
     assert "by the rule busy" in explained.stdout and "0 unexpected" in explained.stdout, explained
@@ -422,7 +486,27 @@ def check_hostile(page, panel):
     page.wait_for_row("OK (the host accepted", "answer")
     assert not page.browser.find_elements(By.CSS_SELECTOR, "#sizer b, #message b b")
     page.run("showMessage([...messages].reverse().find(m => m.kind === 'data').number)")
-    wait_for("its data as text", lambda: "<b>ya" in page.find("#message").text)
+    wait_for("its data as text", lambda: any(
+        "<b>ya" in text.text for text in page.browser.find_elements(By.CSS_SELECTOR, "#data pre")))
+
+
+def check_load(page, panel):
+    page.choose_pc("OFFICE-PC")
+    page.run("document.getElementById('per-second').value = 200; document.getElementById('for-seconds').value = 1")
+    page.click("#start-load")
+    wait_for("the load runs", lambda: panel.state()["load"]["perSecond"] == 200)
+    wait_for("the load has run", lambda: not panel.state()["load"]["runs"])
+    load = panel.state()["load"]
+    count, plain = load["times"]["count"], load["plain"]["count"]
+    assert 20 < count <= 201 and load["lost"] == 0 and 2 < plain <= 51, load
+    assert load["answers"] == [{"status": "0001 OK", "count": count}], load
+    for times in (load["times"], load["plain"]):
+        assert sum(one["count"] for one in times["classes"]) == times["count"], times
+        assert 0 < times["medianUs"] <= times["p99Us"] <= times["worstUs"], times
+    text = wait_for("the figures", lambda: (lambda text: f"{count} answers" in text and text)(page.find("#figures").text))
+    assert f"0001 (accepted), OK (the host accepted the request): {count}" in text, text
+    bars = page.run("return ['pc-bar', 'plain-bar'].map((kind) => document.querySelectorAll(`#figures .${kind}`).length)")
+    assert bars == [len(load["times"]["classes"]), len(load["plain"]["classes"])], bars
 
 
 def check_narrow(page, _):
@@ -439,9 +523,9 @@ def check_silence(page, _):
     assert not complaints, complaints
 
 
-CASES = [check_finding, check_single, check_pair_and_busy, check_bytes, check_picture, check_downloads,
-         check_keyboard, check_faults, check_doctor, check_narrow, check_refusals, check_crowd,
-         check_hostile, check_silence]
+CASES = [check_finding, check_changes, check_words, check_single, check_pair_and_busy, check_bytes,
+         check_picture, check_downloads, check_removal, check_keyboard, check_faults, check_doctor, check_load,
+         check_narrow, check_refusals, check_crowd, check_hostile, check_silence]
 
 
 def run_cases(page, panel):
@@ -456,7 +540,8 @@ def run_cases(page, panel):
             print(f"passed  panel-{name}", flush=True)
         except Exception as error:  # whatever goes wrong is this case's failure
             failed += 1
-            print(f"FAILED  panel-{name}: {type(error).__name__}: {str(error).splitlines()[0]}", flush=True)
+            reason = (str(error).splitlines() or [""])[0]
+            print(f"FAILED  panel-{name}: {type(error).__name__}: {reason}", flush=True)
     return failed
 
 

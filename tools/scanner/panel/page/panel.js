@@ -12,6 +12,10 @@ function say(text, values) {
   return text.replace(/\{(\w+)\}/g, (whole, name) => (values && name in values ? String(values[name]) : whole));
 }
 
+// The page's own word for a name that the tools or the network give; empty when it has none.
+const ownWord = (table, name) => (Object.hasOwn(table, name) ? table[name] : "");
+const toolText = (text) => ownWord(WORDS.tools, text) || text;
+
 function element(name, attributes, ...children) {
   const made = document.createElement(name);
   for (const [key, value] of Object.entries(attributes || {})) {
@@ -43,7 +47,7 @@ async function tell(path, body) {
       method: "POST", headers: {"Content-Type": "application/json"}, body: JSON.stringify(body || {}),
     });
     const said = await answer.json().catch(() => ({problem: String(answer.status)}));
-    complain(answer.ok ? "" : said.problem);
+    complain(answer.ok ? "" : toolText(said.problem));
     return answer.ok;
   } catch (error) {
     complain(WORDS.lost);
@@ -69,6 +73,7 @@ function clock(timeUs) {
 }
 
 function fillWords() {
+  document.documentElement.lang = WORDS.language;
   for (const place of document.querySelectorAll("[data-word]")) place.textContent = WORDS[place.dataset.word];
   for (const place of document.querySelectorAll("[data-placeholder]")) place.placeholder = WORDS[place.dataset.placeholder];
   document.title = WORDS.title;
@@ -89,8 +94,8 @@ let chosenPc = "";            // "address:port"
 let chosenScanner = 1;
 let source = null;
 
-const ruleText = (name) => WORDS.rules[name] || (rules.get(name) || {text: ""}).text;
-const statusText = (code) => WORDS.statuses[code] || statuses.get(code) || "";
+const ruleText = (name) => ownWord(WORDS.rules, name) || (rules.get(name) || {text: ""}).text;
+const statusText = (code) => ownWord(WORDS.statuses, code) || statuses.get(code) || "";
 
 function isBefore(one, other) {
   return one.timeUs !== other.timeUs ? one.timeUs < other.timeUs : one.number < other.number;
@@ -101,6 +106,9 @@ function takeMessage(message) {
   if (known) {
     Object.assign(known, message);
     known.version = (known.version || 0) + 1;
+    // An answer is drawn by what is known of its request.
+    const partner = byNumber.get(known.partner);
+    if (partner) partner.version = (partner.version || 0) + 1;
     return;
   }
   byNumber.set(message.number, message);
@@ -174,7 +182,7 @@ function takeFixed(told) {
   const faults = [element("option", {value: ""}, WORDS.nothingWrong)];
   for (const fault of fixed.faults) {
     faults.push(element("option", {value: fault.name},
-      say(WORDS.ruleOf, {fault: WORDS.faults[fault.name] || fault.name, rule: fault.rule})));
+      say(WORDS.ruleOf, {fault: ownWord(WORDS.faults, fault.name) || fault.name, rule: fault.rule})));
   }
   $("fault").replaceChildren(...faults);
   showElements();
@@ -222,14 +230,14 @@ function fillPcRow(row, pc) {
   const told = JSON.stringify([pc.notes, pc.findings]);
   if (row.told === told) return;
   row.told = told;
-  const notes = pc.notes.map((note) => element("p", {class: "note"}, note));
+  const notes = pc.notes.map((note) => element("p", {class: "note"}, toolText(note)));
   if (pc.examined) {
     const open = row.more.querySelector("details");
     const details = element("details", {open: !open || open.open},
       element("summary", {class: "finding"}, WORDS.findings));
     for (const finding of pc.findings) {
-      details.append(element("p", {class: `finding ${finding.verdict}`}, element("b", null, `${finding.verdict}: ${finding.topic}`),
-        finding.text + (finding.advice ? ` \u2192 ${finding.advice}` : "")));
+      details.append(element("p", {class: `finding ${finding.verdict}`}, element("b", null, `${toolText(finding.verdict)}: ${toolText(finding.topic)}`),
+        toolText(finding.text) + (finding.advice ? ` \u2192 ${toolText(finding.advice)}` : "")));
     }
     notes.push(details);
   }
@@ -265,7 +273,7 @@ function showPcs() {
   const notes = [];
   if (rows.length === 0) notes.push(WORDS.noPcs);
   if (search.more > 0) notes.push(say(WORDS.morePcs, {count: search.more}));
-  if (search.trouble) notes.push(say(WORDS.searchTrouble, {reason: search.trouble}));
+  if (search.trouble) notes.push(say(WORDS.searchTrouble, {reason: toolText(search.trouble)}));
   $("pcs-note").textContent = notes.join(" ");
 }
 
@@ -291,7 +299,7 @@ function showElements() {
     let input;
     if (part.kind === "word") {
       input = element("select", {id}, ...part.words.map((word) => {
-        const meaning = WORDS.values[word.text] || word.meaning;
+        const meaning = ownWord(WORDS.values, word.text) || word.meaning;
         return element("option", {value: word.text}, meaning ? `${word.text}: ${meaning}` : word.text);
       }));
     } else if (part.kind === "text") {
@@ -301,7 +309,7 @@ function showElements() {
         min: part.kind === "id" ? 1 : 0, max: part.kind === "id" ? 3 : 999999999});
     }
     input.value = kept[id] || part.default;
-    return element("label", null, element("span", null, WORDS.elements[part.name] || part.name), input);
+    return element("label", null, element("span", null, ownWord(WORDS.elements, part.name) || part.name), input);
   });
   $("elements").replaceChildren(...fields);
   showPaper();
@@ -427,8 +435,16 @@ let drawing = false;
 let lanes = {names: [], places: [], width: 0, of: new Map()};
 
 function isBad(message) {
+  if (message.kind === "answer") {
+    const request = byNumber.get(message.partner);
+    return request !== undefined && request.kind === "request" && isBad(request);
+  }
   return (message.outcome && message.outcome !== "accepted" && message.rule !== "response") ||
     message.kind === "trouble" || message.kind === "late" || message.kind === "connection";
+}
+
+function codesText(codes) {
+  return codes.filter(Boolean).map((code) => (statusText(code) ? `${code} (${statusText(code)})` : code)).join(", ");
 }
 
 function whatOf(message) {
@@ -441,11 +457,8 @@ function whatOf(message) {
       return `${what.closed} ${message.title === "pc" ? what.closedByPc : what.closedByScanner}`;
     case "late":
       return say(what.late, {ms: message.title});
-    case "answer": {
-      const texts = [message.status, message.statusOut].filter(Boolean)
-        .map((code) => (statusText(code) ? `${code} (${statusText(code)})` : code));
-      return `${what.answer}: ${texts.join(", ")}`;
-    }
+    case "answer":
+      return `${what.answer}: ${codesText([message.status, message.statusOut])}`;
     default:
       return what[message.kind] || message.kind;
   }
@@ -453,7 +466,7 @@ function whatOf(message) {
 
 function moreOf(message) {
   const parts = [];
-  if (isBad(message) && message.rule) parts.push(`${message.outcome}: ${ruleText(message.rule)}`);
+  if (isBad(message) && message.rule) parts.push(`${toolText(message.outcome)}: ${ruleText(message.rule)}`);
   else if (message.kind === "request" && message.rule === "accepted" && !message.partner) parts.push(WORDS.waits);
   if (message.kind === "answer" && message.partner) parts.push(say(WORDS.after, {ms: message.milliseconds.toFixed(1)}));
   if (!["closed", "connected", "late"].includes(message.kind)) parts.push(message.title);
@@ -720,7 +733,7 @@ $("clear").addEventListener("click", () => tell("clear"));
 async function fetchAndSave(path, more, name) {
   const answer = await fetch(pathOf(path, more));
   if (answer.ok) save(name, await answer.blob());
-  else complain((await answer.json()).problem);
+  else complain(toolText((await answer.json()).problem));
 }
 
 // ---- The bytes of a message ----------------------------------------------------------------------
@@ -797,7 +810,7 @@ function asHex(bytes, owners) {
 
 function fieldMeaning(field) {
   const code = field.name.toLowerCase() === "x-status" || field.name === "StatusOut" ? statusText(field.value) : "";
-  const value = WORDS.values[field.value] || "";
+  const value = ownWord(WORDS.values, field.value);
   const name = Object.keys(WORDS.fields).find((known) => known.toLowerCase() === field.name.toLowerCase());
   return [name ? WORDS.fields[name] : "", code, value].filter(Boolean).join(": ");
 }
@@ -856,8 +869,9 @@ async function showData(number, place) {
   } else {
     place.append(element("p", null, say(WORDS.dataOther, {size: bytes.length})));
   }
+  const ending = type ? type.slice(type.indexOf("/") + 1) : text === null ? "bin" : "txt";
   place.append(element("button", {type: "button", class: "small", id: "save-data",
-    onclick: () => save(`data-${number}.bin`, new Blob([bytes]))}, WORDS.save));
+    onclick: () => save(`data-${number}.${ending}`, new Blob([bytes]))}, WORDS.save));
 }
 
 async function showMessage(number, withFocus) {
@@ -908,6 +922,12 @@ async function showMessage(number, withFocus) {
 
 // ---- Load ----------------------------------------------------------------------------------------
 
+// An answer's codes with their meaning, or what was wrong with it.
+function answeredText(status) {
+  const codes = status.split(" ");
+  return statusText(codes[0]) ? codesText(codes) : toolText(status);
+}
+
 function timesText(times) {
   return say(WORDS.loadTimes, {median: duration(times.medianUs), p99: duration(times.p99Us), worst: duration(times.worstUs)});
 }
@@ -939,7 +959,7 @@ function showLoad() {
     const seconds = load.elapsedMs / 1000;
     parts.push(element("p", null, say(WORDS.loadFigures, {count: load.times.count, seconds: seconds.toFixed(1),
       rate: Math.round(load.times.count / Math.max(seconds, 0.001)), lost: load.lost})));
-    parts.push(element("p", {class: "help"}, load.answers.map((one) => `${one.status}: ${one.count}`).join("; ")));
+    parts.push(element("p", {class: "help"}, load.answers.map((one) => `${answeredText(one.status)}: ${one.count}`).join("; ")));
     parts.push(element("p", null, element("span", {class: "key pc-key"}), `${WORDS.loadAnswers}: ${timesText(load.times)}`));
     if (load.plain.count > 0) {
       parts.push(element("p", null, element("span", {class: "key plain-key"}), `${WORDS.loadPlain}: ${timesText(load.plain)}`));

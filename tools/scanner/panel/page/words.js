@@ -2,6 +2,7 @@
 // {name} is replaced; the texts of rules, codes and values come from the tools, and are replaced by
 // what stands here under the same name, if anything does.
 const WORDS = {
+  language: "en",
   title: "Scanner panel",
   skip: "To the diagram",
   lost: "The panel does not answer: quorin-scanner has ended, or is not reached.",
@@ -16,8 +17,6 @@ const WORDS = {
   search: "Search now",
   noPcs: "No PC has answered yet.",
   morePcs: "{count} more have answered and are not listed.",
-  byHand: "Another address",
-  port: "TCP port",
   found: "found",
   gone: "gone: {count} searches without a reply",
   missed: "{count} searches without a reply",
@@ -105,7 +104,6 @@ const WORDS = {
 
   bytes: "The bytes",
   bytesHelp: "Choose an arrow above.",
-  close: "Close",
   from: "{from} to {to}, {size} bytes, at {time}",
   rule: "Rule {rule}: {text}",
   partner: "Its counterpart is message {number}, {ms} ms apart",
@@ -202,4 +200,6 @@ const WORDS = {
   },
   rules: {},
   statuses: {},
+  // Any other text of the tools, under itself: outcomes, doctor's findings, what cannot be done.
+  tools: {},
 };
