@@ -23,7 +23,8 @@ constexpr std::int32_t TELL_EVERY_MS = 250;
 constexpr std::int32_t LOAD_REST_MS = 20;  // after a connection that was of no use
 constexpr std::int32_t ANSWER_TIME_MS = 2000;
 constexpr double PLAIN_PER_SECOND = 50;
-constexpr std::size_t KINDS_OF_ANSWERS = 16;     // that are counted apart
+constexpr std::size_t KINDS_OF_ANSWERS = 16;  // that are counted apart
+constexpr std::size_t SHOWN_OF_AN_ANSWER = 200;
 constexpr std::int32_t PLAIN_ANSWER_SIZE = 491;  // as long as a usual answer
 constexpr double CLASSES_A_DOUBLING = 4;
 
@@ -278,6 +279,7 @@ bool Load::AskOnce(OpenConnection* connection, std::int64_t number) {
     if (!answer.problem.empty()) {
       answered = answer.problem;
     }
+    answered.resize(std::min(answered.size(), SHOWN_OF_AN_ANSWER));
   } catch (const Failure& failure) {
     if (failure.exitCode == EXIT_NOTHING_THERE || failure.exitCode == EXIT_LOCAL_TROUBLE) {
       throw;

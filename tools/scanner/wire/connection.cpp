@@ -14,10 +14,12 @@ namespace {
 
 constexpr std::int32_t RECEIVE_SIZE = 65536;
 constexpr std::size_t SHOWN_OF_FOREIGN_BYTES = 60;
+// A PC that sends without end must not fill the memory with its trace.
+constexpr std::size_t RECORD_LIMIT = std::size_t{4} * 1024 * 1024;
 
 void Trace(const Connection& connection, const char* direction, const std::string& bytes) {
   const std::string text = std::string(direction) + " " + std::to_string(bytes.size()) + " bytes";
-  if (connection.link.record != nullptr) {
+  if (connection.link.record != nullptr && connection.link.record->size() < RECORD_LIMIT) {
     *connection.link.record += tools::TimeText() + "  " + text + "\n" + tools::HexDump(bytes, "  ");
   }
   if (connection.link.trace) {

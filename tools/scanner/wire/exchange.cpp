@@ -94,6 +94,10 @@ Answer AwaitAnswer(Connection* connection, const std::string& uid, const DataHan
       return ReadAnswer(message, uid);
     }
     TakeData(connection, message, onData);
+    // Data that never pauses must not put the deadline off.
+    if (platform::MonotonicMilliseconds() >= deadlineMs) {
+      break;
+    }
   }
   if (HoldsForeignBytes(*connection)) {
     throw Failure(EXIT_PROTOCOL_ERROR, "what came is no message of this protocol: " +
