@@ -198,6 +198,11 @@ TEST(PanelHistory, ForgetsWhatIsOldest) {
   history.Clear();
   EXPECT_EQ(nullptr, history.Find(6));
   EXPECT_EQ(7U, history.Add({}));
+  // A head of tiny headers costs far more than its bytes.
+  Remembered message;
+  message.bytes = "a:b";
+  message.fields = {{0, 3, "a", "b"}};
+  EXPECT_TRUE(history.Find(history.Add(message))->forgotten);
 }
 
 }  // namespace

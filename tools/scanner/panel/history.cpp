@@ -10,14 +10,23 @@ namespace {
 // News go out in lots of so many bytes.
 constexpr std::size_t LOT_SIZE = std::size_t{256} * 1024;
 
+// What the bytes of a message cost, with the fields that were made of them.
+std::size_t CostOf(const Remembered& message) {
+  std::size_t cost = message.bytes.size() + message.fields.size() * sizeof(Field);
+  for (const Field& field : message.fields) {
+    cost += field.name.size() + field.value.size();
+  }
+  return cost;
+}
+
 }  // namespace
 
 std::uint64_t History::Add(Remembered happened) {
   happened.number = nextNumber_++;
-  bytes_ += happened.bytes.size();
+  bytes_ += CostOf(happened);
   messages_.push_back(std::move(happened));
   while (messages_.size() > limits_.messages) {
-    bytes_ -= messages_.front().bytes.size();
+    bytes_ -= CostOf(messages_.front());
     messages_.pop_front();
   }
   ForgetBytes();
@@ -31,7 +40,7 @@ void History::ForgetBytes() {
   nextWithBytes_ = std::max(nextWithBytes_, messages_.front().number);
   for (; bytes_ > limits_.bytes && nextWithBytes_ < nextNumber_; ++nextWithBytes_) {
     Remembered* oldest = Find(nextWithBytes_);
-    bytes_ -= oldest->bytes.size();
+    bytes_ -= CostOf(*oldest);
     oldest->forgotten = !oldest->bytes.empty();
     std::string().swap(oldest->bytes);
     std::vector<Field>().swap(oldest->fields);

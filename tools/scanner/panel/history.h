@@ -14,7 +14,7 @@ namespace zvqrn::scanner {
 
 struct HistoryLimits {
   std::size_t messages = 10'000;
-  std::size_t bytes = std::size_t{64} * 1024 * 1024;       // of messages, all together
+  std::size_t bytes = std::size_t{64} * 1024 * 1024;  // of messages and their fields, all together
   std::size_t frameBytes = std::size_t{64} * 1024 * 1024;  // of frames, all together
   std::size_t changes = 8192;
   std::size_t changeBytes = std::size_t{8} * 1024 * 1024;

@@ -13,6 +13,9 @@ namespace zvqrn::scanner {
 namespace {
 
 constexpr std::size_t ITEMS_LIMIT = 20'000;
+// The texts of the items, and the bytes that no message has been made of.
+constexpr std::size_t TEXTS_LIMIT = std::size_t{16} * 1024 * 1024;
+constexpr std::size_t HELD_LIMIT = std::size_t{64} * 1024 * 1024;
 
 std::string PlaceText(const platform::Endpoint& endpoint) {
   return tools::AddressText(endpoint.address) + ":" + std::to_string(endpoint.port);
@@ -36,17 +39,17 @@ tools::JsonObject DescribeItem(const Item& item, std::uint64_t number, int scann
                               {"scanner", scanner},
                               {"pc", PlaceText(IsFromPc(item.kind) ? item.from : item.to)},
                               {"kind", KindWord(item.kind)},
-                              {"title", item.title},
+                              {"title", Shortened(item.title)},
                               {"size", item.size}};
   if (item.hasRule) {
     object["rule"] = RuleOf(item.rule).name;
     object["outcome"] = OutcomeWord(OutcomeOf(item));
-    object["detail"] = tools::EscapeBytes(item.detail);
+    object["detail"] = Shortened(tools::EscapeBytes(item.detail));
     object["extra"] = item.onExtra;
   }
   if (item.kind == ITEM_ANSWER) {
-    object["status"] = tools::EscapeBytes(item.status);
-    object["statusOut"] = tools::EscapeBytes(item.statusOut);
+    object["status"] = Shortened(tools::EscapeBytes(item.status));
+    object["statusOut"] = Shortened(tools::EscapeBytes(item.statusOut));
   }
   if (partner != 0) {
     object["partner"] = partner;
@@ -145,7 +148,8 @@ bool LiveConnection::OwesAnswer() const {
 }
 
 bool LiveConnection::IsFull() const {
-  return items_.size() >= ITEMS_LIMIT;
+  return items_.size() >= ITEMS_LIMIT || textsSize_ > TEXTS_LIMIT ||
+         account_.fromPc.held.size() > HELD_LIMIT;
 }
 
 // Tells of what is new, and of the requests that what is new has settled.
@@ -155,6 +159,8 @@ void LiveConnection::Publish() {
     numbers_.push_back(RememberItem(state_, &items_[i], std::move(items_[i].bytes)));
     rules_.push_back(items_[i].rule);
     items_[i].bytes.clear();
+    textsSize_ += items_[i].title.size() + items_[i].uid.size() + items_[i].status.size() +
+                  items_[i].statusOut.size();
     PublishItem(i);
     const std::size_t partner = items_[i].partner;
     if (items_[i].kind == ITEM_ANSWER && partner != NO_ITEM && partner < known) {

@@ -44,6 +44,7 @@ class LiveConnection {
   std::vector<Item> items_;
   std::vector<std::uint64_t> numbers_;  // of the items, in the history
   std::vector<RuleId> rules_;           // as they were told
+  std::size_t textsSize_ = 0;           // of the items' texts
 };
 
 // The parts of a message that the page draws.  `partner` and `start` are numbers of the history, 0

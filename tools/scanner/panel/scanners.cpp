@@ -21,6 +21,7 @@ constexpr std::int32_t SILENCE_MS = 1000;
 constexpr std::int32_t SCANNER_LOOK_MS = 500;
 constexpr std::int32_t CLOSED_REST_MS = 20;  // after a PC has closed the connection
 constexpr int MESSAGES_AT_ONCE = 50;
+constexpr std::int32_t MESSAGES_TIME_MS = 200;
 constexpr std::int32_t DATA_LIMIT = 32 * 1024 * 1024;
 
 // The bytes as they are to leave, one piece after the other.
@@ -280,7 +281,9 @@ void VirtualScanner::Listen(std::int32_t milliseconds) {
   const DataHandler onData = [](const HostData&) {};  // the capture has it
   // A PC that never pauses must not keep the scanner from its other duties.
   holdsMore_ = true;
-  for (int i = 0; i < MESSAGES_AT_ONCE && holdsMore_; ++i) {
+  for (int i = 0; i < MESSAGES_AT_ONCE && holdsMore_ && !live_->IsFull() &&
+                  platform::MonotonicMilliseconds() - nowMs <= MESSAGES_TIME_MS;
+       ++i) {
     holdsMore_ = AwaitEither(
         connection_.get(), nowMs, [this](const Answer& answer) { OnAnswer(answer); }, onData);
   }

@@ -6,6 +6,16 @@
 
 namespace zvqrn::scanner {
 
+namespace {
+
+constexpr std::size_t SHOWN_OF_A_TEXT = 500;
+
+}  // namespace
+
+std::string Shortened(const std::string& text) {
+  return text.size() > SHOWN_OF_A_TEXT ? text.substr(0, SHOWN_OF_A_TEXT) + "..." : text;
+}
+
 void NoteEvent(PanelState* state, int scanner, const std::string& kind, const std::string& pc,
                const std::string& text) {
   const std::uint64_t number = state->history.Add({});
@@ -15,7 +25,7 @@ void NoteEvent(PanelState* state, int scanner, const std::string& kind, const st
                                       {"scanner", scanner},
                                       {"pc", pc},
                                       {"kind", kind},
-                                      {"title", text}})
+                                      {"title", Shortened(text)}})
                        .Text();
   state->history.Tell("message", event->summary);
 }
@@ -25,7 +35,7 @@ tools::JsonObject DescribePc(const KnownPc& pc) {
   for (const Finding& finding : pc.findings) {
     findings.push_back({{"topic", finding.topic},
                         {"verdict", VerdictWord(finding.verdict)},
-                        {"text", finding.text},
+                        {"text", Shortened(finding.text)},
                         {"advice", finding.advice},
                         {"cause", finding.cause}});
   }

@@ -41,6 +41,10 @@ struct PanelState {
 void NoteEvent(PanelState* state, int scanner, const std::string& kind, const std::string& pc,
                const std::string& text);
 
+// A text for the page, without its end when it is too long; a letter that is cut through shows as
+// U+FFFD.
+std::string Shortened(const std::string& text);
+
 // A PC as the page gets it.  With the lock.
 tools::JsonObject DescribePc(const KnownPc& pc);
 
