@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::int32_t REPLIES_TIME_MS = 1500;  // the three replies of a burst take a second
 constexpr std::int32_t SEARCH_REST_MS = 2500;   // between two searches
+constexpr std::int64_t NOTE_EVERY_MS = 100;
 constexpr std::size_t ALSO_ASKED_LIMIT = 8;
 // What a search has brought is shown to so many bytes.
 constexpr std::size_t SHOWN_FRAMES_SIZE = std::size_t{1} << 20U;
@@ -144,7 +145,7 @@ std::vector<FoundPc> Searching::Ask(std::uint32_t to, const std::string& product
       frames += frames.size() < SHOWN_FRAMES_SIZE ? frame : std::string();
     });
   }
-  const SearchResult result = RunSearch(search, [&](const SearchResult& soFar) {
+  const auto note = [&](const SearchResult& soFar) {
     bool isNew = false;
     {
       const Guard guard(state_->lock);
@@ -156,8 +157,18 @@ std::vector<FoundPc> Searching::Ask(std::uint32_t to, const std::string& product
     if (isNew) {
       state_->tellNews();
     }
+  };
+  // Each time costs as much as there are PCs: a flood of replies is noted as a few.
+  std::int64_t notedMs = 0;
+  const SearchResult result = RunSearch(search, [&](const SearchResult& soFar) {
+    const std::int64_t nowMs = platform::MonotonicMilliseconds();
+    if (nowMs - notedMs >= NOTE_EVERY_MS) {
+      notedMs = nowMs;
+      note(soFar);
+    }
     return state_->ending.load();
   });
+  note(result);
   if (isShown) {
     ShowExchange(frames);
   }
