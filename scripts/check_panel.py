@@ -27,7 +27,7 @@ from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
 PATIENCE = 30  # seconds, for what must come
-HOSTILE_NAME = '<img src=x onerror="document.title=1"><script>document.title=2</script>\u202eCP'
+HOSTILE_NAME = '<img src=x onerror="document.title=1"><script>document.title=2</script>\u202e\uffffCP'
 HOSTILE_ADDRESS, HOSTILE_PORT = "10.68.0.9", 2969
 # A picture of one point.
 PICTURE = bytes.fromhex(
@@ -85,6 +85,13 @@ def program(name, *arguments):
         log.close()
 
 
+def hostile_data(uid):
+    return (
+        "POST /PushScan HTTP/1.0\r\nContent-Length : 5\r\nx-protocol-name : Zorva Network Service Protocol\r\n"
+        f"x-protocol-version : 1.00\r\nx-uid : {uid}\r\nx-parent-uid : <b>1</b>\r\n\r\n<b>ya"
+    ).encode("latin-1")
+
+
 class HostilePc(threading.Thread):
     """Answers searches under a name of markup, and whoever connects with endless data."""
 
@@ -98,9 +105,9 @@ class HostilePc(threading.Thread):
         self.searches.setsockopt(socket.IPPROTO_IP, socket.IP_ADD_MEMBERSHIP, group)
         self.replies = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         self.replies.bind((HOSTILE_ADDRESS, 0))
-        self.listening = socket.create_server((HOSTILE_ADDRESS, HOSTILE_PORT))
-        self.sent = 0
-        threading.Thread(target=self.serve, daemon=True).start()
+        for port, data in ((HOSTILE_PORT, hostile_data("1") * 50), (HOSTILE_PORT + 1, hostile_data("\xff" * 3700))):
+            listening = socket.create_server((HOSTILE_ADDRESS, port))
+            threading.Thread(target=self.serve, args=(listening, data), daemon=True).start()
 
     def run(self):
         while True:
@@ -114,18 +121,13 @@ class HostilePc(threading.Thread):
             message = b"\x02\x07" + length + b"\0\0\0\0\0" + head + body
             self.replies.sendto(message, (sender[0], 2968))
 
-    def serve(self):
-        data = (
-            b"POST /PushScan HTTP/1.0\r\nContent-Length : 5\r\nx-protocol-name : Zorva Network Service"
-            b" Protocol\r\nx-protocol-version : 1.00\r\nx-uid : 1\r\nx-parent-uid : <b>1</b>\r\n\r\n<b>ya"
-        )
+    def serve(self, listening, data):
         while True:
-            connection, _ = self.listening.accept()
+            connection, _ = listening.accept()
             with connection, contextlib.suppress(OSError):
                 connection.settimeout(PATIENCE)
                 while True:
-                    connection.sendall(data * 50)
-                    self.sent += 50
+                    connection.sendall(data)
                     connection.setblocking(False)
                     with contextlib.suppress(BlockingIOError):
                         while connection.recv(1 << 20):
@@ -137,7 +139,8 @@ class HostilePc(threading.Thread):
 
 
 class Panel:
-    def __init__(self, said):
+    def __init__(self, said, pid):
+        self.pid = pid
         address = wait_for("the panel's address", lambda: re.search(r"http://\S+", said()))[0]
         self.address = address
         self.port = int(address.split(":")[2].split("/")[0])
@@ -467,7 +470,7 @@ def answers(panel):
 def check_hostile(page, panel):
     hostile = HostilePc()
     hostile.start()
-    shown = HOSTILE_NAME.replace("\u202e", r"\u{202E}")
+    shown = HOSTILE_NAME.replace("\u202e", r"\u{202E}").replace("\uffff", r"\u{FFFF}")
     page.choose_pc(shown)
     assert page.run("return document.title") == "Scanner panel"
     assert not page.browser.find_elements(By.CSS_SELECTOR, "#pcs img, #pcs script, #sizer b, #sizer img")
@@ -488,6 +491,14 @@ def check_hostile(page, panel):
     page.run("showMessage([...messages].reverse().find(m => m.kind === 'data').number)")
     wait_for("its data as text", lambda: any(
         "<b>ya" in text.text for text in page.browser.find_elements(By.CSS_SELECTOR, "#data pre")))
+    # Its headers do not fill the memory, and its data does not keep a load from its end.
+    panel.post("push", scanner=2, to=HOSTILE_ADDRESS, port=HOSTILE_PORT + 1, protocol=1, exchange="single", times=1,
+               timeoutMs=1000)
+    panel.idle()
+    memory = int(re.search(r"VmHWM:\s+(\d+)", Path(f"/proc/{panel.pid}/status").read_text())[1]) // 1024
+    assert memory < 600, f"{memory} MiB"
+    panel.post("load", to=HOSTILE_ADDRESS, port=HOSTILE_PORT, protocol=1, perSecond=1, seconds=1)
+    wait_for("the end of the load", lambda: not panel.state()["load"]["runs"])
 
 
 def check_load(page, panel):
@@ -635,7 +646,7 @@ def main():
     panel_options = ("panel", "--from", os.environ["QUORIN_SCANNER_ADDRESS"])
     with program(*host) as (_, host_said), program("quorin-scanner", *panel_options) as (process, said):
         wait_for("the host", lambda: "OFFICE-PC" in host_said())
-        panel = Panel(said)
+        panel = Panel(said, process.pid)
         browser = open_browser(downloads)
         try:
             page = Page(browser, panel)

@@ -97,8 +97,10 @@ std::vector<std::string> HostNames(const PanelOptions& options, std::uint32_t ad
   } else {
     names.push_back(options.listen);
   }
+  constexpr std::uint16_t HTTP_PORT = 80;
   for (std::string& name : names) {
-    name += ":" + std::to_string(port);
+    // Browsers leave this one out.
+    name += port == HTTP_PORT ? std::string() : ":" + std::to_string(port);
   }
   return names;
 }

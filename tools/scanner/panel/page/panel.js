@@ -4,6 +4,9 @@
 
 // ---- Small things --------------------------------------------------------------------------------
 
+// A word of the network such as "constructor" must find nothing in a table that does not hold it.
+for (const table of Object.values(WORDS)) if (typeof table === "object") Object.setPrototypeOf(table, null);
+
 const TOKEN = new URLSearchParams(location.search).get("token") || "";
 const SVG = "http://www.w3.org/2000/svg";
 const $ = (id) => document.getElementById(id);
