@@ -1,5 +1,6 @@
 #include "scanner/exchange/request_options.h"
 
+#include <atomic>
 #include <utility>
 
 #include "common/text.h"
@@ -169,7 +170,7 @@ Link OpenLink(const RequestOptions& options) {
 }
 
 std::string NextUid(const RequestOptions& options) {
-  static std::uint32_t count = 0;
+  static std::atomic<std::uint32_t> count{0};  // the panel's threads ask at a time
   if (!options.uid.empty()) {
     return options.uid;
   }
