@@ -184,8 +184,11 @@ bool OpenInBrowser(const std::string& address) {
   return reinterpret_cast<INT_PTR>(result) > LAST_ERROR_CODE;
 #else
   std::string output;
-  const std::string command = "command -v xdg-open >/dev/null && { xdg-open '" + address +
-                              "' </dev/null >/dev/null 2>&1 & }";
+  // What goes wrong shows within a second; afterwards it is the browser that runs.
+  const std::string command =
+      "xdg-open '" + address +
+      "' </dev/null >/dev/null 2>&1 & for i in 1 2 3 4 5 6 7 8 9 10; do sleep 0.1; kill -0 $! "
+      "2>/dev/null || break; done; kill -0 $! 2>/dev/null || wait $!";
   return RunCommand(command.c_str(), &output);
 #endif
 }
