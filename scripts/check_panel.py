@@ -71,7 +71,10 @@ def wait_for(what, condition):
 @contextlib.contextmanager
 def program(name, *arguments):
     log = open(Path(WORK.name) / f"{name}.log", "w+b")
-    process = subprocess.Popen([TOOLS / name, *arguments], stdout=log, stderr=subprocess.STDOUT)
+    # The address sanitiser keeps what has been freed, by default 256 MiB of it.
+    options = os.environ.get("ASAN_OPTIONS", "") + ":quarantine_size_mb=16"
+    environment = {**os.environ, "ASAN_OPTIONS": options}
+    process = subprocess.Popen([TOOLS / name, *arguments], stdout=log, stderr=subprocess.STDOUT, env=environment)
 
     def said():
         assert process.poll() is None, f"{name} has ended: {Path(log.name).read_text()}"

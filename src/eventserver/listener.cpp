@@ -30,7 +30,7 @@ constexpr std::int32_t ACCEPT_PAUSE_LOOK_MS = 10;
 // which came in at the same moment.  So a place that looks taken is looked at again, a few times;
 // then not for as long, lest connections that storm in have the listener do nothing else.
 constexpr std::int32_t DOUBTING_LOOKS = 10;
-constexpr std::int64_t DOUBTLESS_MS = DOUBTING_LOOKS * MAIN_CONNECTION_POLL_MS;
+constexpr std::int64_t DOUBTLESS_MS = std::int64_t{DOUBTING_LOOKS} * MAIN_CONNECTION_POLL_MS;
 
 // The same for a place that was ending a moment ago, of the same patience.  While the connection's
 // last bytes are read, Wine does not tell that they were the last, and on an overloaded PC for
