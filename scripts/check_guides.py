@@ -23,7 +23,8 @@ have their documents without them):
 
 A block without one fails, and so does a host that is not ended.  Numbers of nine digits and more are
 of the moment, and a line of three dots is anything.  Pages in docs/hosts come to the first served
-request in at most five commands, by a host of less than 30 lines; how long that took is printed.  Everything runs in a network of its own.
+request in at most five commands, by a host of less than 30 lines; how long that took is printed.
+Everything runs in a network of its own.
 """
 import functools
 import os
